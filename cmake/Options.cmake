@@ -1,0 +1,15 @@
+# Flags of every target: `xf_flags` is linked privately by each of them.
+add_library(xf_flags INTERFACE)
+target_compile_options(xf_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow -Werror)
+
+if(XF_SANITIZE)
+    target_compile_options(xf_flags INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(xf_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
+if(XF_UNSIGNED_CHAR)
+    target_compile_options(xf_flags INTERFACE -funsigned-char)
+endif()

@@ -1,0 +1,128 @@
+/*
+ * Entry points, the MIB variable table and the module state.
+ */
+#include "config_copy_mib_private.h"
+
+#include <net-snmp/agent/util_funcs/header_generic.h>
+
+#include "module_root.h"
+
+/* Column OIDs below have 14 sub-identifiers: a root of 9, then 1.1.N.1.C. */
+static_assert(MODULE_ROOT_LENGTH == 9, "the variable table is built on it");
+
+oid config_copy_mib_variables_oid[9] = {MODULE_ROOT};
+uint32_t ageouttimer;
+uint32_t is_snmp_debug_enabled;
+uint64_t start_cpu_cycles;
+
+struct config_copy_state module_state;
+
+#define COPY_COLUMN(magic, type, access, column)                               \
+    {                                                                          \
+        magic, type, access, get_xfCopyTable, 5, {                             \
+            1, 1, 1, 1, column                                                 \
+        }                                                                      \
+    }
+#define ERROR_COLUMN(magic, type, column)                                      \
+    {                                                                          \
+        magic, type, NETSNMP_OLDAPI_RONLY, get_xfCopyErrorTable, 5, {          \
+            1, 1, 2, 1, column                                                 \
+        }                                                                      \
+    }
+#define RWRITE NETSNMP_OLDAPI_RWRITE
+#define RONLY NETSNMP_OLDAPI_RONLY
+
+struct variable7 config_copy_mib_variables[20] = {
+    COPY_COLUMN(4, ASN_INTEGER, RWRITE, 2),    /* xfCopyProtocol */
+    COPY_COLUMN(5, ASN_INTEGER, RWRITE, 3),    /* xfCopySourceFileType */
+    COPY_COLUMN(6, ASN_INTEGER, RWRITE, 4),    /* xfCopyDestFileType */
+    COPY_COLUMN(7, ASN_IPADDRESS, RWRITE, 5),  /* xfCopyServerAddress */
+    COPY_COLUMN(8, ASN_OCTET_STR, RWRITE, 6),  /* xfCopyFileName */
+    COPY_COLUMN(9, ASN_OCTET_STR, RWRITE, 7),  /* xfCopyUserName */
+    COPY_COLUMN(10, ASN_OCTET_STR, RWRITE, 8), /* xfCopyUserPassword */
+    COPY_COLUMN(11, ASN_INTEGER, RWRITE,
+                9), /* xfCopyNotificationOnCompletion */
+    COPY_COLUMN(12, ASN_INTEGER, RONLY, 10),    /* xfCopyState */
+    COPY_COLUMN(13, ASN_TIMETICKS, RONLY, 11),  /* xfCopyTimeStarted */
+    COPY_COLUMN(14, ASN_TIMETICKS, RONLY, 12),  /* xfCopyTimeCompleted */
+    COPY_COLUMN(15, ASN_INTEGER, RONLY, 13),    /* xfCopyFailCause */
+    COPY_COLUMN(16, ASN_INTEGER, RWRITE, 14),   /* xfCopyEntryRowStatus */
+    COPY_COLUMN(17, ASN_INTEGER, RWRITE, 15),   /* xfCopyServerAddressType */
+    COPY_COLUMN(18, ASN_OCTET_STR, RWRITE, 16), /* xfCopyServerAddressRev1 */
+    COPY_COLUMN(19, ASN_OCTET_STR, RWRITE, 17), /* xfCopyVRFName */
+    ERROR_COLUMN(25, ASN_INTEGER, 2),   /* xfCopyErrorDeviceAddressType */
+    ERROR_COLUMN(26, ASN_OCTET_STR, 3), /* xfCopyErrorDeviceAddress */
+    ERROR_COLUMN(27, ASN_OCTET_STR, 4), /* xfCopyErrorDeviceWwn */
+    ERROR_COLUMN(28, ASN_OCTET_STR, 5), /* xfCopyErrorDescription */
+};
+
+static constexpr uint32_t subscribed_opcodes[] = {
+    IPCBUS_OPC_PROCD_COPY_STARTED,
+    IPCBUS_OPC_PROCD_COPY_RUN2START_DONE,
+    IPCBUS_OPC_CONFIG_COPY_STATUS,
+};
+
+static void report_failed_registration(void) {
+    static const char header[] = "%s(): %s, %d:\n";
+    static const char source[] = "../infra/system_manager/lib/libmib/"
+                                 "configcopymib/config_copy_mib";
+    static const char text[] = "%s registration failed\n";
+    const char *const function = "init_config_copy_mib";
+
+    debugmsgtoken("trace", header, function, source, __LINE__);
+    debugmsg("trace", header, function, source, __LINE__);
+    debugmsgtoken("register_mib", text, "config_copy_mib");
+    debugmsg("register_mib", text, "config_copy_mib");
+}
+
+/* A list of requests in progress, in the order of the rows. */
+static bool create_request_list(struct ordset **list) {
+    return ordset_create(list, 0, 1, xfCopyEntry_comp_func, 1) ==
+           ORDSET_CREATED;
+}
+
+void init_config_copy_mib(void) {
+    const int registered = register_mib(
+        "config_copy_mib",
+        /* The agent reads as many sub-identifiers as an entry says it has. */
+        reinterpret_cast<struct variable *>(config_copy_mib_variables),
+        sizeof(config_copy_mib_variables[0]), 20, config_copy_mib_variables_oid,
+        9);
+    if (registered != 0 && snmp_get_do_debugging() != 0)
+        report_failed_registration();
+
+    /* Minor id 9: the agent's start time was shifted. */
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, 9, xf_handle_starttime_change,
+                           nullptr);
+
+    /* Both are tried: deinit destroys both. */
+    const bool undo_list = create_request_list(&module_state.undo_list);
+    const bool second_list = create_request_list(&module_state.second_list);
+    if (!undo_list || !second_list) {
+        unregister_mib(config_copy_mib_variables_oid, 9);
+        return;
+    }
+    for (const uint32_t opcode : subscribed_opcodes)
+        register_for_notification(opcode, handle_notifications);
+}
+
+/*
+ * Rows, error rows, the age-out alarm and the start-time callback stay: the
+ * rows outlive a reload of the agent's modules.
+ */
+void deinit_config_copy_mib(void) {
+    unregister_mib(config_copy_mib_variables_oid, 9);
+    ordset_destroy(&module_state.undo_list);
+    ordset_destroy(&module_state.second_list);
+    for (const uint32_t opcode : subscribed_opcodes)
+        unregister_for_notification(opcode);
+}
+
+u_char *get_config_copy_mib(struct variable *vp, oid *name, size_t *length,
+                            int exact, size_t *var_len,
+                            WriteMethod **write_method) {
+    if (header_generic(vp, name, length, exact, var_len, write_method) ==
+        MATCH_SUCCEEDED)
+        snmp_set_detail("");
+    return nullptr;
+}

@@ -1,0 +1,426 @@
+/*
+ * The rows of xfCopyTable: their store, read handler and age-out; and the trace
+ * and the debug log, which every source file uses.
+ */
+#include "config_copy_mib_private.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+/* ---- Trace --------------------------------------------------------------- */
+
+#define TRACE_TEXT_SIZE 512
+
+struct trace_record {
+    uint32_t level;
+    char text[TRACE_TEXT_SIZE];
+};
+
+void trace_history(uint32_t level, const char *format, ...) {
+    struct trace_record record;
+    va_list arguments;
+
+    va_start(arguments, format);
+    const int formatted =
+        vsnprintf(record.text, sizeof(record.text), format, arguments);
+    va_end(arguments);
+    if (formatted < 0)
+        return;
+    record.level = level;
+    trc_hist_event(
+        XF_TRACE_EVENT,
+        static_cast<uint32_t>(sizeof(record.level) + strlen(record.text) + 1),
+        &record);
+}
+
+/* ---- Debug log ----------------------------------------------------------- */
+
+/* The open log; NULL if it cannot be opened: the next use tries again. */
+static FILE *debug_log_file(void) {
+    static FILE *log;
+    char name[128];
+
+    if (log != nullptr)
+        return log;
+    snprintf(name, sizeof(name), "%s.%d", "/tmp/cfg_snmp_debug.log",
+             static_cast<int>(getpid()));
+    log = fopen(name, "a");
+    if (log == nullptr)
+        fprintf(stderr, "Can't open %s", name);
+    return log;
+}
+
+/*
+ * Flushed at once: the copy child inherits the handle, and lines of the two
+ * processes must not mix.
+ */
+void debug_log(const char *format, ...) {
+    FILE *const log = debug_log_file();
+    const time_t now = time(nullptr);
+    va_list arguments;
+
+    if (log == nullptr)
+        return;
+    fprintf(log, "[%.24s] ", ctime(&now));
+    va_start(arguments, format);
+    vfprintf(log, format, arguments);
+    va_end(arguments);
+    fputc('\n', log);
+    fflush(log);
+}
+
+/* ---- Helpers ------------------------------------------------------------- */
+
+void timestamp_now(struct xf_timestamp *stamp) {
+    struct timeval now;
+
+    gettimeofday(&now, nullptr);
+    stamp->seconds = static_cast<int32_t>(now.tv_sec);
+    stamp->microseconds = static_cast<int32_t>(now.tv_usec);
+}
+
+uint32_t timestamp_uptime(const struct xf_timestamp *stamp) {
+    struct timeval moment;
+
+    moment.tv_sec = stamp->seconds;
+    moment.tv_usec = stamp->microseconds;
+    return static_cast<uint32_t>(netsnmp_timeval_uptime(&moment));
+}
+
+void copy_text(char *to, size_t size, const char *text) {
+    if (size == 0)
+        return;
+    const size_t length = strnlen(text, size - 1);
+    memcpy(to, text, length);
+    to[length] = '\0';
+}
+
+void format_text(char *to, size_t size, const char *format, ...) {
+    va_list arguments;
+
+    va_start(arguments, format);
+    vsnprintf(to, size, format, arguments);
+    va_end(arguments);
+}
+
+uint32_t get_be32(const void *octets) {
+    const uint8_t *const octet = static_cast<const uint8_t *>(octets);
+
+    return static_cast<uint32_t>(octet[0]) << 24 |
+           static_cast<uint32_t>(octet[1]) << 16 |
+           static_cast<uint32_t>(octet[2]) << 8 | octet[3];
+}
+
+void put_be32(void *octets, uint32_t value) {
+    uint8_t *const octet = static_cast<uint8_t *>(octets);
+
+    octet[0] = static_cast<uint8_t>(value >> 24);
+    octet[1] = static_cast<uint8_t>(value >> 16);
+    octet[2] = static_cast<uint8_t>(value >> 8);
+    octet[3] = static_cast<uint8_t>(value);
+}
+
+/* ---- Store --------------------------------------------------------------- */
+
+struct xfCopyEntry *createXfCopyEntry(void) {
+    struct xfCopyEntry *const entry =
+        static_cast<struct xfCopyEntry *>(malloc(sizeof(*entry)));
+
+    if (entry == nullptr)
+        return nullptr;
+    memset(entry, 0, sizeof(*entry));
+    entry->xfCopyProtocol = XF_PROTO_TFTP;
+    entry->xfCopySourceFileType = XF_FILE_NETWORK;
+    entry->xfCopyDestFileType = XF_FILE_STARTUP;
+    entry->xfCopyNotificationOnCompletion = XF_FALSE;
+    entry->xfCopyState = XF_STATE_WAITING;
+    entry->entryCreateTime = static_cast<int32_t>(time(nullptr));
+    entry->xfCopyFailCause = XF_FAIL_UNKNOWN;
+    return entry;
+}
+
+void xfCopyEntry_free(struct xfCopyEntry *entry) {
+    free(entry);
+}
+
+int xfCopyEntry_comp_func(const void *a, const void *b) {
+    if (a == nullptr || b == nullptr)
+        return -1;
+    const int32_t index_a =
+        static_cast<const struct xfCopyEntry *>(a)->xfCopyIndex;
+    const int32_t index_b =
+        static_cast<const struct xfCopyEntry *>(b)->xfCopyIndex;
+    return INTCMP(index_b, index_a);
+}
+
+int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
+    struct ordset **const table = &module_state.copy_table;
+
+    if (ordset_size(*table) != 0)
+        return ordset_add(*table, entry, entry) == entry ? 0 : XF_ERR_FAILED;
+
+    ordset_create(table, 1, 1, xfCopyEntry_comp_func, 1);
+    if (ordset_add(*table, entry, entry) == nullptr)
+        return XF_ERR_FAILED;
+    ageouttimer = snmp_alarm_register(101, SA_REPEAT,
+                                      cfgentry_age_timer_handler, nullptr);
+    return 0;
+}
+
+int32_t getXfCopyEntry(struct xfCopyEntry *buffer) {
+    if (ordset_size(module_state.copy_table) == 0)
+        return XF_ERR_NO_ENTRY;
+    const void *const found = ordset_find(module_state.copy_table, buffer);
+    if (found == nullptr)
+        return XF_ERR_NO_ENTRY;
+    memcpy(buffer, found, sizeof(*buffer));
+    return 0;
+}
+
+int32_t getnextXfCopyEntry(struct xfCopyEntry *buffer) {
+    struct ordset *const table = module_state.copy_table;
+
+    if (ordset_size(table) == 0)
+        return XF_ERR_NO_ENTRY;
+    const void *const found = buffer->xfCopyIndex == 0
+                                  ? ordset_find_nth_obj(table, 1)
+                                  : ordset_find_nextgreater(table, buffer);
+    if (found == nullptr)
+        return XF_ERR_NO_ENTRY;
+    memcpy(buffer, found, sizeof(*buffer));
+    return 0;
+}
+
+int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
+    struct ordset **const table = &module_state.copy_table;
+
+    if (ordset_size(*table) == 0)
+        return XF_ERR_FAILED;
+    deleteXfCopyErrorEntries(entry);
+    struct xfCopyEntry *const removed =
+        static_cast<struct xfCopyEntry *>(ordset_remove(*table, entry));
+    if (removed == nullptr)
+        return XF_ERR_FAILED;
+    xfCopyEntry_free(removed);
+    if (ordset_size(*table) == 0) {
+        snmp_alarm_unregister(ageouttimer);
+        ordset_destroy(table);
+    }
+    return 0;
+}
+
+int32_t get_config_entry_with_status(int32_t state,
+                                     struct xfCopyEntry *buffer) {
+    memset(buffer, 0, sizeof(*buffer));
+    while (getnextXfCopyEntry(buffer) == 0) {
+        if (buffer->xfCopyState == state)
+            return 0;
+    }
+    return XF_ERR_FAILED;
+}
+
+int32_t copy_inprogress(void) {
+    struct xfCopyEntry row;
+
+    if (get_config_entry_with_status(XF_STATE_RUNNING, &row) == 0)
+        return 1;
+    return module_state.copyChildRunning == 1 ? 1 : 0;
+}
+
+/* ---- Read handler -------------------------------------------------------- */
+
+/* Write methods by magic number, from 4 on; NULL for read-only columns. */
+static WriteMethod *const write_methods[] = {
+    set_xfCopyProtocol,
+    set_xfCopySourceFileType,
+    set_xfCopyDestFileType,
+    set_xfCopyServerAddress,
+    set_xfCopyFileName,
+    set_xfCopyUserName,
+    set_xfCopyUserPassword,
+    set_xfCopyNotificationOnCompletion,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    set_xfCopyEntryRowStatus,
+    set_xfCopyServerAddressType,
+    set_xfCopyServerAddressRev1,
+    set_xfCopyVRFName,
+};
+static constexpr int first_magic = 4;
+static constexpr int last_magic = 19;
+static_assert(sizeof(write_methods) / sizeof(write_methods[0]) ==
+                  last_magic - first_magic + 1,
+              "one for each column");
+
+void set_xfCopyTable_setmethods(int magic, WriteMethod **write_method) {
+    if (magic < first_magic || magic > last_magic)
+        return;
+    if (write_methods[magic - first_magic] != nullptr)
+        *write_method = write_methods[magic - first_magic];
+}
+
+int32_t parse_copy_index(const oid *column, size_t column_len, const oid *name,
+                         size_t name_len, int exact, int32_t *index) {
+    *index = 0;
+    if (name_len <= column_len)
+        return 0;
+    if (exact != 0) {
+        if (name_len != column_len + 1)
+            return XF_ERR_FAILED;
+        *index = static_cast<int32_t>(name[name_len - 1]);
+        return 0;
+    }
+    if (snmp_oid_compare(name, column_len, column, column_len) == 0)
+        *index = static_cast<int32_t>(name[column_len]);
+    return 0;
+}
+
+/* Finds the instance asked for and rewrites the request to it. */
+static int32_t find_copy_instance(const struct variable *vp, oid *name,
+                                  size_t *length, int exact,
+                                  struct xfCopyEntry *row) {
+    const size_t column_len = vp->namelen;
+
+    parse_copy_index(vp->name, column_len, name, *length, exact,
+                     &row->xfCopyIndex);
+    const int32_t status =
+        exact != 0 ? getXfCopyEntry(row) : getnextXfCopyEntry(row);
+    if (status != 0)
+        return status;
+    memcpy(name, vp->name, column_len * sizeof(name[0]));
+    name[column_len] =
+        static_cast<oid>(static_cast<uint32_t>(row->xfCopyIndex));
+    *length = column_len + 1;
+    return 0;
+}
+
+static u_char *value_of(void *value, size_t length, size_t *var_len) {
+    *var_len = length;
+    return static_cast<u_char *>(value);
+}
+
+static u_char *integer_value(void *value, size_t *var_len) {
+    return value_of(value, 4, var_len);
+}
+
+static u_char *text_value(char *text, size_t *var_len) {
+    return value_of(text, strlen(text), var_len);
+}
+
+/* A moment as up-time, 0 for one that has not come or was before the start. */
+static u_char *ticks_value(const struct xf_timestamp *stamp, size_t *var_len) {
+    uint32_t ticks = 0;
+
+    if (stamp->seconds != 0 || stamp->microseconds != 0)
+        ticks = timestamp_uptime(stamp);
+    if (static_cast<int32_t>(ticks) < 0)
+        ticks = 0;
+    module_state.read_ticks = ticks;
+    return integer_value(&module_state.read_ticks, var_len);
+}
+
+/* The address in octets; `ipv4_only` for the column that has no room for more.
+ */
+static u_char *address_value(const char *text, bool ipv4_only,
+                             size_t *var_len) {
+    struct ip_addr *const address = &module_state.read_address;
+
+    if (ip_addr_from_str(text, address) != 0 ||
+        (ipv4_only && address->type != INET_ADDRESS_IPV4)) {
+        *var_len = 0;
+        return nullptr;
+    }
+    return value_of(address->octets,
+                    address->type == INET_ADDRESS_IPV4 ? 4 : 16, var_len);
+}
+
+u_char *get_xfCopyTable(struct variable *vp, oid *name, size_t *length,
+                        int exact, size_t *var_len,
+                        WriteMethod **write_method) {
+    struct xfCopyEntry *const row = &module_state.read_row;
+    static char no_password[] = "";
+
+    const int32_t status = find_copy_instance(vp, name, length, exact, row);
+
+    /* Before the result is looked at: a SET may be about to make the row. */
+    set_xfCopyTable_setmethods(vp->magic, write_method);
+    if (status != 0)
+        return nullptr;
+
+    switch (vp->magic) {
+    case 4:
+        return integer_value(&row->xfCopyProtocol, var_len);
+    case 5:
+        return integer_value(&row->xfCopySourceFileType, var_len);
+    case 6:
+        return integer_value(&row->xfCopyDestFileType, var_len);
+    case 7:
+        return address_value(row->xfCopyServerAddressRev1, true, var_len);
+    case 8:
+        return text_value(row->xfCopyFileName, var_len);
+    case 9:
+        return text_value(row->xfCopyUserName, var_len);
+    case 10:
+        return text_value(no_password, var_len);
+    case 11:
+        return integer_value(&row->xfCopyNotificationOnCompletion, var_len);
+    case 12:
+        return integer_value(&row->xfCopyState, var_len);
+    case 13:
+        return ticks_value(&row->xfCopyTimeStarted, var_len);
+    case 14:
+        return ticks_value(&row->xfCopyTimeCompleted, var_len);
+    case 15:
+        return integer_value(&row->xfCopyFailCause, var_len);
+    case 16:
+        return integer_value(&row->xfCopyEntryRowStatus, var_len);
+    case 17:
+        return integer_value(&row->xfCopyServerAddressType, var_len);
+    case 18:
+        return address_value(row->xfCopyServerAddressRev1, false, var_len);
+    case 19:
+        return text_value(row->xfCopyVRFName, var_len);
+    default:
+        snmp_set_detail("");
+        return nullptr;
+    }
+}
+
+/* ---- Age-out ------------------------------------------------------------- */
+
+/* Seconds that a row is kept after its creation. */
+static constexpr int32_t row_lifetime = 305;
+
+void cfgentry_age_timer_handler(unsigned int alarm_id, void *client_argument) {
+    struct xfCopyEntry row;
+
+    (void)alarm_id;
+    (void)client_argument;
+    TRACE_INFO("%s : enter...\n", __func__);
+    memset(&row, 0, sizeof(row));
+    while (getnextXfCopyEntry(&row) == 0) {
+        const int32_t now = static_cast<int32_t>(time(nullptr));
+        const int32_t age =
+            static_cast<int32_t>(static_cast<uint32_t>(now) -
+                                 static_cast<uint32_t>(row.entryCreateTime));
+
+        if (age <= row_lifetime)
+            continue;
+        if (row.xfCopyState == XF_STATE_RUNNING &&
+            row.xfCopyEntryRowStatus != XF_ROW_DESTROY)
+            continue;
+        TRACE_INFO("%s: Deleting the aged out entry %d (curtime = %ld, "
+                   "entrycreatetetime = %ld \n",
+                   __func__, row.xfCopyIndex, static_cast<long>(now),
+                   static_cast<long>(row.entryCreateTime));
+        deleteXfCopyEntry(&row);
+    }
+}

@@ -1,0 +1,21 @@
+/*
+ * Accounting log: who did what.
+ */
+#ifndef PLATFORM_ACCOUNTING_H
+#define PLATFORM_ACCOUNTING_H
+
+#include "ipcbus.h"
+#include "visibility.h"
+
+PLATFORM_BEGIN_DECLS
+
+/*
+ * Records `text` against a session and a user; all three are copied. Returns 0;
+ * failures are of no consequence to the caller.
+ */
+int account_lib_interim_update(ipcbus_handle queue, const char *session,
+                               const char *user, const char *text);
+
+PLATFORM_END_DECLS
+
+#endif

@@ -1,0 +1,33 @@
+/*
+ * TFTP client library. One server at a time in a process; every call blocks.
+ *
+ * Results are 0 or more for success. Otherwise negative: -1 to -100 the error
+ * code of the protocol (-1 file not found, -2 access violation, -3 disk full),
+ * -101 and below -(100 + errno), so that -210 is a timeout.
+ */
+#ifndef PLATFORM_TFTP_H
+#define PLATFORM_TFTP_H
+
+#include "visibility.h"
+
+PLATFORM_BEGIN_DECLS
+
+/* Seconds to wait for each answer of the server, above 0. */
+int tftp_timeout_set(int seconds);
+
+/* Names the server, an address as text; `port` -1 is the service's own. */
+int tftp_connect(const char *server, int port);
+
+/* Sends the local file as `remote`; `flags` is 0. */
+int tftp_put2(const char *local, const char *remote, int flags);
+
+/* Fetches `remote` into the local file; `flags` is 0. After a failure there is
+ * no partial file. */
+int tftp_get2(const char *remote, const char *local, int flags);
+
+/* Text of a result; belongs to the library, lasts until the next call. */
+const char *tftp_strerror(int code);
+
+PLATFORM_END_DECLS
+
+#endif
