@@ -13,3 +13,8 @@ endif()
 if(XF_UNSIGNED_CHAR)
     target_compile_options(xf_flags INTERFACE -funsigned-char)
 endif()
+
+# A text without arguments is a format too; formats are checked where they stand.
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(xf_flags INTERFACE -Wno-format-security)
+endif()
