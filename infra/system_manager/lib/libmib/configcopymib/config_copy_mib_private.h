@@ -153,19 +153,17 @@ struct xfCopyErrorEntry {
     char xfCopyErrorDescription[257];
 };
 
-static_assert(std::is_trivial<struct xfCopyEntry>::value &&
-                  std::is_standard_layout<struct xfCopyEntry>::value,
-              "rows are copied whole");
-static_assert(sizeof(struct xfCopyEntry) == 760, "same record on both words");
+/* Both records are copied whole, and are the same on both words. */
+static_assert(std::is_trivial<struct xfCopyEntry>::value, "");
+static_assert(std::is_standard_layout<struct xfCopyEntry>::value, "");
+static_assert(sizeof(struct xfCopyEntry) == 760, "");
 static_assert(offsetof(struct xfCopyEntry, xfCopyFileName) == 20, "");
 static_assert(offsetof(struct xfCopyEntry, xfCopyNotificationOnCompletion) ==
                   616,
               "");
-static_assert(std::is_trivial<struct xfCopyErrorEntry>::value &&
-                  std::is_standard_layout<struct xfCopyErrorEntry>::value,
-              "error rows are copied whole");
-static_assert(sizeof(struct xfCopyErrorEntry) == 408,
-              "same record on both words");
+static_assert(std::is_trivial<struct xfCopyErrorEntry>::value, "");
+static_assert(std::is_standard_layout<struct xfCopyErrorEntry>::value, "");
+static_assert(sizeof(struct xfCopyErrorEntry) == 408, "");
 
 /* ---- Module state -------------------------------------------------------- */
 

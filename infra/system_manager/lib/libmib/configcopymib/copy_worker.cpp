@@ -549,7 +549,9 @@ static const char *configuration_word(int32_t file_type,
 }
 
 static void account_transfer(struct transfer *transfer, bool success) {
-    strcat(transfer->command, success ? " (SUCCESS)" : " (FAILURE)");
+    /* The text was cut to leave room for it. */
+    copy_text(transfer->command + strlen(transfer->command), OUTCOME_SIZE,
+              success ? " (SUCCESS)" : " (FAILURE)");
     const char *const session = get_snmp_sessionid(0);
     const char *const user = get_snmp_username(0);
     account_lib_interim_update(ipcbus_response_q, session, user,
