@@ -116,8 +116,13 @@ static int32_t fetch_row(int32_t index, struct xfCopyEntry *row) {
 
 /* ---- Column write methods ------------------------------------------------ */
 
-/* Phases in which a column traces its entry. */
-enum { TRACES_RESERVE2 = 1, TRACES_ACTION = 2, TRACES_FREE = 4 };
+/* Phases in which a column traces its entry; and the length it is given. */
+enum {
+    TRACES_RESERVE2 = 1,
+    TRACES_ACTION = 2,
+    TRACES_FREE = 4,
+    TRACES_LENGTH = 8
+};
 
 /* How a column differs from the others. */
 struct column {
@@ -179,7 +184,7 @@ static int column_reserve1(const struct column *column,
     *column->saved = 0;
     if (request->type != column->type)
         return refuse_type(column);
-    if (column->max_length == XF_REV1_OCTETS)
+    if ((column->traces & TRACES_LENGTH) != 0)
         TRACE_INFO("%s : length of value: %d\n", column->function,
                    static_cast<int>(request->length));
     const bool bad = column->type == ASN_INTEGER
@@ -642,7 +647,7 @@ static const struct column server_address_rev1_column = {
     ASN_OCTET_STR,
     XF_REV1_OCTETS,
     "%s : Entering RESERVE1 of entry (index = %d)\n",
-    TRACES_ALL,
+    TRACES_ALL | TRACES_LENGTH,
     /* traces_refusals= */ false,
     /* saves_first= */ false,
     /* traces_status_refusal= */ false,
