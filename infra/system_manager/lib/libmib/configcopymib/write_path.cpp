@@ -121,25 +121,27 @@ enum {
     TRACES_RESERVE2 = 1,
     TRACES_ACTION = 2,
     TRACES_FREE = 4,
+    TRACES_PHASES = TRACES_RESERVE2 | TRACES_ACTION | TRACES_FREE,
     TRACES_LENGTH = 8
 };
 
-/* How a column differs from the others. */
+/* How a column differs from the others; what is left out is "none" or "no". */
 struct column {
     const char *function;
     const char *object;
-    const char *object_in_bad_length;
     u_char type;
     size_t max_length;
-    const char *reserve1_trace; /* of function, index and integer; or NULL */
-    int traces;
-    bool traces_refusals; /* to the trace instead of standard error */
-    bool saves_first;     /* before the row status is tested */
-    bool traces_status_refusal;
-    void (*not_found)(const char *function, int32_t index);
-    int (*test)(const char *function, const struct set_request *request);
+    const char *object_in_bad_length = object;
+    int traces = TRACES_FREE;
+    const char *reserve1_trace = nullptr; /* of function, index and integer */
+    bool traces_refusals = false;         /* instead of standard error */
+    bool traces_status_refusal = false;
+    bool saves_first = false; /* before the row status is tested */
+    void (*not_found)(const char *function, int32_t index) = nullptr;
+    int (*test)(const char *function,
+                const struct set_request *request) = nullptr;
     uint32_t *saved;
-    void (*save)(const struct xfCopyEntry *row);
+    void (*save)(const struct xfCopyEntry *row) = nullptr;
     int (*write)(const char *function, struct xfCopyEntry *row,
                  const struct set_request *request);
     void (*restore)(struct xfCopyEntry *row);
@@ -479,201 +481,138 @@ static int write_server_address_rev1(const char *function,
 
 /* -- The columns -- */
 
+/* How the value of a column is saved, written and restored. */
+#define OWN_WRITE(kind, field, slot, write_value)                              \
+    .saved = &module_state.slot.saved,                                         \
+    .save = save_##kind<&xfCopyEntry::field, &config_copy_state::slot>,        \
+    .write = write_value,                                                      \
+    .restore = restore_##kind<&xfCopyEntry::field, &config_copy_state::slot>
 #define INTEGER_VALUE(field, slot)                                             \
-    &module_state.slot.saved,                                                  \
-        save_integer<&xfCopyEntry::field, &config_copy_state::slot>,           \
-        write_integer<&xfCopyEntry::field>,                                    \
-        restore_integer<&xfCopyEntry::field, &config_copy_state::slot>
+    OWN_WRITE(integer, field, slot, write_integer<&xfCopyEntry::field>)
 #define TEXT_VALUE(field, slot)                                                \
-    &module_state.slot.saved,                                                  \
-        save_text<&xfCopyEntry::field, &config_copy_state::slot>,              \
-        write_text<&xfCopyEntry::field>,                                       \
-        restore_text<&xfCopyEntry::field, &config_copy_state::slot>
-
-static constexpr int TRACES_ALL = TRACES_RESERVE2 | TRACES_ACTION | TRACES_FREE;
+    OWN_WRITE(text, field, slot, write_text<&xfCopyEntry::field>)
 
 static const struct column protocol_column = {
-    "set_xfCopyProtocol",
-    "xfCopyProtocol",
-    "xfCopyProtocol",
-    ASN_INTEGER,
-    4,
-    "%s : Entering RESERVE1 of entry (index = %d) : "
-    "The protocol being set = %d\n",
-    TRACES_ALL,
-    /* traces_refusals= */ false,
-    /* saves_first= */ true,
-    /* traces_status_refusal= */ true,
-    nullptr,
-    test_protocol,
-    INTEGER_VALUE(xfCopyProtocol, protocol)};
+    .function = "set_xfCopyProtocol",
+    .object = "xfCopyProtocol",
+    .type = ASN_INTEGER,
+    .max_length = 4,
+    .traces = TRACES_PHASES,
+    .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d) : "
+                      "The protocol being set = %d\n",
+    .traces_status_refusal = true,
+    .saves_first = true,
+    .test = test_protocol,
+    INTEGER_VALUE(xfCopyProtocol, protocol),
+};
 
 static const struct column source_file_type_column = {
-    "set_xfCopySourceFileType",
-    "xfCopySourceFileType",
-    "xfCopySourceFileType",
-    ASN_INTEGER,
-    4,
-    "%s : Entering RESERVE1 of entry (index = %d) \n",
-    TRACES_ALL,
-    /* traces_refusals= */ false,
-    /* saves_first= */ true,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    INTEGER_VALUE(xfCopySourceFileType, source_file_type)};
+    .function = "set_xfCopySourceFileType",
+    .object = "xfCopySourceFileType",
+    .type = ASN_INTEGER,
+    .max_length = 4,
+    .traces = TRACES_PHASES,
+    .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d) \n",
+    .saves_first = true,
+    INTEGER_VALUE(xfCopySourceFileType, source_file_type),
+};
 
 static const struct column dest_file_type_column = {
-    "set_xfCopyDestFileType",
-    "xfCopyDestFileType",
-    "xfCopyDestFileType",
-    ASN_INTEGER,
-    4,
-    nullptr,
-    TRACES_FREE,
-    /* traces_refusals= */ false,
-    /* saves_first= */ true,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    INTEGER_VALUE(xfCopyDestFileType, dest_file_type)};
+    .function = "set_xfCopyDestFileType",
+    .object = "xfCopyDestFileType",
+    .type = ASN_INTEGER,
+    .max_length = 4,
+    .saves_first = true,
+    INTEGER_VALUE(xfCopyDestFileType, dest_file_type),
+};
 
 static const struct column server_address_column = {
-    "set_xfCopyServerAddress",
-    "xfCopyServerAddress",
-    "xfCopyServerAddress",
-    ASN_IPADDRESS,
-    4,
-    nullptr,
-    0,
-    /* traces_refusals= */ false,
-    /* saves_first= */ true,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    print_server_address,
-    &module_state.server_address.saved,
-    nullptr,
-    write_server_address,
-    restore_server_address};
+    .function = "set_xfCopyServerAddress",
+    .object = "xfCopyServerAddress",
+    .type = ASN_IPADDRESS,
+    .max_length = 4,
+    .traces = 0,
+    .saves_first = true,
+    .test = print_server_address,
+    .saved = &module_state.server_address.saved,
+    .write = write_server_address,
+    .restore = restore_server_address,
+};
 
 static const struct column file_name_column = {
-    "set_xfCopyFileName",
-    "xfCopyFileName",
-    "xfCopyFileName",
-    ASN_OCTET_STR,
-    XF_FILE_NAME_OCTETS,
-    nullptr,
-    TRACES_ACTION | TRACES_FREE,
-    /* traces_refusals= */ false,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    print_not_found,
-    nullptr,
-    &module_state.file_name.saved,
-    save_file_name,
-    write_text<&xfCopyEntry::xfCopyFileName>,
-    restore_file_name};
+    .function = "set_xfCopyFileName",
+    .object = "xfCopyFileName",
+    .type = ASN_OCTET_STR,
+    .max_length = XF_FILE_NAME_OCTETS,
+    .traces = TRACES_ACTION | TRACES_FREE,
+    .not_found = print_not_found,
+    .saved = &module_state.file_name.saved,
+    .save = save_file_name,
+    .write = write_text<&xfCopyEntry::xfCopyFileName>,
+    .restore = restore_file_name,
+};
 
 static const struct column user_name_column = {
-    "set_xfCopyUserName",
-    "xfCopyUserName",
-    "xfCopyUserName",
-    ASN_OCTET_STR,
-    XF_CREDENTIAL_OCTETS,
-    nullptr,
-    TRACES_FREE,
-    /* traces_refusals= */ false,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    TEXT_VALUE(xfCopyUserName, user_name)};
+    .function = "set_xfCopyUserName",
+    .object = "xfCopyUserName",
+    .type = ASN_OCTET_STR,
+    .max_length = XF_CREDENTIAL_OCTETS,
+    TEXT_VALUE(xfCopyUserName, user_name),
+};
 
 static const struct column user_password_column = {
-    "set_xfCopyUserPassword",
-    "xfCopyUserPassword",
-    "xfCopyUserPassword",
-    ASN_OCTET_STR,
-    XF_CREDENTIAL_OCTETS,
-    nullptr,
-    TRACES_FREE,
-    /* traces_refusals= */ false,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    TEXT_VALUE(xfCopyUserPassword, user_password)};
+    .function = "set_xfCopyUserPassword",
+    .object = "xfCopyUserPassword",
+    .type = ASN_OCTET_STR,
+    .max_length = XF_CREDENTIAL_OCTETS,
+    TEXT_VALUE(xfCopyUserPassword, user_password),
+};
 
 static const struct column notification_column = {
-    "set_xfCopyNotificationOnCompletion",
-    "xfCopyNotificationOnCompletion",
-    "xfCopyNotificationOnCompletion",
-    ASN_INTEGER,
-    4,
-    nullptr,
-    TRACES_FREE,
-    /* traces_refusals= */ false,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    INTEGER_VALUE(xfCopyNotificationOnCompletion, notification)};
+    .function = "set_xfCopyNotificationOnCompletion",
+    .object = "xfCopyNotificationOnCompletion",
+    .type = ASN_INTEGER,
+    .max_length = 4,
+    INTEGER_VALUE(xfCopyNotificationOnCompletion, notification),
+};
 
 static const struct column server_address_type_column = {
-    "set_xfCopyServerAddressType",
-    "xfCopyServerAddressType",
-    "xfCopyServerAddressTypel",
-    ASN_INTEGER,
-    4,
-    "%s : Entering RESERVE1 of entry (index = %d) : "
-    "The server address type being set = %d\n",
-    TRACES_ALL,
-    /* traces_refusals= */ false,
-    /* saves_first= */ true,
-    /* traces_status_refusal= */ true,
-    nullptr,
-    test_address_type,
-    &module_state.server_address_type.saved,
-    save_integer<&xfCopyEntry::xfCopyServerAddressType,
-                 &config_copy_state::server_address_type>,
-    write_address_type,
-    restore_integer<&xfCopyEntry::xfCopyServerAddressType,
-                    &config_copy_state::server_address_type>};
+    .function = "set_xfCopyServerAddressType",
+    .object = "xfCopyServerAddressType",
+    .type = ASN_INTEGER,
+    .max_length = 4,
+    .object_in_bad_length = "xfCopyServerAddressTypel",
+    .traces = TRACES_PHASES,
+    .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d) : "
+                      "The server address type being set = %d\n",
+    .traces_status_refusal = true,
+    .saves_first = true,
+    .test = test_address_type,
+    OWN_WRITE(integer, xfCopyServerAddressType, server_address_type,
+              write_address_type),
+};
 
 static const struct column server_address_rev1_column = {
-    "set_xfCopyServerAddressRev1",
-    "xfCopyServerAddressRev1",
-    "xfCopyServerAddressRev1",
-    ASN_OCTET_STR,
-    XF_REV1_OCTETS,
-    "%s : Entering RESERVE1 of entry (index = %d)\n",
-    TRACES_ALL | TRACES_LENGTH,
-    /* traces_refusals= */ false,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    nullptr,
-    nullptr,
-    &module_state.server_address_rev1.saved,
-    save_text<&xfCopyEntry::xfCopyServerAddressRev1,
-              &config_copy_state::server_address_rev1>,
-    write_server_address_rev1,
-    restore_text<&xfCopyEntry::xfCopyServerAddressRev1,
-                 &config_copy_state::server_address_rev1>};
+    .function = "set_xfCopyServerAddressRev1",
+    .object = "xfCopyServerAddressRev1",
+    .type = ASN_OCTET_STR,
+    .max_length = XF_REV1_OCTETS,
+    .traces = TRACES_PHASES | TRACES_LENGTH,
+    .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d)\n",
+    OWN_WRITE(text, xfCopyServerAddressRev1, server_address_rev1,
+              write_server_address_rev1),
+};
 
 static const struct column vrf_name_column = {
-    "set_xfCopyVRFName",
-    "xfCopyVRFName",
-    "xfCopyVRFName",
-    ASN_OCTET_STR,
-    XF_VRF_NAME_OCTETS,
-    nullptr,
-    TRACES_ACTION | TRACES_FREE,
-    /* traces_refusals= */ true,
-    /* saves_first= */ false,
-    /* traces_status_refusal= */ false,
-    trace_not_found,
-    nullptr,
-    TEXT_VALUE(xfCopyVRFName, vrf_name)};
+    .function = "set_xfCopyVRFName",
+    .object = "xfCopyVRFName",
+    .type = ASN_OCTET_STR,
+    .max_length = XF_VRF_NAME_OCTETS,
+    .traces = TRACES_ACTION | TRACES_FREE,
+    .traces_refusals = true,
+    .not_found = trace_not_found,
+    TEXT_VALUE(xfCopyVRFName, vrf_name),
+};
 
 /* statP is not used: RESERVE2 looks the row up for itself. */
 #define DEFINE_WRITE_METHOD(function, column)                                  \
