@@ -1,0 +1,112 @@
+#include "host/agent/agent.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include <unistd.h>
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include "host/agent/clock_step.h"
+#include "host/agent/copy_child.h"
+#include "host/agent/event_loop.h"
+#include "host/agent/modules.h"
+#include "host/agent/notifications.h"
+#include "host/base/log.h"
+#include "host/ipcbus/queue.h"
+#include "platform/agent_ext.h"
+
+using namespace xfhost;
+
+int32_t change_time_flag = 0;
+
+namespace {
+
+ipcbus_handle access_point = nullptr;
+time_t configuration_changed[2]; // running as seen by management, startup
+
+void log_to_agent(int priority, const char *text) {
+    snmp_log(priority, "xfplatform: %s\n", text);
+}
+
+void parse_debug(const char *, char *value) {
+    if (strcmp(value, "yes") == 0)
+        modules_set_debug(true);
+    else if (strcmp(value, "no") == 0)
+        modules_set_debug(false);
+    else
+        config_perror("xfSnmpDebug: yes or no expected");
+}
+
+// The line may be gone when the configuration is read again.
+void forget_debug() {
+    modules_set_debug(false);
+}
+
+void start_once() {
+    static bool started = false;
+    if (started)
+        return;
+    started = true;
+    set_log_sink(log_to_agent);
+    register_app_config_handler("xfSnmpDebug", parse_debug, forget_debug,
+                                "yes|no");
+    if (!copy_child_watch_forks())
+        log_message(LOG_ERR, "forks cannot be watched");
+    if (!clock_watch())
+        log_message(LOG_ERR, "the clock cannot be watched: %s",
+                    strerror(errno));
+}
+
+__attribute__((destructor)) void leave() {
+    if (access_point != nullptr)
+        ipcbus_unbind(access_point, 0);
+}
+
+} // namespace
+
+namespace xfhost {
+
+bool agent_start() {
+    start_once();
+    if (access_point != nullptr)
+        return true;
+    if (ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_SNMP_AGENT, &access_point,
+                    "snmp-agent") >= 0 &&
+        loop_watch(access_point->socket.get(), agent_drain))
+        return true;
+    log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
+                strerror(errno));
+    if (access_point != nullptr)
+        ipcbus_unbind(access_point, 0);
+    access_point = nullptr;
+    return false;
+}
+
+void agent_drain() {
+    if (access_point == nullptr)
+        return;
+    while (ipcbus_message *message = ipcbus_take(access_point))
+        deliver(message);
+}
+
+void agent_abandon() {
+    if (access_point != nullptr)
+        ipcbus_disown(access_point);
+}
+
+} // namespace xfhost
+
+void snmp_heartbeat_send(void) {
+    // A stock agent has no watchdog to satisfy.
+}
+
+void set_mgmt_conf_last_change_time_extended(int which) {
+    if (which == 2 || which == 3)
+        configuration_changed[which - 2] = time(nullptr);
+}

@@ -1,0 +1,20 @@
+// The platform's life inside a hosting agent.
+#ifndef HOST_AGENT_AGENT_H
+#define HOST_AGENT_AGENT_H
+
+namespace xfhost {
+
+// Comes alive in the agent, once: the access point, the watches of the main
+// loop, the configuration token. False if the agent's access point could not be
+// bound; the next call tries again.
+bool agent_start();
+
+// Delivers the messages that wait at the agent's access point.
+void agent_drain();
+
+// In a forked child: the access point is the agent's, not ours.
+void agent_abandon();
+
+} // namespace xfhost
+
+#endif

@@ -1,0 +1,230 @@
+// How the end of a copy child is noticed:
+//
+// - fork() handlers open a pipe whose write end only the child keeps. The child
+//   says its process id and holds its end for as long as it lives; the kernel
+//   closes it however the child ends. A fork that failed leaves an end of file
+//   without a process id.
+// - A child that starts another program loses its end too (close on exec); it
+//   is the agent's own business and is left alone. The kernel knows the
+//   difference: the "forked but never executed" flag of the process.
+// - The pipe closes a moment before the process can be waited for, so the end
+//   is looked at again after some milliseconds instead of blocking the agent.
+#include "host/agent/copy_child.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <list>
+#include <optional>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include "host/agent/agent.h"
+#include "host/agent/event_loop.h"
+#include "host/agent/modules.h"
+#include "host/agent/notifications.h"
+#include "host/base/files.h"
+#include "host/base/log.h"
+#include "host/ipcbus/queue.h"
+
+namespace xfhost {
+namespace {
+
+struct Child {
+    Fd pipe;       // read end, until the child's end is closed
+    pid_t pid = 0; // 0: not known yet
+    bool reported = false;
+};
+
+using Children = std::list<Child>;
+
+Children children;
+Fd next_pipe[2];     // of the fork being made
+int held_end = -1;   // in a child: its write end, open as long as it lives
+bool in_child = false;
+bool owed_failure = false;
+
+// Flags word of /proc/<pid>/stat; nothing if there is no such process.
+std::optional<unsigned long> process_flags(pid_t pid) {
+    char path[32], text[1024];
+    snprintf(path, sizeof path, "/proc/%d/stat", pid);
+    Fd fd(open(path, O_RDONLY | O_CLOEXEC));
+    ssize_t length = fd ? read(fd.get(), text, sizeof text - 1) : -1;
+    if (length <= 0)
+        return std::nullopt;
+    text[length] = 0;
+    // The name before the last parenthesis may hold anything.
+    const char *rest = strrchr(text, ')');
+    unsigned long flags;
+    if (rest == nullptr ||
+        sscanf(rest + 1, " %*c %*d %*d %*d %*d %*d %lu", &flags) != 1)
+        return std::nullopt;
+    return flags;
+}
+
+bool runs_other_program(pid_t pid) {
+    constexpr unsigned long forked_not_executed = 0x40;
+    auto flags = process_flags(pid);
+    return flags && (*flags & forked_not_executed) == 0;
+}
+
+void deliver_failure() {
+    constexpr uint8_t failed[4] = {0, 0, 0, 1};
+    owed_failure = !deliver(
+        ipcbus_make(IPCBUS_OPC_CONFIG_COPY_STATUS, failed, sizeof failed));
+}
+
+void forget(Children::iterator child) {
+    if (child->pipe)
+        loop_unwatch(child->pipe.get());
+    children.erase(child);
+}
+
+// The child is gone and reaped, or was never made.
+void finish(Children::iterator child) {
+    agent_drain(); // its report may wait in the socket
+    pid_t pid = child->pid;
+    bool reported = child->reported;
+    forget(child);
+    if (reported)
+        return;
+    log_message(LOG_WARNING, "copy process %d ended without a report", pid);
+    if (pid != 0)
+        ipcbus_sweep(pid);
+    deliver_failure();
+}
+
+void look_again_soon();
+
+// The child's end of the pipe is closed: by its death, or by its exec.
+void look_at(Children::iterator child) {
+    siginfo_t info = {};
+    int result = waitid(P_PID, static_cast<id_t>(child->pid), &info,
+                        WEXITED | WNOHANG | WNOWAIT);
+    bool waitable = result == 0 && info.si_pid == child->pid;
+    bool gone = result != 0 && errno == ECHILD;
+    if (!gone && runs_other_program(child->pid)) {
+        forget(child);
+    } else if (waitable) {
+        waitpid(child->pid, nullptr, WNOHANG);
+        finish(child);
+    } else if (gone) {
+        finish(child);
+    } else {
+        look_again_soon();
+    }
+}
+
+void look_again(unsigned, void *) {
+    for (auto child = children.begin(); child != children.end();) {
+        auto each = child++;
+        if (!each->pipe)
+            look_at(each);
+    }
+}
+
+void look_again_soon() {
+    struct timeval delay = {0, 20000};
+    snmp_alarm_register_hr(delay, 0, look_again, nullptr);
+}
+
+// True at the end of the pipe.
+bool read_pid(Child &child) {
+    pid_t pid;
+    ssize_t count = read(child.pipe.get(), &pid, sizeof pid);
+    if (count == sizeof pid)
+        child.pid = pid;
+    return count == 0;
+}
+
+void pipe_readable(Children::iterator child) {
+    if (!read_pid(*child))
+        return;
+    loop_unwatch(child->pipe.get());
+    child->pipe.reset();
+    if (child->pid == 0)
+        finish(child);
+    else
+        look_at(child);
+}
+
+void before_fork() {
+    if (in_child || !module_serves_set())
+        return;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        log_message(LOG_ERR, "a copy goes unwatched: %s", strerror(errno));
+        return;
+    }
+    next_pipe[0] = Fd(ends[0]);
+    next_pipe[1] = Fd(ends[1]);
+}
+
+void in_parent() {
+    if (!next_pipe[0])
+        return;
+    int saved = errno; // fork's own
+    next_pipe[1].reset();
+    children.push_back({std::move(next_pipe[0]), 0, false});
+    auto child = std::prev(children.end());
+    if (!loop_watch(child->pipe.get(), [child] { pipe_readable(child); })) {
+        log_message(LOG_ERR, "a copy goes unwatched: %s", strerror(errno));
+        children.erase(child);
+    }
+    errno = saved;
+}
+
+void in_new_process() {
+    if (in_child)
+        return;
+    in_child = true;
+    agent_abandon();
+    loop_abandon();
+    children.clear();
+    if (!next_pipe[1])
+        return;
+    next_pipe[0].reset();
+    held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
+    next_pipe[1].reset();
+    pid_t pid = getpid();
+    if (write(held_end, &pid, sizeof pid) != sizeof pid)
+        _exit(1); // an unknown child could not be waited for
+}
+
+void pay_failure(unsigned, void *) {
+    if (owed_failure)
+        deliver_failure();
+}
+
+} // namespace
+
+bool copy_child_watch_forks() {
+    return pthread_atfork(before_fork, in_parent, in_new_process) == 0;
+}
+
+void copy_child_reported(pid_t pid) {
+    for (Child &child : children) {
+        // The report may be seen before the pipe is.
+        if (child.pid == 0 && child.pipe)
+            read_pid(child);
+        if (child.pid == pid)
+            child.reported = true;
+    }
+}
+
+void copy_child_subscribed() {
+    struct timeval delay = {0, 1000};
+    if (owed_failure)
+        snmp_alarm_register_hr(delay, 0, pay_failure, nullptr);
+}
+
+} // namespace xfhost

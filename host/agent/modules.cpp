@@ -1,0 +1,154 @@
+#include "host/agent/modules.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include <dlfcn.h>
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/agent/old_api.h>
+
+#include "host/base/log.h"
+
+namespace xfhost {
+namespace {
+
+constexpr int starttime_change = 9; // minor id of the library callback
+
+struct Module {
+    const void *base;   // where the object is mapped: its name here
+    void *object;       // for dlsym; never closed
+};
+
+std::vector<Module> modules;
+bool debug = false;
+
+bool in_module(const void *address, const void *base) {
+    Dl_info info;
+    return address != nullptr && dladdr(address, &info) != 0 &&
+           info.dli_fbase == base;
+}
+
+bool known_module(const void *address) {
+    return std::any_of(modules.begin(), modules.end(), [&](const Module &m) {
+        return in_module(address, m.base);
+    });
+}
+
+void *pin(const char *path) {
+    void *object = dlopen(path, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    return object != nullptr ? object : dlopen(nullptr, RTLD_NOW);
+}
+
+const Module *find_or_add(const void *address) {
+    Dl_info info;
+    if (dladdr(address, &info) == 0 || info.dli_fname == nullptr)
+        return nullptr;
+    for (const Module &module : modules)
+        if (module.base == info.dli_fbase)
+            return &module;
+    modules.push_back({info.dli_fbase, pin(info.dli_fname)});
+    return &modules.back();
+}
+
+// Each load of the module registers the callback again.
+void leave_one_callback(const Module &module) {
+    auto callback = reinterpret_cast<SNMPCallback *>(
+        dlsym(module.object, "xf_handle_starttime_change"));
+    if (callback == nullptr)
+        return;
+    while (snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, starttime_change,
+                                    callback, nullptr, 1) > 0)
+        ;
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, starttime_change, callback,
+                           nullptr);
+}
+
+void set_debug(const Module &module) {
+    void *flag = dlsym(module.object, "is_snmp_debug_enabled");
+    uint32_t value = debug ? 1 : 0;
+    if (flag != nullptr)
+        memcpy(flag, &value, sizeof value);
+}
+
+// The read handler that a registration through the old API leads to.
+const void *old_api_handler(const netsnmp_subtree *tree) {
+    if (tree->reginfo == nullptr)
+        return nullptr;
+    for (netsnmp_mib_handler *each = tree->reginfo->handler; each != nullptr;
+         each = each->next)
+        if (each->access_method == netsnmp_old_api_helper &&
+            each->myvoid != nullptr)
+            return reinterpret_cast<const void *>(
+                static_cast<struct variable *>(each->myvoid)->findVar);
+    return nullptr;
+}
+
+struct Registration {
+    std::vector<oid> name;
+    int priority;
+    bool operator==(const Registration &) const = default;
+};
+
+// The names under which an object is registered in the default context. A
+// registration shows up in several parts where others lie inside it.
+std::vector<Registration> registrations_of(const void *base) {
+    std::vector<Registration> found;
+    for (netsnmp_subtree *tree = netsnmp_subtree_find_first(""); tree;
+         tree = tree->next)
+        for (netsnmp_subtree *each = tree; each; each = each->children) {
+            if (!in_module(old_api_handler(each), base))
+                continue;
+            Registration one = {{each->name_a, each->name_a + each->namelen},
+                                each->priority};
+            if (std::find(found.begin(), found.end(), one) == found.end())
+                found.push_back(std::move(one));
+        }
+    return found;
+}
+
+} // namespace
+
+const void *module_loaded(notification_handler *handler) {
+    const Module *module =
+        find_or_add(reinterpret_cast<const void *>(handler));
+    if (module == nullptr)
+        return nullptr;
+    leave_one_callback(*module);
+    set_debug(*module);
+    return module->base;
+}
+
+void module_unloaded(const void *base) {
+    for (Registration &each : registrations_of(base))
+        unregister_mib_context(each.name.data(), each.name.size(),
+                               each.priority, 0, 0, "");
+}
+
+bool module_serves_set() {
+    netsnmp_agent_session *session = netsnmp_get_current_agent_session();
+    if (session == nullptr || session->pdu == nullptr ||
+        session->pdu->command != SNMP_MSG_SET)
+        return false;
+    for (netsnmp_variable_list *each = session->pdu->variables; each;
+         each = each->next_variable) {
+        netsnmp_subtree *tree =
+            netsnmp_subtree_find(each->name, each->name_length, nullptr, "");
+        if (tree != nullptr && known_module(old_api_handler(tree)))
+            return true;
+    }
+    return false;
+}
+
+void modules_set_debug(bool on) {
+    debug = on;
+    for (const Module &module : modules)
+        set_debug(module);
+}
+
+} // namespace xfhost

@@ -1,0 +1,217 @@
+#include "host/base/settings.h"
+
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/base/files.h"
+#include "host/base/log.h"
+
+namespace xfhost {
+namespace {
+
+constexpr const char *default_file = "/etc/xfhost.conf";
+constexpr size_t largest_file = 65536;
+
+std::string set_directory(std::string &field, std::string_view value) {
+    if (value.empty() || value.front() != '/')
+        return "is not an absolute path";
+    field = value;
+    while (field.size() > 1 && field.back() == '/')
+        field.pop_back();
+    return "";
+}
+
+std::string set_number(int &field, std::string_view value, int low, int high) {
+    int number = 0;
+    const char *end = value.data() + value.size();
+    auto [stop, error] = std::from_chars(value.data(), end, number);
+    if (error != std::errc() || stop != end || number < low || number > high)
+        return "is not a number from " + std::to_string(low) + " to " +
+               std::to_string(high);
+    field = number;
+    return "";
+}
+
+std::string set_word(std::string &field, std::string_view value) {
+    for (char c : value)
+        if (!std::isgraph(static_cast<unsigned char>(c)))
+            return "is not one word";
+    field = value;
+    return "";
+}
+
+std::string set_address(std::string &field, std::string_view value) {
+    unsigned char octets[16];
+    std::string text(value);
+    if (inet_pton(AF_INET, text.c_str(), octets) != 1 &&
+        inet_pton(AF_INET6, text.c_str(), octets) != 1)
+        return "is not an IPv4 or IPv6 address";
+    field = text;
+    return "";
+}
+
+std::string set_flag(bool &field, std::string_view value) {
+    if (value != "yes" && value != "no")
+        return "is not yes or no";
+    field = value == "yes";
+    return "";
+}
+
+std::string set_chassis(Settings &s, std::string_view value) {
+    int number = 0;
+    std::string error = set_number(number, value, 0, 65535);
+    if (error.empty())
+        s.chassis_type = number;
+    return error;
+}
+
+struct Key {
+    std::string_view name;
+    std::string (*set)(Settings &, std::string_view);
+};
+
+using V = std::string_view;
+
+constexpr Key keys[] = {
+    {"root", [](Settings &s, V v) { return set_directory(s.root, v); }},
+    {"run_directory",
+     [](Settings &s, V v) { return set_directory(s.run_directory, v); }},
+    {"state_directory",
+     [](Settings &s, V v) { return set_directory(s.state_directory, v); }},
+    {"user", [](Settings &s, V v) { return set_word(s.user, v); }},
+    {"management_interface",
+     [](Settings &s, V v) { return set_word(s.management_interface, v); }},
+    {"management_address",
+     [](Settings &s, V v) { return set_address(s.management_address, v); }},
+    {"default_vrf",
+     [](Settings &s, V v) { return set_word(s.default_vrf, v); }},
+    {"chassis_type", set_chassis},
+    {"partition_type",
+     [](Settings &s, V v) { return set_number(s.partition_type, v, 0, 255); }},
+    {"tftp_port",
+     [](Settings &s, V v) { return set_number(s.tftp_port, v, 1, 65535); }},
+    {"tftp_packet_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.tftp_packet_seconds, v, 0, 3600);
+     }},
+    {"tftp_total_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.tftp_total_seconds, v, 1, 86400);
+     }},
+    {"apply_seconds",
+     [](Settings &s, V v) { return set_number(s.apply_seconds, v, 1, 86400); }},
+    {"trace_history",
+     [](Settings &s, V v) { return set_flag(s.trace_history, v); }},
+};
+
+std::string_view trim(std::string_view text) {
+    constexpr const char *blanks = " \t\r";
+    size_t first = text.find_first_not_of(blanks);
+    if (first == V::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::string parse_line(Settings &s, std::string_view line) {
+    line = trim(line);
+    if (line.empty() || line.front() == '#')
+        return "";
+    size_t end = line.find_first_of(" \t");
+    V value = end == V::npos ? V{} : trim(line.substr(end));
+    return set_setting(s, line.substr(0, end), value);
+}
+
+// A file that somebody else could have written is not a configuration.
+std::string read_file(const std::string &path, bool must_exist,
+                      std::string &text) {
+    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) {
+        if (errno == ENOENT && !must_exist)
+            return "";
+        return path + ": " + std::strerror(errno);
+    }
+    struct stat st;
+    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))
+        return path + ": not a regular file";
+    if ((st.st_uid != 0 && st.st_uid != geteuid()) || (st.st_mode & 022) != 0)
+        return path + ": somebody else may write to it";
+    if (!read_whole(fd.get(), largest_file, text))
+        return path + ": " + std::strerror(errno);
+    return "";
+}
+
+std::string read_environment(Settings &s, const Environment &environment) {
+    for (const Key &key : keys) {
+        std::string name = "XF_";
+        for (char c : key.name)
+            name += static_cast<char>(
+                std::toupper(static_cast<unsigned char>(c)));
+        const char *value = environment(name.c_str());
+        if (value == nullptr)
+            continue;
+        std::string error = key.set(s, value);
+        if (!error.empty())
+            return name + ": \"" + value + "\" " + error;
+    }
+    return "";
+}
+
+} // namespace
+
+std::string set_setting(Settings &s, std::string_view key,
+                        std::string_view value) {
+    for (const Key &known : keys) {
+        if (known.name != key)
+            continue;
+        std::string error = known.set(s, value);
+        if (error.empty())
+            return "";
+        return std::string(key) + ": \"" + std::string(value) + "\" " + error;
+    }
+    return "unknown key \"" + std::string(key) + "\"";
+}
+
+std::string parse_settings(Settings &s, std::string_view text) {
+    for (int number = 1; !text.empty(); number++) {
+        size_t end = text.find('\n');
+        std::string error = parse_line(s, text.substr(0, end));
+        if (!error.empty())
+            return "line " + std::to_string(number) + ": " + error;
+        text.remove_prefix(end == V::npos ? text.size() : end + 1);
+    }
+    return "";
+}
+
+std::string load_settings(Settings &s, const Environment &environment) {
+    const char *named = environment("XF_CONFIG");
+    std::string path = named != nullptr ? named : default_file;
+    std::string text;
+    std::string error = read_file(path, named != nullptr, text);
+    if (!error.empty())
+        return error;
+    error = parse_settings(s, text);
+    if (!error.empty())
+        return path + ", " + error;
+    return read_environment(s, environment);
+}
+
+const Settings *settings() {
+    static Settings loaded;
+    static const bool good = [] {
+        std::string error = load_settings(loaded, secure_getenv);
+        if (!error.empty())
+            log_message(LOG_ERR, "bad configuration: %s", error.c_str());
+        return error.empty();
+    }();
+    return good ? &loaded : nullptr;
+}
+
+} // namespace xfhost

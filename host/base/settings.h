@@ -1,0 +1,50 @@
+// What an operator can set. Each key of the configuration file can also be
+// given as an environment variable, XF_ and the key in capitals, which wins.
+#ifndef HOST_BASE_SETTINGS_H
+#define HOST_BASE_SETTINGS_H
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace xfhost {
+
+struct Settings {
+    std::string root;                                      // before /brim/...
+    std::string run_directory = "/run/xfplatform";         // sockets
+    std::string state_directory = "/var/lib/xfplatform";   // what must last
+    std::string user;                                      // runs the agent
+    std::string management_interface;
+    std::string management_address;
+    std::string default_vrf; // of a request without a context
+    std::optional<int> chassis_type;
+    int partition_type = 1;
+    int tftp_port = 69;
+    int tftp_packet_seconds = 0; // 0: as the caller asks; else an upper bound
+    int tftp_total_seconds = 300;
+    int apply_seconds = 120;
+    bool trace_history = true;
+};
+
+// Where the settings come from. `environment` gives a variable's text or NULL.
+using Environment = std::function<const char *(const char *)>;
+
+// Sets one key. Returns an error text, empty if the value was taken.
+std::string set_setting(Settings &settings, std::string_view key,
+                        std::string_view value);
+
+// Takes every line of a configuration file. Returns an error text that names
+// the line, empty if all was taken.
+std::string parse_settings(Settings &settings, std::string_view text);
+
+// Reads the file and the environment. Returns an error text or an empty one.
+std::string load_settings(Settings &settings, const Environment &environment);
+
+// The settings of this process, read once; NULL if they are bad, which was then
+// logged: the caller fails with EINVAL rather than run with half of them.
+const Settings *settings();
+
+} // namespace xfhost
+
+#endif

@@ -1,0 +1,16 @@
+// Cycles are nanoseconds of the monotonic clock: a counter of the processor
+// would have to be calibrated and may differ between processors.
+#include "platform/cycles.h"
+
+#include <ctime>
+
+uint64_t timer_get_cycles(void) {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u +
+           static_cast<uint64_t>(now.tv_nsec);
+}
+
+uint64_t timer_diff_cycle_in_msec(uint64_t later, uint64_t earlier) {
+    return later < earlier ? 0 : (later - earlier) / 1000000u;
+}

@@ -1,0 +1,401 @@
+// ipcbus on Unix datagram sockets in the run directory: "sap.28" is access
+// point 28, "q.<pid>.<n>" a handle on any free one. Only the same user and root
+// are heard. Paths go through the directory's descriptor, so that a run
+// directory may have a longer name than a socket address holds.
+#include "platform/ipcbus.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "host/base/files.h"
+#include "host/ipcbus/queue.h"
+#include "host/ipcbus/wire.h"
+
+using namespace xfhost;
+
+namespace {
+
+constexpr size_t readable_octets = 16; // of every payload
+
+// Of this process: answers to the requests that it sends.
+ipcbus_queue response_queue = [] {
+    ipcbus_queue queue;
+    queue.kind = IPCBUS_KIND_REQ_RESP;
+    queue.lazy = true;
+    return queue;
+}();
+
+uint32_t fresh_token() {
+    static uint32_t next = 0;
+    static pid_t owner = 0;
+    if (owner != getpid()) { // a child must not reuse its parent's tokens
+        owner = getpid();
+        if (getrandom(&next, sizeof next, GRND_NONBLOCK) != sizeof next)
+            next = static_cast<uint32_t>(owner) << 16;
+    }
+    if (++next == 0)
+        next = 1;
+    return next;
+}
+
+std::string sap_name(int sap) {
+    return "sap." + std::to_string(sap);
+}
+
+std::string free_name() {
+    static int count = 0;
+    return "q." + std::to_string(getpid()) + "." + std::to_string(++count);
+}
+
+bool socket_address(int directory, const std::string &name,
+                    struct sockaddr_un &address) {
+    address = {};
+    address.sun_family = AF_UNIX;
+    int length = snprintf(address.sun_path, sizeof address.sun_path,
+                          "/proc/self/fd/%d/%s", directory, name.c_str());
+    return length > 0 &&
+           static_cast<size_t>(length) < sizeof address.sun_path;
+}
+
+// An access point is taken while its lock is held; a socket without a holder
+// was left by a process that died.
+bool take_access_point(ipcbus_queue &queue, int directory) {
+    queue.lock = lock_file(directory, (queue.name + ".lock").c_str(), false);
+    if (!queue.lock) {
+        if (errno == EWOULDBLOCK)
+            errno = EADDRINUSE;
+        return false;
+    }
+    unlinkat(directory, queue.name.c_str(), 0);
+    return true;
+}
+
+bool bind_socket(ipcbus_queue &queue) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return false;
+    queue.name = queue.sap == IPCBUS_SAP_ANY ? free_name()
+                                             : sap_name(queue.sap);
+    if (queue.sap != IPCBUS_SAP_ANY &&
+        !take_access_point(queue, directory.get()))
+        return false;
+    if (queue.sap == IPCBUS_SAP_ANY) // left by an earlier process of this pid
+        unlinkat(directory.get(), queue.name.c_str(), 0);
+    queue.socket = Fd(
+        socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    struct sockaddr_un address;
+    int on = 1;
+    mode_t mask = umask(0177);
+    bool bound = queue.socket &&
+                 setsockopt(queue.socket.get(), SOL_SOCKET, SO_PASSCRED, &on,
+                            sizeof on) == 0 &&
+                 socket_address(directory.get(), queue.name, address) &&
+                 bind(queue.socket.get(),
+                      reinterpret_cast<struct sockaddr *>(&address),
+                      sizeof address) == 0;
+    umask(mask);
+    if (bound)
+        adopt_at(directory.get(), queue.name.c_str());
+    queue.owner = getpid();
+    return bound;
+}
+
+// The handle ready for use in this process. False with errno set.
+bool ready(ipcbus_handle queue) {
+    if (queue == nullptr) {
+        errno = EBADF;
+        return false;
+    }
+    if (queue->socket && queue->owner == getpid())
+        return true;
+    if (!queue->lazy) {
+        errno = EBADF;
+        return false;
+    }
+    ipcbus_disown(queue);
+    if (bind_socket(*queue))
+        return true;
+    queue->socket.reset();
+    return false;
+}
+
+void remove_name(const std::string &name) {
+    Fd directory = open_run_directory();
+    if (directory)
+        unlinkat(directory.get(), name.c_str(), 0);
+}
+
+int send_to(ipcbus_handle queue, const std::string &name,
+            const WireMessage &message) {
+    std::vector<uint8_t> octets = wire_encode(message);
+    if (octets.empty()) {
+        errno = EMSGSIZE;
+        return -1;
+    }
+    Fd directory = open_run_directory();
+    struct sockaddr_un address;
+    if (!directory || !socket_address(directory.get(), name, address))
+        return -1;
+    ssize_t sent =
+        sendto(queue->socket.get(), octets.data(), octets.size(),
+               MSG_DONTWAIT | MSG_NOSIGNAL,
+               reinterpret_cast<struct sockaddr *>(&address), sizeof address);
+    return sent < 0 ? -1 : 0;
+}
+
+ipcbus_message *new_message(WireMessage &&wire, pid_t sender) {
+    auto message = std::make_unique<ipcbus_message>();
+    message->wire = std::move(wire);
+    message->sender_pid = sender;
+    message->padded = message->wire.payload;
+    if (!message->padded.empty() && message->padded.size() < readable_octets)
+        message->padded.resize(readable_octets);
+    return message.release();
+}
+
+const struct ucred *credentials(struct msghdr &header) {
+    for (struct cmsghdr *part = CMSG_FIRSTHDR(&header); part != nullptr;
+         part = CMSG_NXTHDR(&header, part))
+        if (part->cmsg_level == SOL_SOCKET &&
+            part->cmsg_type == SCM_CREDENTIALS)
+            return reinterpret_cast<const struct ucred *>(CMSG_DATA(part));
+    return nullptr;
+}
+
+// One datagram: a message, NULL with errno 0 for one that is dropped, NULL
+// with errno set if there was none.
+ipcbus_message *receive_one(int socket) {
+    uint8_t octets[wire_header_size + wire_largest_payload + 1];
+    struct iovec vector = {octets, sizeof octets};
+    alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(struct ucred))];
+    struct msghdr header = {};
+    header.msg_iov = &vector;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof control;
+    ssize_t length =
+        recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (length < 0)
+        return nullptr;
+    const struct ucred *sender = credentials(header);
+    errno = 0;
+    if (sender == nullptr || !trusted_owner(sender->uid) ||
+        (header.msg_flags & MSG_TRUNC) != 0)
+        return nullptr;
+    auto wire = wire_decode(octets, static_cast<size_t>(length));
+    errno = 0;
+    return wire ? new_message(std::move(*wire), sender->pid) : nullptr;
+}
+
+int64_t monotonic_ms() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Waits until the socket can be read; `deadline` -1 is never. 0, or -1 with
+// errno set.
+int wait_readable(int socket, int64_t deadline) {
+    int timeout = -1;
+    if (deadline >= 0) {
+        int64_t left = std::clamp<int64_t>(deadline - monotonic_ms(), 0,
+                                           INT32_MAX);
+        timeout = static_cast<int>(left);
+    }
+    struct pollfd watched = {socket, POLLIN, 0};
+    int count = poll(&watched, 1, timeout);
+    if (count == 0)
+        errno = ETIME;
+    return count > 0 ? 0 : -1;
+}
+
+WireMessage outgoing(ipcbus_handle queue, uint32_t opcode, const void *payload,
+                     size_t length) {
+    WireMessage message;
+    message.opcode = opcode;
+    message.sender = queue->name;
+    if (length > 0) {
+        auto octets = static_cast<const uint8_t *>(payload);
+        message.payload.assign(octets, octets + length);
+    }
+    return message;
+}
+
+__attribute__((destructor)) void close_response_queue() {
+    if (response_queue.socket && response_queue.owner == getpid())
+        remove_name(response_queue.name);
+}
+
+} // namespace
+
+ipcbus_handle ipcbus_response_q = &response_queue;
+
+int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *) {
+    *handle = nullptr;
+    if ((kind != IPCBUS_KIND_DATAGRAM && kind != IPCBUS_KIND_REQ_RESP) ||
+        sap < IPCBUS_SAP_ANY) {
+        errno = EINVAL;
+        return -1;
+    }
+    try {
+        auto queue = std::make_unique<ipcbus_queue>();
+        queue->kind = kind;
+        queue->sap = sap;
+        if (!bind_socket(*queue))
+            return -1;
+        *handle = queue.release();
+        return 0;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+int ipcbus_unbind(ipcbus_handle handle, uint32_t) {
+    if (handle == nullptr || handle->lazy) {
+        errno = EBADF;
+        return -1;
+    }
+    // The name goes first and the lock last: nobody else binds in between.
+    if (handle->owner == getpid())
+        remove_name(handle->name);
+    delete handle;
+    return 0;
+}
+
+int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
+                uint32_t opcode, const void *payload, uint32_t length,
+                uint32_t, uint32_t, struct ipcbus_message **request) {
+    if (request != nullptr)
+        *request = nullptr;
+    if (length > wire_largest_payload) {
+        errno = EMSGSIZE;
+        return -1;
+    }
+    if (destination->node != IPCBUS_NODE_LOCAL) {
+        errno = EHOSTUNREACH;
+        return -1;
+    }
+    try {
+        if (!ready(handle))
+            return -1;
+        WireMessage message = outgoing(handle, opcode, payload, length);
+        if (request != nullptr) {
+            message.token = fresh_token();
+            message.kind = WireKind::request;
+        }
+        std::string name = "sap." + std::to_string(destination->sap);
+        if (send_to(handle, name, message) != 0)
+            return -1;
+        if (request != nullptr)
+            *request = new_message(std::move(message), getpid());
+        return 0;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
+                const struct ipcbus_recv_options *options) {
+    *message = nullptr;
+    if (!ready(handle))
+        return -1;
+    int64_t deadline = -1;
+    if (options != nullptr && options->mode == 1)
+        deadline = monotonic_ms() + int64_t{options->timeout} * 1000;
+    for (;;) {
+        if (wait_readable(handle->socket.get(), deadline) != 0)
+            return -1;
+        *message = ipcbus_take(handle);
+        if (*message != nullptr)
+            return 0;
+        if (errno != EAGAIN)
+            return -1;
+    }
+}
+
+void ipcbus_drop(ipcbus_handle, struct ipcbus_message *message) {
+    delete message;
+}
+
+uint32_t ipcbus_opc_get(const struct ipcbus_message *message) {
+    return message->wire.opcode;
+}
+
+const void *ipcbus_payload_get(const struct ipcbus_message *message) {
+    return message->padded.empty() ? nullptr : message->padded.data();
+}
+
+uint32_t ipcbus_rr_token_get(const struct ipcbus_message *request) {
+    return request == nullptr ? 0 : request->wire.token;
+}
+
+namespace xfhost {
+
+ipcbus_message *ipcbus_take(ipcbus_handle queue) {
+    try {
+        for (;;) {
+            ipcbus_message *message = receive_one(queue->socket.get());
+            if (message != nullptr || errno != 0)
+                return message;
+        }
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+}
+
+ipcbus_message *ipcbus_make(uint32_t opcode, const void *payload,
+                            size_t length) {
+    WireMessage wire;
+    wire.opcode = opcode;
+    auto octets = static_cast<const uint8_t *>(payload);
+    wire.payload.assign(octets, octets + length);
+    return new_message(std::move(wire), getpid());
+}
+
+int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
+                   const void *payload, size_t length) {
+    if (!ready(queue))
+        return -1;
+    WireMessage message =
+        outgoing(queue, request->wire.opcode, payload, length);
+    message.token = request->wire.token;
+    message.kind = WireKind::response;
+    return send_to(queue, request->wire.sender, message);
+}
+
+void ipcbus_disown(ipcbus_handle queue) {
+    queue->socket.reset();
+    queue->lock.reset();
+}
+
+void ipcbus_sweep(pid_t pid) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return;
+    std::string prefix = "q." + std::to_string(pid) + ".";
+    DIR *listing = fdopendir(fcntl(directory.get(), F_DUPFD_CLOEXEC, 3));
+    if (listing == nullptr)
+        return;
+    while (const struct dirent *entry = readdir(listing))
+        if (std::string_view(entry->d_name).starts_with(prefix))
+            unlinkat(directory.get(), entry->d_name, 0);
+    closedir(listing);
+}
+
+} // namespace xfhost

@@ -1,0 +1,54 @@
+// What a handle and a message are made of, for the other parts of the platform:
+// the agent side watches its handle's socket, a service answers requests.
+#ifndef HOST_IPCBUS_QUEUE_H
+#define HOST_IPCBUS_QUEUE_H
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "host/base/files.h"
+#include "host/ipcbus/wire.h"
+#include "platform/ipcbus.h"
+
+struct ipcbus_queue {
+    int kind = 0;
+    int sap = IPCBUS_SAP_ANY;
+    std::string name; // of the socket in the run directory, once bound
+    xfhost::Fd socket;
+    xfhost::Fd lock;     // held while an access point is bound
+    pid_t owner = 0;     // the process that bound it
+    bool lazy = false;   // bound by the first use, in each process anew
+};
+
+struct ipcbus_message {
+    xfhost::WireMessage wire;
+    pid_t sender_pid = 0;
+    std::vector<uint8_t> padded; // the payload, followed by zeroes
+};
+
+namespace xfhost {
+
+// Takes the next message that waits on a queue, without waiting for one.
+// NULL if there is none (errno EAGAIN) or the transport failed.
+ipcbus_message *ipcbus_take(ipcbus_handle queue);
+
+// A message that no other process sent, for the same handlers.
+ipcbus_message *ipcbus_make(uint32_t opcode, const void *payload,
+                            size_t length);
+
+// Answers a request. Returns 0; -1 with errno set.
+int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
+                   const void *payload, size_t length);
+
+// In a child process: lets go of a queue that is its parent's, without
+// touching its name.
+void ipcbus_disown(ipcbus_handle queue);
+
+// Removes the sockets that the process `pid` has left behind.
+void ipcbus_sweep(pid_t pid);
+
+} // namespace xfhost
+
+#endif

@@ -1,0 +1,101 @@
+// ordset on the order-statistics tree of libstdc++: a red-black tree whose
+// nodes also know the size of their subtree, so that a position is found as
+// fast as a key.
+#include "platform/ordset.h"
+
+#include <new>
+
+#include <ext/pb_ds/assoc_container.hpp>
+#include <ext/pb_ds/tree_policy.hpp>
+
+namespace {
+
+// The set's convention is the reverse of strcmp's.
+struct StandsBefore {
+    ordset_compare *compare;
+    bool operator()(const void *a, const void *b) const {
+        return compare(a, b) > 0;
+    }
+};
+
+using Tree =
+    __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
+                     __gnu_pbds::rb_tree_tag,
+                     __gnu_pbds::tree_order_statistics_node_update>;
+
+void *as_key(const void *key) {
+    return const_cast<void *>(key);
+}
+
+} // namespace
+
+struct ordset {
+    Tree tree;
+    explicit ordset(ordset_compare *compare) : tree(StandsBefore{compare}) {
+    }
+};
+
+int ordset_create(struct ordset **set, int keyed, int unique,
+                  ordset_compare *compare, int owned) {
+    ordset_destroy(set);
+    if (compare == nullptr || (keyed != 0 && keyed != 1) || unique != 1 ||
+        owned != 1)
+        return -1;
+    try {
+        *set = new ordset(compare);
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
+    return ORDSET_CREATED;
+}
+
+void *ordset_add(struct ordset *set, const void *, void *object) {
+    if (set == nullptr)
+        return nullptr;
+    try {
+        return set->tree.insert(object).second ? object : nullptr;
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
+void *ordset_find(struct ordset *set, const void *key) {
+    if (set == nullptr)
+        return nullptr;
+    auto found = set->tree.find(as_key(key));
+    return found == set->tree.end() ? nullptr : *found;
+}
+
+void *ordset_find_nextgreater(struct ordset *set, const void *key) {
+    if (set == nullptr)
+        return nullptr;
+    auto found = set->tree.upper_bound(as_key(key));
+    return found == set->tree.end() ? nullptr : *found;
+}
+
+void *ordset_find_nth_obj(struct ordset *set, uint32_t position) {
+    if (set == nullptr || position == 0)
+        return nullptr;
+    auto found = set->tree.find_by_order(position - 1);
+    return found == set->tree.end() ? nullptr : *found;
+}
+
+void *ordset_remove(struct ordset *set, const void *key) {
+    if (set == nullptr)
+        return nullptr;
+    auto found = set->tree.find(as_key(key));
+    if (found == set->tree.end())
+        return nullptr;
+    void *object = *found;
+    set->tree.erase(found);
+    return object;
+}
+
+uint32_t ordset_size(const struct ordset *set) {
+    return set == nullptr ? 0 : static_cast<uint32_t>(set->tree.size());
+}
+
+void ordset_destroy(struct ordset **set) {
+    delete *set;
+    *set = nullptr;
+}

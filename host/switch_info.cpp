@@ -1,0 +1,35 @@
+// What this switch is, from the configuration, and the services of a fabric,
+// which this host is not part of yet.
+#include "platform/grove.h"
+#include "platform/hwinfo.h"
+#include "platform/vrfmgr.h"
+
+#include "host/base/settings.h"
+#include "host/errors.h"
+
+using namespace xfhost;
+
+int hwinfo_get_chassis_type(int32_t *type) {
+    const Settings *s = settings();
+    if (s == nullptr || !s->chassis_type)
+        return static_cast<int>(err_no_chassis_type);
+    *type = *s->chassis_type;
+    return 0;
+}
+
+int pod_get_type(int) {
+    const Settings *s = settings();
+    return s == nullptr ? 0 : s->partition_type;
+}
+
+int32_t vrfmgr_get_context_id(const char *) {
+    return 0; // there are no VRFs yet
+}
+
+int grove_status_next_get(struct grove_status *, char *, uint32_t,
+                          const uint8_t *) {
+    return -1; // nothing was ever sent to a fabric
+}
+
+void grove_status_clean(int) {
+}
