@@ -76,7 +76,8 @@ std::unique_ptr<Ring> Ring::open(int directory, const char *name,
                   (errno = posix_fallocate(fd.get(), 0,
                                            static_cast<off_t>(size))) != 0))
         return nullptr;
-    void *map = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED,
+    void *map = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                     MAP_SHARED | MAP_POPULATE,
                      fd.get(), 0);
     if (map == MAP_FAILED)
         return nullptr;

@@ -485,7 +485,7 @@ static int write_server_address_rev1(const char *function,
 #define OWN_WRITE(kind, field, slot, write_value)                              \
     .saved = &module_state.slot.saved,                                         \
     .save = save_##kind<&xfCopyEntry::field, &config_copy_state::slot>,        \
-    .write = write_value,                                                      \
+    .write = (write_value),                                                    \
     .restore = restore_##kind<&xfCopyEntry::field, &config_copy_state::slot>
 #define INTEGER_VALUE(field, slot)                                             \
     OWN_WRITE(integer, field, slot, write_integer<&xfCopyEntry::field>)
