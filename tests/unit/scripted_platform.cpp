@@ -671,6 +671,7 @@ netsnmp_variable_list *build_varbind(netsnmp_variable_list *previous,
     called(__func__, print("%s(%s, %d, %zu, %s)", __func__, after, type, length,
                            dotted(name, name_len).c_str()))
         .octets = std::string(static_cast<const char *>(value), length);
+    hook(__func__);
     if (fails_now(&p.fail_varbind_at))
         return nullptr;
     netsnmp_variable_list *head = nullptr;
@@ -742,6 +743,7 @@ int account_lib_interim_update(ipcbus_handle queue, const char *session,
                  text_or_null(session).c_str(), text_or_null(user).c_str(),
                  text_or_null(text).c_str()))
         .strings = {session, user, text};
+    spoil_errno();
     return 0;
 }
 
@@ -1065,6 +1067,7 @@ Handler intercept_signal(int number, Handler action) {
                                                     : "?"));
     EXPECT_EQ(SIGCHLD, number);
     p.sigchld = action;
+    spoil_errno();
     return before;
 }
 
