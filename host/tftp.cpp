@@ -161,15 +161,31 @@ void set_download(CURL *curl, Transfer &transfer) {
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &transfer);
 }
 
+CURLcode perform_once(CURL *curl, const char *remote, Transfer &transfer,
+                      Setup *setup, bool options) {
+    set_common(curl, url_of(curl, remote), transfer);
+    curl_easy_setopt(curl, CURLOPT_TFTP_NO_OPTIONS, options ? 0L : 1L);
+    setup(curl, transfer);
+    return curl_easy_perform(curl);
+}
+
+// A server may dislike options, and libcurl dislikes one answer to them: that a
+// file to fetch is empty. Both end before anything has moved.
+bool worth_without_options(CURLcode result, const Transfer &transfer) {
+    return (result == CURLE_TFTP_ILLEGAL ||
+            (result == CURLE_ABORTED_BY_CALLBACK && !transfer.stalled)) &&
+           transfer.moved == 0 && transfer.file_error == 0;
+}
+
 int perform(const char *remote, Transfer &transfer, Setup *setup) {
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_NOTHING);
     std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(
         ready == CURLE_OK ? curl_easy_init() : nullptr, curl_easy_cleanup);
     if (!curl)
         return system_error(ENOMEM);
-    set_common(curl.get(), url_of(curl.get(), remote), transfer);
-    setup(curl.get(), transfer);
-    CURLcode result = curl_easy_perform(curl.get());
+    CURLcode result = perform_once(curl.get(), remote, transfer, setup, true);
+    if (worth_without_options(result, transfer))
+        result = perform_once(curl.get(), remote, transfer, setup, false);
     long os_error = 0;
     curl_easy_getinfo(curl.get(), CURLINFO_OS_ERRNO, &os_error);
     return code_of(result, transfer, os_error);

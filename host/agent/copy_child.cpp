@@ -97,9 +97,12 @@ void finish(Children::iterator child) {
     forget(child);
     if (reported)
         return;
-    log_message(LOG_WARNING, "copy process %d ended without a report", pid);
-    if (pid != 0)
+    if (pid != 0) {
+        log_message(LOG_WARNING, "copy process %d ended without a report", pid);
         ipcbus_sweep(pid);
+    } else {
+        log_message(LOG_ERR, "a copy process could not be started");
+    }
     deliver_failure();
 }
 

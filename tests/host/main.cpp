@@ -1,0 +1,76 @@
+// The settings are read once in a process, so they are made before any test
+// runs: everything lies in a directory of this process.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/host/support.h"
+
+namespace support {
+
+const std::string &directory() {
+    static const std::string made = [] {
+        std::string path =
+            (std::filesystem::temp_directory_path() / "xfhost.XXXXXX").string();
+        if (mkdtemp(path.data()) == nullptr)
+            abort();
+        return path;
+    }();
+    return made;
+}
+
+void write_file(const std::string &path, const std::string &data) {
+    std::ofstream out(path, std::ios::binary);
+    out << data;
+    out.close();
+    ASSERT_TRUE(out) << path;
+}
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return "(missing)";
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+bool exists(const std::string &path) {
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+unsigned mode_of(const std::string &path) {
+    struct stat st = {};
+    EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
+    return st.st_mode & 07777;
+}
+
+} // namespace support
+
+int main(int count, char **arguments) {
+    testing::InitGoogleTest(&count, arguments);
+    const std::string &directory = support::directory();
+    // Longer than a socket address: the run directory may be.
+    std::string run = directory + "/" + std::string(120, 'r');
+    std::ofstream(directory + "/host.conf") << "chassis_type 40\n";
+    setenv("XF_CONFIG", (directory + "/host.conf").c_str(), 1);
+    setenv("XF_ROOT", XF_TEST_ROOT, 1);
+    setenv("XF_RUN_DIRECTORY", run.c_str(), 1);
+    setenv("XF_STATE_DIRECTORY", (directory + "/state").c_str(), 1);
+    setenv("XF_TFTP_PACKET_SECONDS", "2", 1);
+    setenv("XF_TFTP_TOTAL_SECONDS", "100", 1);
+    setenv("XF_APPLY_SECONDS", "20", 1);
+    setenv("XF_MANAGEMENT_INTERFACE", "lo", 1);
+    pid_t self = getpid();
+    int result = RUN_ALL_TESTS();
+    if (self == getpid())
+        std::filesystem::remove_all(directory);
+    return result;
+}

@@ -1,0 +1,207 @@
+#include "platform/qsh.h"
+
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "platform/procd.h"
+#include "platform/program_runner.h"
+#include "tests/host/support.h"
+
+namespace {
+
+class Qsh : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::remove_all(state());
+        ASSERT_EQ(mkdir(state().c_str(), 0700), 0);
+        std::filesystem::remove(results());
+    }
+    static std::string state() {
+        return support::directory() + "/state";
+    }
+    static std::string results() {
+        return support::directory() + "/results.txt";
+    }
+    static std::string running() {
+        return support::read_file(state() + "/running-config");
+    }
+    void store_running(const std::string &text) {
+        support::write_file(state() + "/running-config", text);
+        chmod((state() + "/running-config").c_str(), 0600);
+    }
+    // Runs `qsh -c command`; its output goes to `output`.
+    int run(const char *command, std::string &output) {
+        std::string path = support::directory() + "/qsh.out";
+        int out = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+        int null = open("/dev/null", O_WRONLY);
+        int status = execute_program_and_wait_redirect(
+            -1, out, null, "/brim/bin/qsh", "-c", command, nullptr);
+        close(out);
+        close(null);
+        output = support::read_file(path);
+        return WEXITSTATUS(status);
+    }
+    int apply(const std::string &text) {
+        std::string path = support::directory() + "/new.cfg";
+        support::write_file(path, text);
+        return apply_file(path);
+    }
+    int apply_file(const std::string &path) {
+        qsh_cfg_file_request request = {};
+        strncpy(request.cfg_file, path.c_str(), sizeof request.cfg_file - 1);
+        strncpy(request.out_file, results().c_str(),
+                sizeof request.out_file - 1);
+        return qsh_execute_cfg_file2(&request);
+    }
+};
+
+TEST_F(Qsh, ShowsTheRunningConfigurationOctetForOctet) {
+    std::string text = "hostname a\n\x01\xff no newline at the end";
+    store_running(text);
+    std::string output;
+    EXPECT_EQ(run("show running-config", output), 0);
+    EXPECT_EQ(output, text);
+}
+
+TEST_F(Qsh, ANewSwitchHasAnEmptyConfiguration) {
+    std::string output;
+    EXPECT_EQ(run("show running-config", output), 0);
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Qsh, ShowsTheStartupConfiguration) {
+    std::string output;
+    EXPECT_NE(run("show startup-config", output), 0);
+    std::string path = support::directory() + "/start.cfg";
+    support::write_file(path, "hostname kept\n");
+    ASSERT_EQ(procd_cli_write_ascii_cfg(nullptr, path.c_str()), 0);
+    EXPECT_EQ(run("show startup-config", output), 0);
+    EXPECT_EQ(output, "hostname kept\n");
+}
+
+TEST_F(Qsh, RefusesOtherCommands) {
+    std::string output;
+    EXPECT_NE(run("reload", output), 0);
+    EXPECT_NE(run("show running-config ", output), 0);
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Qsh, DoesNotShowSomebodyElsesFile) {
+    support::write_file(support::directory() + "/secret", "secret");
+    ASSERT_EQ(symlink((support::directory() + "/secret").c_str(),
+                      (state() + "/running-config").c_str()),
+              0);
+    std::string output;
+    EXPECT_NE(run("show running-config", output), 0);
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(Qsh, AppliesAFile) {
+    store_running("hostname old\nvlan 3\n");
+    EXPECT_EQ(apply("! from the server\nhostname new\nno vlan 3\n"), 0);
+    EXPECT_EQ(running(), "hostname new\n");
+    EXPECT_EQ(support::read_file(results()), "");
+    EXPECT_EQ(support::mode_of(state() + "/running-config"), 0600u);
+}
+
+TEST_F(Qsh, SomeLinesRefused) {
+    EXPECT_EQ(apply("hostname good\nbogus \"x\x02\"\n"), 0x40540001);
+    EXPECT_EQ(running(), "hostname good\n");
+    EXPECT_EQ(support::read_file(results()),
+              "line 2: not printable ASCII: \"bogus \\\"x\\x02\\\"\"\n");
+}
+
+TEST_F(Qsh, NoConfigurationInTheFile) {
+    store_running("hostname a\n");
+    EXPECT_EQ(apply(""), 0x40540002);
+    EXPECT_EQ(apply("! only\n\n"), 0x40540002);
+    EXPECT_EQ(running(), "hostname a\n");
+}
+
+TEST_F(Qsh, TooManyLinesRefused) {
+    std::string text;
+    for (int i = 0; i < 200; i++)
+        text += "bad\n";
+    EXPECT_EQ(apply("hostname a\n" + text), 0x40540003);
+    EXPECT_EQ(running(), "hostname a\n");
+    EXPECT_NE(support::read_file(results()).find("stopped after 100"),
+              std::string::npos);
+}
+
+TEST_F(Qsh, AMissingFileIsAnotherError) {
+    int result = apply_file(support::directory() + "/nowhere.cfg");
+    EXPECT_NE(result, 0);
+    EXPECT_GT(result ^ 0x40540000, 3);
+}
+
+TEST_F(Qsh, TheResultsFileLeadsNowhere) {
+    std::string victim = support::directory() + "/victim";
+    support::write_file(victim, "precious");
+    ASSERT_EQ(symlink(victim.c_str(), results().c_str()), 0);
+    EXPECT_EQ(apply("bad\n"), 0x40540001);
+    EXPECT_EQ(support::read_file(victim), "precious");
+    EXPECT_EQ(support::read_file(results()),
+              "line 1: unknown command: \"bad\"\n");
+}
+
+TEST_F(Qsh, AShellThatCannotBeRun) {
+    std::string saved = getenv("XF_STATE_DIRECTORY");
+    setenv("XF_STATE_DIRECTORY", "relative", 1); // the shell refuses to start
+    int result = apply("hostname a\n");
+    setenv("XF_STATE_DIRECTORY", saved.c_str(), 1);
+    EXPECT_GT(result ^ 0x40540000, 3);
+    EXPECT_EQ(running(), "(missing)");
+}
+
+TEST_F(Qsh, StartupConfigurationIsKeptAsItIs) {
+    std::string text(100000, 'x');
+    text[5] = 0;
+    std::string path = support::directory() + "/start.cfg";
+    support::write_file(path, text);
+    ASSERT_EQ(procd_cli_write_ascii_cfg(nullptr, path.c_str()), 0);
+    std::string directory = procd_cli_dir_get(nullptr, 2);
+    EXPECT_EQ(directory, state() + "/startup");
+    EXPECT_EQ(support::read_file(directory + "/system.cfg"), text);
+    EXPECT_EQ(support::mode_of(directory), 0700u);
+    // A file that cannot be read leaves the old one.
+    EXPECT_NE(procd_cli_write_ascii_cfg(nullptr, "/no/such/file"), 0);
+    EXPECT_EQ(support::read_file(directory + "/system.cfg"), text);
+    EXPECT_STREQ(procd_cli_dir_get(nullptr, 1), "");
+}
+
+TEST_F(Qsh, TwoWritersDoNotLoseLines) {
+    std::vector<pid_t> children;
+    for (int i = 1; i <= 8; i++) {
+        pid_t child = fork();
+        if (child == 0) {
+            std::string path =
+                support::directory() + "/w" + std::to_string(i) + ".cfg";
+            support::write_file(path, "vlan " + std::to_string(i) + "\n");
+            qsh_cfg_file_request request = {};
+            strncpy(request.cfg_file, path.c_str(),
+                    sizeof request.cfg_file - 1);
+            strncpy(request.out_file, (path + ".out").c_str(),
+                    sizeof request.out_file - 1);
+            _exit(qsh_execute_cfg_file2(&request) == 0 ? 0 : 1);
+        }
+        children.push_back(child);
+    }
+    for (pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    std::string text = running();
+    for (int i = 1; i <= 8; i++)
+        EXPECT_NE(text.find("vlan " + std::to_string(i) + "\n"),
+                  std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,98 @@
+#include "host/base/settings.h"
+
+#include <map>
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/host/support.h"
+
+using namespace xfhost;
+
+namespace {
+
+Environment environment_of(std::map<std::string, std::string> variables) {
+    return [variables](const char *name) -> const char * {
+        auto found = variables.find(name);
+        return found == variables.end() ? nullptr : found->second.c_str();
+    };
+}
+
+std::string config_file(const std::string &text, mode_t mode = 0600) {
+    std::string path = support::directory() + "/settings.conf";
+    support::write_file(path, text);
+    chmod(path.c_str(), mode);
+    return path;
+}
+
+TEST(Settings, LinesCommentsAndBlanks) {
+    Settings s;
+    EXPECT_EQ(parse_settings(s, "# comment\n\n  tftp_port\t 1069 \r\n"
+                                "state_directory /a b/c/\nroot /r"),
+              "");
+    EXPECT_EQ(s.tftp_port, 1069);
+    EXPECT_EQ(s.state_directory, "/a b/c");
+    EXPECT_EQ(s.root, "/r");
+}
+
+TEST(Settings, ErrorsNameTheLine) {
+    Settings s;
+    EXPECT_EQ(parse_settings(s, "tftp_port 69\ncolour blue\n"),
+              "line 2: unknown key \"colour\"");
+    EXPECT_EQ(parse_settings(s, "tftp_port 70000"),
+              "line 1: tftp_port: \"70000\" is not a number from 1 to 65535");
+}
+
+TEST(Settings, BadValuesAreRefused) {
+    Settings s;
+    EXPECT_NE(set_setting(s, "tftp_port", "69x"), "");
+    EXPECT_NE(set_setting(s, "tftp_port", ""), "");
+    EXPECT_NE(set_setting(s, "tftp_port", "-1"), "");
+    EXPECT_NE(set_setting(s, "run_directory", "relative"), "");
+    EXPECT_NE(set_setting(s, "run_directory", ""), "");
+    EXPECT_NE(set_setting(s, "management_address", "host.example"), "");
+    EXPECT_NE(set_setting(s, "trace_history", "1"), "");
+    EXPECT_NE(set_setting(s, "default_vrf", "two words"), "");
+    EXPECT_EQ(s.tftp_port, 69);
+    EXPECT_EQ(s.run_directory, "/run/xfplatform");
+}
+
+TEST(Settings, TheEnvironmentWins) {
+    std::string file = config_file("tftp_port 1000\nchassis_type 22\n");
+    Settings s;
+    EXPECT_EQ(load_settings(s, environment_of({{"XF_CONFIG", file},
+                                               {"XF_TFTP_PORT", "2000"}})),
+              "");
+    EXPECT_EQ(s.tftp_port, 2000);
+    EXPECT_EQ(s.chassis_type, 22);
+}
+
+TEST(Settings, ABadVariableIsAnError) {
+    std::string file = config_file("");
+    Settings s;
+    EXPECT_EQ(load_settings(s, environment_of({{"XF_CONFIG", file},
+                                               {"XF_TFTP_PORT", "tftp"}})),
+              "XF_TFTP_PORT: \"tftp\" is not a number from 1 to 65535");
+}
+
+TEST(Settings, AFileThatWasNamedMustBeThere) {
+    Settings s;
+    std::string missing = support::directory() + "/nowhere.conf";
+    EXPECT_NE(load_settings(s, environment_of({{"XF_CONFIG", missing}})), "");
+}
+
+TEST(Settings, AFileThatOthersCanWriteIsRefused) {
+    Settings s;
+    std::string file = config_file("tftp_port 1000\n", 0666);
+    EXPECT_NE(load_settings(s, environment_of({{"XF_CONFIG", file}})), "");
+    EXPECT_EQ(s.tftp_port, 69);
+}
+
+TEST(Settings, AnEndlessFileIsRefused) {
+    Settings s;
+    std::string file = config_file(std::string(70000, '#'));
+    EXPECT_NE(load_settings(s, environment_of({{"XF_CONFIG", file}})), "");
+}
+
+} // namespace

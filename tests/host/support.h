@@ -1,0 +1,24 @@
+// What the tests of the host library share.
+#ifndef TESTS_HOST_SUPPORT_H
+#define TESTS_HOST_SUPPORT_H
+
+#include <string>
+
+namespace support {
+
+// A directory of this test process, removed at its end.
+const std::string &directory();
+
+void write_file(const std::string &path, const std::string &data);
+
+// The content of a file; "(missing)" if there is none.
+std::string read_file(const std::string &path);
+
+bool exists(const std::string &path);
+
+// Permission bits of a file, without following a link.
+unsigned mode_of(const std::string &path);
+
+} // namespace support
+
+#endif

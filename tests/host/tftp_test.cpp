@@ -1,0 +1,309 @@
+#include "platform/tftp.h"
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "host/base/spawn.h"
+#include "tests/host/support.h"
+#include "tests/host/tftp_server.h"
+
+namespace {
+
+using Manner = TftpServer::Manner;
+
+constexpr size_t block = 1428; // the size that the client asks for
+constexpr size_t mebibyte = 1 << 20;
+
+std::string content_of(size_t size) {
+    std::string data(size, 0);
+    uint32_t state = 12345;
+    for (char &c : data) {
+        state = state * 1664525 + 1013904223;
+        c = static_cast<char>(state >> 24);
+    }
+    return data;
+}
+
+double now() {
+    struct timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) +
+           static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// Binds a port of a loopback address for a moment, 0 for any free one. Returns
+// the port, or 0 if somebody has it.
+int try_port(const char *address, int port) {
+    struct sockaddr_in name = {};
+    name.sin_family = AF_INET;
+    name.sin_port = htons(static_cast<uint16_t>(port));
+    inet_pton(AF_INET, address, &name.sin_addr);
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    socklen_t length = sizeof name;
+    bool bound =
+        bind(fd, reinterpret_cast<struct sockaddr *>(&name), length) == 0;
+    getsockname(fd, reinterpret_cast<struct sockaddr *>(&name), &length);
+    close(fd);
+    return bound ? ntohs(name.sin_port) : 0;
+}
+
+class Tftp : public testing::Test {
+  protected:
+    void SetUp() override {
+        local = support::directory() + "/local.bin";
+        unlink(local.c_str());
+        ASSERT_EQ(tftp_timeout_set(20), 0);
+    }
+    int put(const std::string &data, const char *remote) {
+        support::write_file(local, data);
+        return tftp_put2(local.c_str(), remote, 0);
+    }
+    int get(const char *remote) {
+        unlink(local.c_str());
+        return tftp_get2(remote, local.c_str(), 0);
+    }
+    // Neither the file nor a part of it.
+    void expect_nothing_left() {
+        EXPECT_FALSE(support::exists(local));
+        EXPECT_FALSE(support::exists(support::directory() + "/.tftp-" +
+                                     std::to_string(getpid()) + ".part"));
+    }
+    std::string local;
+};
+
+// A real server on a loopback address and a port of its own.
+class TftpDaemon : public Tftp {
+  protected:
+    void SetUp() override {
+        Tftp::SetUp();
+        if (geteuid() != 0)
+            GTEST_SKIP() << "in.tftpd changes its root: only root can start it";
+        if (access("/usr/sbin/in.tftpd", X_OK) != 0)
+            GTEST_SKIP() << "in.tftpd is not installed";
+        files = support::directory() + "/tftpd";
+        mkdir(files.c_str(), 0755);
+        int port = try_port("127.0.0.2", 0);
+        start("127.0.0.2:" + std::to_string(port));
+        for (int i = 0; i < 500 && try_port("127.0.0.2", port) != 0; i++)
+            usleep(10000);
+        ASSERT_EQ(try_port("127.0.0.2", port), 0) << "in.tftpd did not start";
+        ASSERT_EQ(tftp_connect("127.0.0.2", port), 0);
+    }
+    void TearDown() override {
+        if (server <= 0)
+            return;
+        kill(server, SIGTERM);
+        waitpid(server, nullptr, 0);
+    }
+    void start(const std::string &address) {
+        xfhost::SpawnRequest request;
+        request.path = "/usr/sbin/in.tftpd";
+        request.arguments = {"-L", "-c", "-s", "-u", "root",
+                             "-a", address, files};
+        ASSERT_EQ(xfhost::spawn_program(request, server), 0);
+    }
+    std::string files;
+    pid_t server = 0;
+};
+
+TEST_F(TftpDaemon, EverySizeArrivesInBothDirections) {
+    for (size_t size : {size_t{0}, size_t{1}, size_t{511}, size_t{512},
+                        size_t{513}, block - 1, block, block + 1, 10 * block,
+                        32 * mebibyte}) {
+        std::string data = content_of(size);
+        std::string name = "size-" + std::to_string(size);
+        ASSERT_EQ(put(data, name.c_str()), 0) << size;
+        ASSERT_TRUE(support::read_file(files + "/" + name) == data) << size;
+        ASSERT_EQ(get(name.c_str()), 0) << size;
+        ASSERT_TRUE(support::read_file(local) == data) << size;
+    }
+    EXPECT_EQ(support::mode_of(local), 0600u);
+}
+
+TEST_F(TftpDaemon, AMissingFile) {
+    EXPECT_EQ(get("missing"), -1);
+    expect_nothing_left();
+}
+
+TEST_F(TftpDaemon, AccessViolation) {
+    support::write_file(files + "/secret", "x");
+    chmod((files + "/secret").c_str(), 0600);
+    EXPECT_EQ(get("secret"), -2);
+    expect_nothing_left();
+}
+
+TEST_F(TftpDaemon, NamesArriveAsTheyAre) {
+    for (const char *name : {"/slash", "with blank", "100%", "q?x", "h#h",
+                             "x;mode=netascii", "a&b=c+d", "[1]", "~"}) {
+        ASSERT_EQ(put(name, name), 0) << name;
+        std::string path = files + "/" + (name[0] == '/' ? name + 1 : name);
+        EXPECT_EQ(support::read_file(path), name);
+    }
+}
+
+class TftpTest : public Tftp {
+  protected:
+    void connect(TftpServer &server, const char *address = "127.0.0.1") {
+        ASSERT_EQ(tftp_connect(address, server.port()), 0);
+    }
+};
+
+TEST_F(TftpTest, AServerWithoutOptions) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    for (size_t size : {size_t{0}, size_t{1}, size_t{512}, size_t{1024},
+                        size_t{1500}}) {
+        std::string data = content_of(size);
+        ASSERT_EQ(put(data, "x"), 0) << size;
+        EXPECT_TRUE(server.content == data) << size;
+        ASSERT_EQ(get("x"), 0) << size;
+        EXPECT_TRUE(support::read_file(local) == data) << size;
+    }
+    EXPECT_EQ(server.mode, "octet");
+}
+
+// More than 65535 blocks of 512 octets: the block number starts again at 0.
+TEST_F(TftpTest, TheBlockNumberWraps) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    std::string data = content_of(32 * mebibyte + 1000);
+    ASSERT_EQ(put(data, "x"), 0);
+    EXPECT_TRUE(server.content == data);
+    ASSERT_EQ(get("x"), 0);
+    EXPECT_TRUE(support::read_file(local) == data);
+}
+
+TEST_F(TftpTest, NamesOnTheWire) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    for (const char *name :
+         {"/tftpboot/a", "//a", "../up", "..", ".", "a/./b/../c", " a ", "%41",
+          "?", "#", ";mode=netascii", "a\\b", "\xc3\xbc", "a\x01"}) {
+        EXPECT_EQ(get(name), 0) << name;
+        EXPECT_EQ(server.name, name);
+        EXPECT_EQ(server.mode, "octet");
+    }
+}
+
+TEST_F(TftpTest, Ipv6) {
+    int probe = socket(AF_INET6, SOCK_DGRAM, 0);
+    struct sockaddr_in6 loopback = {};
+    loopback.sin6_family = AF_INET6;
+    loopback.sin6_addr = in6addr_loopback;
+    bool there = bind(probe, reinterpret_cast<struct sockaddr *>(&loopback),
+                      sizeof loopback) == 0;
+    close(probe);
+    if (!there)
+        GTEST_SKIP() << "no IPv6 loopback address";
+    TftpServer server(Manner::plain, "::1");
+    connect(server, "::1");
+    ASSERT_EQ(put("over v6", "x"), 0);
+    EXPECT_EQ(server.content, "over v6");
+}
+
+TEST_F(TftpTest, AServerThatNeverAnswers) {
+    TftpServer server(Manner::silent);
+    connect(server);
+    double start = now();
+    EXPECT_EQ(get("x"), -210);
+    EXPECT_EQ(put("data", "x"), -210);
+    EXPECT_LT(now() - start, 15); // 2 s a transfer are configured
+    unlink(local.c_str());
+    expect_nothing_left();
+}
+
+TEST_F(TftpTest, AServerThatStopsInTheMiddle) {
+    TftpServer server(Manner::stops);
+    server.content = content_of(100000);
+    connect(server);
+    double start = now();
+    EXPECT_EQ(get("x"), -210);
+    expect_nothing_left();
+    EXPECT_EQ(put(content_of(100000), "x"), -210);
+    EXPECT_LT(now() - start, 20);
+}
+
+TEST_F(TftpTest, ErrorsOfTheProtocol) {
+    TftpServer server(Manner::error);
+    connect(server);
+    for (int code : {1, 2, 3, 4, 5, 6, 7}) {
+        server.code = static_cast<uint16_t>(code);
+        EXPECT_EQ(get("x"), -code);
+        EXPECT_EQ(put("x", "x"), -code);
+    }
+    server.code = 0; // "not defined": no code of its own
+    EXPECT_LT(get("x"), 0);
+}
+
+TEST_F(TftpTest, AFileThatWasThereIsReplacedOnlyBySuccess) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    server.content = "new";
+    support::write_file(local, "old");
+    ASSERT_EQ(tftp_get2("x", local.c_str(), 0), 0);
+    EXPECT_EQ(support::read_file(local), "new");
+}
+
+TEST_F(TftpTest, ALocalLinkLeadsNowhere) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    server.content = "from the server";
+    std::string victim = support::directory() + "/tftp-victim";
+    support::write_file(victim, "precious");
+    unlink(local.c_str());
+    ASSERT_EQ(symlink(victim.c_str(), local.c_str()), 0);
+    EXPECT_EQ(tftp_put2(local.c_str(), "x", 0), -(100 + ELOOP));
+    EXPECT_EQ(tftp_get2("x", local.c_str(), 0), 0);
+    EXPECT_EQ(support::read_file(victim), "precious");
+    EXPECT_EQ(support::read_file(local), "from the server");
+}
+
+TEST_F(TftpTest, LocalErrors) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    EXPECT_EQ(tftp_put2("/no/such/file", "x", 0), -(100 + ENOENT));
+    EXPECT_EQ(tftp_get2("x", "/no/such/directory/file", 0), -(100 + ENOENT));
+    EXPECT_EQ(tftp_put2("/tmp", "x", 0), -(100 + EINVAL));
+    EXPECT_EQ(tftp_get2("", local.c_str(), 0), -(100 + EINVAL));
+}
+
+TEST_F(TftpTest, ADirectoryInTheFilesPlace) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    server.content = "data";
+    std::string dir = support::directory() + "/readonly";
+    mkdir(dir.c_str(), 0700);
+    // A directory in the file's place cannot be replaced by it.
+    mkdir((dir + "/x").c_str(), 0700);
+    EXPECT_EQ(tftp_get2("x", (dir + "/x").c_str(), 0), -(100 + EISDIR));
+    EXPECT_FALSE(support::exists(dir + "/.tftp-" + std::to_string(getpid()) +
+                                 ".part"));
+}
+
+TEST_F(TftpTest, BadServers) {
+    EXPECT_EQ(tftp_connect("host.example", -1), -(100 + EINVAL));
+    EXPECT_EQ(tftp_connect("", -1), -(100 + EINVAL));
+    EXPECT_EQ(tftp_connect("127.0.0.1", 0), -(100 + EINVAL));
+    EXPECT_EQ(tftp_connect("127.0.0.1", 65536), -(100 + EINVAL));
+    EXPECT_EQ(tftp_timeout_set(0), -(100 + EINVAL));
+}
+
+TEST_F(TftpTest, TextsOfResults) {
+    EXPECT_STREQ(tftp_strerror(-1), "file not found");
+    EXPECT_STREQ(tftp_strerror(-210), "Connection timed out");
+    EXPECT_STREQ(tftp_strerror(-50), "TFTP error 50");
+    EXPECT_STREQ(tftp_strerror(0), "success");
+}
+
+} // namespace
