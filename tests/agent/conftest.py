@@ -1,0 +1,78 @@
+"""Fixtures. Each test has an agent of its own, with an empty table."""
+
+import pytest
+
+import lab
+import tftp_double
+
+
+@pytest.fixture(scope="session", autouse=True)
+def results_file():
+    """Applying a configuration writes a file outside of our folders."""
+    ours = not lab.RESULTS.exists()
+    yield
+    if ours and lab.RESULTS.exists():
+        lab.RESULTS.unlink()
+
+
+@pytest.fixture
+def make_agent(tmp_path):
+    """Makes agents. Those of a test that passed leave nothing behind."""
+    agents = []
+
+    def make(*arguments, **settings):
+        folder = tmp_path / f"agent-{len(agents)}"
+        folder.mkdir()
+        agents.append(lab.Agent(folder, *arguments, **settings))
+        return agents[-1].start()
+    yield make
+    for agent in agents:
+        agent.close()
+
+
+@pytest.fixture
+def agent(make_agent):
+    return make_agent()
+
+
+@pytest.fixture
+def station(agent):
+    return agent.station
+
+
+@pytest.fixture
+def make_tftp_server(tmp_path, agent):
+    servers = []
+
+    def make(*arguments, **named):
+        folder = tmp_path / f"tftp-{len(servers)}"
+        folder.mkdir()
+        servers.append(lab.TftpServer(folder, agent, *arguments, **named))
+        return servers[-1]
+    yield make
+    for server in servers:
+        server.stop()
+        print(f"--- {server.name}\n{server.log}")
+
+
+@pytest.fixture
+def tftp_server(make_tftp_server):
+    return make_tftp_server()
+
+
+@pytest.fixture
+def double(agent):
+    """A TFTP server that does as it is told, on an address of its own."""
+    server = tftp_double.TftpDouble("127.0.0.3", agent.tftp_port)
+    yield server
+    server.close()
+
+
+@pytest.fixture
+def trap_receiver(tmp_path):
+    folder = tmp_path / "traps"
+    folder.mkdir()
+    receiver = lab.TrapReceiver(folder)
+    yield receiver
+    receiver.stop()
+    print(f"--- snmptrapd\n{receiver.log}")

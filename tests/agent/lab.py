@@ -1,0 +1,232 @@
+"""The agent with the module, and the servers around it."""
+
+import os
+import pathlib
+import signal
+import struct
+import subprocess
+
+from snmp import FAILED, SUCCESSFUL, Failure, Station, v3_user
+from tools import Program, children_of, free_port, taken, wait_for
+
+BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
+MODULE = os.environ["XF_TEST_MODULE"]
+MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
+SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
+RESULTS = pathlib.Path("/tmp/configcopy.txt")
+
+CONFIGURATION = """\
+rwcommunity private
+createUser alice SHA alice-password AES alice-password
+rwuser alice priv
+"""
+
+
+def sanitizer_libraries():
+    """A stock agent is not built for the sanitizer: it has to come first."""
+    if not SANITIZED:
+        return []
+    return [subprocess.run(["g++", f"-print-file-name={library}"], check=True,
+                           capture_output=True, text=True).stdout.strip()
+            for library in ("libasan.so", "libubsan.so")]
+
+
+class Agent(Program):
+    """snmpd with the module, its own folders and its own port."""
+
+    def __init__(self, folder, extra_configuration="", movable_clock=False,
+                 **settings):
+        super().__init__("snmpd", folder / "snmpd.log")
+        self.folder = folder
+        self.staging = folder / "staging"
+        self.state = folder / "state"
+        self.run_directory = folder / "run"
+        for each in (self.staging, self.state, self.run_directory):
+            each.mkdir(mode=0o700)
+        self.port = free_port()
+        self.tftp_port = free_port()
+        self.stays_staged = set()
+        self.configuration = folder / "snmpd.conf"
+        self.configuration.write_text(CONFIGURATION + extra_configuration +
+                             f"dlmod config_copy_mib {MODULE}\n")
+        self.clock = folder / "clock" if movable_clock else None
+        self.settings = {
+            "root": BUILD / "root", "run_directory": self.run_directory,
+            "state_directory": self.state, "tftp_port": self.tftp_port,
+            "tftp_packet_seconds": 10, "tftp_total_seconds": 60, **settings}
+        self.station = Station(f"udp:127.0.0.1:{self.port}")
+        self.alice = self.as_user("alice", "alice-password")
+
+    def as_user(self, user, password, **more):
+        return Station(self.station.peer, v3_user(user, password, **more))
+
+    def environment(self):
+        preload = sanitizer_libraries()
+        environment = dict(os.environ)
+        if self.clock:
+            preload.append(MOVABLE_CLOCK)
+            environment["MOVABLE_CLOCK"] = str(self.clock)
+        if preload:
+            environment["LD_PRELOAD"] = " ".join(preload)
+        for key, value in self.settings.items():
+            environment[f"XF_{key.upper()}"] = str(value)
+        environment["MIBS"] = ""
+        environment["SNMPCONFPATH"] = str(self.folder)
+        environment["SNMP_PERSISTENT_DIR"] = str(self.folder / "persistent")
+        # The agent itself leaves memory behind when it ends.
+        environment["ASAN_OPTIONS"] = "detect_leaks=0:quarantine_size_mb=8"
+        return environment
+
+    def start(self):
+        if self.clock:
+            os.mkfifo(self.clock)
+        self.run(["snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+                  "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
+                 cwd=self.staging, env=self.environment())
+        wait_for(self.answers, "the agent to answer")
+        return self
+
+    def answers(self):
+        assert self.running(), "the agent ended"
+        try:
+            self.station.run("snmpget", "-t", "1", self.station.peer,
+                             ".1.3.6.1.2.1.1.3.0")
+        except Failure:
+            return False
+        return True
+
+    def hang_up(self):
+        """SIGHUP: the agent reads its configuration and loads the module
+        again. Returns when it has."""
+        def restarts():
+            return self.log.count("NET-SNMP version")
+        before = restarts()
+        self.signal(signal.SIGHUP)
+        wait_for(lambda: restarts() > before, "the agent to start over")
+
+    def move_clocks(self, wall, monotonic):
+        """Needs the movable clock. See movable_clock.c."""
+        with open(self.clock, "wb", buffering=0) as clock:
+            clock.write(struct.pack("=qq", wall, monotonic))
+
+    def set_clock(self, seconds):
+        """The wall clock is set that much forward."""
+        before = self.log.count("the clock was set")
+        self.move_clocks(seconds, 0)
+        wait_for(lambda: self.log.count("the clock was set") > before,
+                 "the agent to notice the new time")
+
+    def pass_time(self, seconds):
+        self.move_clocks(seconds, seconds)
+        # Alarms that are due run before and after the next requests.
+        for _ in range(3):
+            assert self.answers()
+
+    def running_config(self, content=None):
+        """The running configuration, or what it is from now on."""
+        file = self.state / "running-config"
+        if content is None:
+            return file.read_bytes() if file.exists() else b""
+        with open(file, "wb", opener=lambda path, flags: os.open(
+                path, flags, 0o600)) as out:
+            out.write(content)
+        return content
+
+    def accounting(self):
+        file = self.state / "accounting.log"
+        return file.read_text().splitlines() if file.exists() else []
+
+    def ended(self, index, seconds=60):
+        """Waits for the end of a copy and returns its state."""
+        def state():
+            now = self.station.get("xfCopyState", index)
+            return now if now in (SUCCESSFUL, FAILED) else None
+        return wait_for(state, f"the end of copy {index}", seconds)
+
+    def succeeds(self, index, seconds=60):
+        assert self.ended(index, seconds) == SUCCESSFUL, \
+            f"fail cause {self.station.get('xfCopyFailCause', index)}"
+
+    def fails(self, index, seconds=60):
+        """Waits for the failure of a copy and returns its cause."""
+        assert self.ended(index, seconds) == FAILED
+        return self.station.get("xfCopyFailCause", index)
+
+    def idle(self):
+        """Waits until no copy process is left."""
+        wait_for(lambda: not children_of(self.pid), "copy processes to end")
+
+    def open_files(self):
+        return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+    def resident_kib(self):
+        with open(f"/proc/{self.pid}/status") as status:
+            line = next(each for each in status if each.startswith("VmRSS"))
+        return int(line.split()[1])
+
+    def close(self):
+        """Ends the agent and looks for what it has left behind."""
+        try:
+            assert self.running(), "the agent ended by itself"
+            self.idle()
+            assert self.sockets() == ["sap.28"]
+        finally:
+            status = self.stop()
+            print(f"--- snmpd, status {status}\n{self.log}")
+        assert status == 0
+        assert self.sockets() == []
+        assert set(os.listdir(self.staging)) == self.stays_staged
+
+    def sockets(self):
+        return [each.name for each in self.run_directory.iterdir()
+                if each.is_socket()]
+
+
+class TftpServer(Program):
+    """in.tftpd on a folder of its own. Only root can give it its root."""
+
+    def __init__(self, folder, agent, address="127.0.0.2", options=("-c",),
+                 user="nobody"):
+        super().__init__(f"in.tftpd of {address}", folder / "tftpd.log")
+        self.files = folder / "files"
+        self.files.mkdir()
+        self.files.chmod(0o777)
+        folder.chmod(0o755)
+        self.address = address
+        host = f"[{address}]" if ":" in address else address
+        self.run(["/usr/sbin/in.tftpd", "-L", "-a", f"{host}:{agent.tftp_port}",
+                  "-u", user, "-s", *options, str(self.files)],
+                 as_root=True)
+        wait_for(lambda: taken(address, agent.tftp_port), self.name)
+
+    def offer(self, name, content):
+        file = self.files / name
+        file.write_bytes(content)
+        file.chmod(0o644)
+        return content
+
+    def content(self, name):
+        return (self.files / name).read_bytes()
+
+
+class TrapReceiver(Program):
+    """snmptrapd; `received` are the notifications as lists of varbinds."""
+
+    def __init__(self, folder):
+        super().__init__("snmptrapd", folder / "snmptrapd.log")
+        self.port = free_port()
+        (folder / "snmptrapd.conf").write_text("disableAuthorization yes\n")
+        self.run(["snmptrapd", "-f", "-Lo", "-C", "-c",
+                  str(folder / "snmptrapd.conf"), "-n", "-m", "", "-OnqxtU",
+                  "-F", "trap|%V|%v\\n",
+                  f"udp:127.0.0.1:{self.port}"],
+                 env={**os.environ, "MIBS": "", "SNMPCONFPATH": str(folder),
+                      "SNMP_PERSISTENT_DIR": str(folder / "trap-persistent")})
+        wait_for(lambda: taken("127.0.0.1", self.port), "snmptrapd")
+
+    @property
+    def received(self):
+        lines = [line.partition("|")[2] for line in self.log.splitlines()
+                 if line.startswith("trap|")]
+        return [[varbind.partition(" ")[::2] for varbind in line.split("|")]
+                for line in lines]

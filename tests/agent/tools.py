@@ -1,0 +1,109 @@
+"""Processes, ports and waiting, for everything the tests start."""
+
+import os
+import signal
+import socket
+import subprocess
+import time
+
+
+def wait_for(condition, what, seconds=20):
+    """Polls until `condition` gives something true, and returns that."""
+    deadline = time.monotonic() + seconds
+    while True:
+        result = condition()
+        if result:
+            return result
+        assert time.monotonic() < deadline, f"waited {seconds} s for {what}"
+        time.sleep(0.01)
+
+
+def free_port():
+    """A UDP port that is free on every local address."""
+    with socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) \
+            if ipv6_loopback() else \
+            socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("", 0))
+        return probe.getsockname()[1]
+
+
+def ipv6_loopback():
+    try:
+        with socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) as probe:
+            probe.bind(("::1", 0))
+        return True
+    except OSError:
+        return False
+
+
+def taken(address, port):
+    family = socket.AF_INET6 if ":" in address else socket.AF_INET
+    with socket.socket(family, socket.SOCK_DGRAM) as probe:
+        try:
+            probe.bind((address, port))
+        except OSError:
+            return True
+    return False
+
+
+def children_of(pid):
+    """The ids of the processes whose parent is `pid`, zombies included."""
+    found = []
+    for entry in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{entry}/stat") as stat:
+                parent = stat.read().rpartition(")")[2].split()[1]
+        except OSError:
+            continue
+        if int(parent) == pid:
+            found.append(int(entry))
+    return found
+
+
+class Program:
+    """A server of the tests' own. What it prints is kept for the report."""
+
+    def __init__(self, name, log):
+        self.name = name
+        self.log_path = log
+        self.process = None
+
+    def run(self, command, as_root=False, **options):
+        self.sudo = as_root and os.getuid() != 0
+        with open(self.log_path, "ab") as log:
+            self.process = subprocess.Popen(
+                (["sudo", "-n"] if self.sudo else []) + command,
+                stdin=subprocess.DEVNULL, stdout=log, stderr=log, **options)
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    @property
+    def log(self):
+        with open(self.log_path, errors="replace") as log:
+            return log.read()
+
+    def running(self):
+        return self.process is not None and self.process.poll() is None
+
+    def signal(self, number):
+        if self.sudo:
+            subprocess.run(["sudo", "-n", "kill", f"-{int(number)}",
+                            str(self.pid)], check=True)
+        else:
+            self.process.send_signal(number)
+
+    def stop(self):
+        """Ends it and returns its exit status; kills what does not end."""
+        if self.process is None:
+            return None
+        if self.running():
+            self.signal(signal.SIGTERM)
+        try:
+            status = self.process.wait(20)
+        except subprocess.TimeoutExpired:
+            self.signal(signal.SIGKILL)
+            status = self.process.wait()
+        self.process = None
+        return status
