@@ -1056,7 +1056,8 @@ TEST_F(OneColumnTest, serverAddressChangesTheTextAndForcesTheType) {
     assign(row.xfCopyServerAddressRev1, "2001:db8::1");
     store(row);
 
-    EXPECT_EQ(SNMP_ERR_NOERROR, write(ip_address(5, 1, {"\xC0\x00\x02\x05", 4})));
+    EXPECT_EQ(SNMP_ERR_NOERROR,
+              write(ip_address(5, 1, {"\xC0\x00\x02\x05", 4})));
     EXPECT_EQ(1, stored(1)->xfCopyServerAddressType);
     EXPECT_STREQ("192.0.2.5", stored(1)->xfCopyServerAddressRev1);
     EXPECT_EQ(0,

@@ -419,7 +419,7 @@ void *ordset_find_nth_obj(struct ordset *set, uint32_t position) {
 
 void *ordset_remove(struct ordset *set, const void *key) {
     set_call(__func__, key_call(__func__, key));
-    if (set == nullptr)
+    if (fails_now(&platform().fail_ordset_remove_at) || set == nullptr)
         return nullptr;
     const auto found = set->objects.find(key);
     if (found == set->objects.end())
@@ -1072,10 +1072,9 @@ Handler intercept_signal(int number, Handler action) {
 }
 
 time_t intercept_time(time_t *place) {
-    const auto now = static_cast<time_t>(platform().now_seconds);
-
     asked("time", "time()");
     hook("time");
+    const auto now = static_cast<time_t>(platform().now_seconds);
     if (place != nullptr)
         *place = now;
     return now;

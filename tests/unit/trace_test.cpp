@@ -1,0 +1,278 @@
+/* The trace and the debug log: when they write, what, and how much of it. */
+#include "set_driver.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+using namespace scripted;
+
+namespace {
+
+class TraceTest : public ModuleTest {
+  protected:
+    /* What one event handed to the trace library. */
+    const Event &only_event() {
+        static Event event;
+        const std::vector<Event> events = p.calls_of("trc_hist_event");
+        EXPECT_EQ(1u, events.size());
+        if (!events.empty())
+            event = events[0];
+        return event;
+    }
+    /* Writes one debug log record in the name of the row status. */
+    void log_one() {
+        set_phase(integer(14, 1, 6), RESERVE2);
+    }
+    Story queries_and_texts() {
+        return p.events(Kind::Query | Kind::Trace | Kind::Live);
+    }
+};
+
+const char message[] = "set_xfCopyEntryRowStatus(#):set_xfCopyEntryRowStatus "
+                       ":  Entering RESERVE2\n";
+
+} // namespace
+
+/* ---- Trace -----------------------------------------------------------------
+ */
+
+TEST_F(TraceTest, eventIsFilteredThenRecordedThenPrinted) {
+    p.live_check.always(1);
+    TRACE_ERROR("%s: text %d\n", __func__, 5);
+    EXPECT_EQ((Story{"trc_hist_event_subtype_check(0x730000, 100)",
+                     "100 TestBody: text 5\n", "trc_chk_int(100, 0, 0, 1)",
+                     "live TestBody: text 5\n"}),
+              queries_and_texts());
+    p.forget();
+    TRACE_INFO("%s: text\n", __func__);
+    EXPECT_EQ((Story{"trc_hist_event_subtype_check(0x730000, 101)",
+                     "101 TestBody: text\n", "trc_chk_int(101, 0, 0, 1)",
+                     "live TestBody: text\n"}),
+              queries_and_texts());
+}
+
+TEST_F(TraceTest, liveOutputHasTheFormatItself) {
+    p.live_check.always(1);
+    TRACE_INFO("%s: text %d\n", __func__, 5);
+    ASSERT_EQ(1u, p.calls_of("dprint").size());
+    EXPECT_EQ(std::vector<std::string>{"%s: text %d\n"},
+              p.calls_of("dprint")[0].strings);
+}
+
+TEST_F(TraceTest, historyAndLiveOutputAreIndependent) {
+    for (const int recorded : {0, 1, -1})
+        for (const int printed : {0, 1, 2}) {
+            p.forget();
+            p.hist_check.always(recorded);
+            p.live_check.always(printed);
+            TRACE_INFO("%s", "text");
+            EXPECT_EQ(recorded == 0 ? 1u : 0u, p.count("trc_hist_event"));
+            EXPECT_EQ(printed != 0 ? 1u : 0u, p.count("dprint"));
+        }
+}
+
+TEST_F(TraceTest, argumentsAreEvaluatedOnce) {
+    int evaluations = 0;
+    p.live_check.always(1);
+    TRACE_INFO("%d", ++evaluations);
+    EXPECT_EQ(1, evaluations);
+    p.hist_check.always(1);
+    p.live_check.always(0);
+    TRACE_INFO("%d", ++evaluations);
+    EXPECT_EQ(2, evaluations);
+}
+
+TEST_F(TraceTest, sizeIsThatOfLevelTextAndTerminator) {
+    TRACE_INFO("%s", "12345");
+    EXPECT_EQ(10u, only_event().size);
+    EXPECT_EQ(101u, only_event().level);
+    EXPECT_EQ("12345", only_event().octets);
+}
+
+TEST_F(TraceTest, emptyTextHasFiveOctets) {
+    TRACE_ERROR("%s", "");
+    EXPECT_EQ(5u, only_event().size);
+    EXPECT_EQ(100u, only_event().level);
+}
+
+TEST_F(TraceTest, longTextIsCutAt511AndItsSizeFollows) {
+    for (const size_t length : {510u, 511u, 512u, 513u, 600u, 5000u}) {
+        p.forget();
+        TRACE_ERROR("%s", std::string(length, 't').c_str());
+        const size_t kept = length < 511 ? length : 511;
+        EXPECT_EQ(std::string(kept, 't'), only_event().octets);
+        EXPECT_EQ(kept + 5, only_event().size);
+    }
+}
+
+TEST_F(TraceTest, liveOutputIsNotCut) {
+    p.live_check.always(1);
+    TRACE_ERROR("%s", std::string(600, 't').c_str());
+    EXPECT_EQ(std::string(600, 't'), p.calls_of("dprint")[0].octets);
+}
+
+TEST_F(TraceTest, everyTraceOfAWriteMethodIsPrintedLiveToo) {
+    store(make_row(1));
+    p.live_check.always(1);
+    EXPECT_EQ(0, set_request({integer(2, 1, 4)}));
+    const std::vector<Event> kept = p.calls_of("trc_hist_event");
+    const std::vector<Event> printed = p.calls_of("dprint");
+    ASSERT_EQ(3u, kept.size());
+    ASSERT_EQ(3u, printed.size());
+    for (size_t i = 0; i < kept.size(); i++)
+        EXPECT_EQ(kept[i].octets, printed[i].octets);
+}
+
+TEST_F(TraceTest, aTraceThatIsNotRecordedChangesNoResult) {
+    p.hist_check.always(1);
+    EXPECT_EQ(0, set_request({integer(14, 1, 5)}));
+    EXPECT_EQ(Story{}, texts());
+    EXPECT_EQ(XF_ROW_NOT_READY, stored(1)->xfCopyEntryRowStatus);
+}
+
+/* ---- Debug log -------------------------------------------------------------
+ */
+
+TEST_F(TraceTest, debugLogIsUntouchedWhileItIsOff) {
+    EXPECT_EQ(0, set_request({integer(14, 1, 5)}));
+    EXPECT_NE(0, set_request({integer(14, 1, 1)}));
+    EXPECT_EQ(0u, p.count("fopen"));
+    EXPECT_EQ(Story{}, p.events(static_cast<unsigned>(Kind::Log)));
+}
+
+TEST_F(TraceTest, anyValueButZeroSwitchesItOn) {
+    for (const uint32_t value : {1u, 2u, 0x80000000u}) {
+        p.forget();
+        is_snmp_debug_enabled = value;
+        log_one();
+        EXPECT_EQ(Story{log(message)}, story());
+        EXPECT_EQ(value, is_snmp_debug_enabled);
+    }
+}
+
+TEST_F(TraceTest, recordIsDateMessageAndOneMoreNewline) {
+    is_snmp_debug_enabled = 1;
+    p.now_seconds = 951'782'400; /* a day of one digit is padded */
+    log_one();
+    const std::vector<Event> records = p.calls_of("log");
+    ASSERT_EQ(1u, records.size());
+    const std::string &raw = records[0].octets;
+    EXPECT_EQ(0u, raw.find("[Tue Feb 29 00:00:00 2000] "
+                           "set_xfCopyEntryRowStatus("));
+    const std::string tail = "):set_xfCopyEntryRowStatus :  Entering "
+                             "RESERVE2\n\n";
+    EXPECT_EQ(raw.size() - tail.size(), raw.rfind(tail));
+}
+
+TEST_F(TraceTest, messageWithoutANewlineGetsOne) {
+    is_snmp_debug_enabled = 1;
+    struct xfCopyEntry row = make_row(1, XF_ROW_ACTIVE);
+    row.xfCopyDestFileType = XF_FILE_RUNNING;
+    assign(row.xfCopyFileName, "file");
+    assign(row.xfCopyServerAddressRev1, "0.0.0.0");
+    EXPECT_EQ(SNMP_ERR_WRONGVALUE, validate_n_start_copy(&row, 1));
+    const std::string raw = p.calls_of("log").back().octets;
+    const std::string tail = "Disallowing this operation.\n";
+    EXPECT_EQ(raw.size() - tail.size(), raw.rfind(tail));
+}
+
+/*
+ * The handle is opened once in the life of a process: what follows runs in a
+ * process of its own, which is started for it.
+ */
+namespace {
+class FreshDebugLogTest : public TraceTest {
+  protected:
+    FreshDebugLogTest() {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        is_snmp_debug_enabled = 1;
+    }
+    /* Failures in it are failures of its status, which says so here. */
+    static void in_a_process_of_its_own(const std::function<void()> &body) {
+        EXPECT_EXIT(
+            {
+                body();
+                exit(HasFailure() ? 1 : 0);
+            },
+            testing::ExitedWithCode(0), "");
+    }
+    std::vector<std::vector<std::string>> opened() {
+        std::vector<std::vector<std::string>> files;
+        for (const Event &event : p.calls_of("fopen"))
+            files.push_back(event.strings);
+        return files;
+    }
+};
+
+using Files = std::vector<std::vector<std::string>>;
+} // namespace
+
+TEST_F(FreshDebugLogTest, firstRecordOpensTheLogOfThisProcessForAppending) {
+    in_a_process_of_its_own([&] {
+        p.pid.always(31'337);
+        log_one();
+        const Files expected = {{"/tmp/cfg_snmp_debug.log.31337", "a"}};
+        EXPECT_EQ(expected, opened());
+        log_one();
+        p.pid.always(31'338);
+        log_one();
+        EXPECT_EQ(expected, opened());
+        EXPECT_EQ(3u, p.count("log"));
+        EXPECT_EQ(0u, p.count("fclose"));
+    });
+}
+
+TEST_F(FreshDebugLogTest, logThatCannotBeOpenedCostsOneMessageForEachTry) {
+    in_a_process_of_its_own([&] {
+        p.debug_log_opens = false;
+        log_one();
+        const std::string refused =
+            err("Can't open /tmp/cfg_snmp_debug.log.4242");
+        EXPECT_EQ(Story{refused}, story());
+        EXPECT_EQ(0, set_phase(integer(14, 1, 6), RESERVE2));
+        const Story twice = {refused, refused};
+        EXPECT_EQ(twice, story());
+        p.debug_log_opens = true;
+        log_one();
+        const Story then_open = {refused, refused, log(message)};
+        EXPECT_EQ(then_open, story());
+        EXPECT_EQ(3u, p.count("fopen"));
+    });
+}
+
+TEST_F(FreshDebugLogTest, recordsAreOnDiskAsSoonAsTheyAreLogged) {
+    in_a_process_of_its_own([&] {
+        const std::string name =
+            "/tmp/cfg_snmp_debug.log." + std::to_string(getpid());
+        p.pid.always(getpid());
+        p.debug_log_on_disk = true;
+        log_one();
+        std::stringstream text;
+        text << std::ifstream(name).rdbuf();
+        EXPECT_EQ(p.calls_of("log")[0].octets, text.str());
+        EXPECT_EQ(0u, text.str().find("[Tue Nov 14 22:13:20 2023] "));
+        log_one();
+        text.str("");
+        text << std::ifstream(name).rdbuf();
+        EXPECT_EQ(p.calls_of("log")[0].octets + p.calls_of("log")[1].octets,
+                  text.str());
+        unlink(name.c_str());
+    });
+}
+
+TEST_F(FreshDebugLogTest, aChildWritesThroughTheHandleOfItsParent) {
+    in_a_process_of_its_own([&] {
+        log_one();
+        p.fork_results.then(0);
+        p.pid.always(5555);
+        struct xfCopyEntry row = make_row(1, XF_ROW_ACTIVE);
+        row.xfCopySourceFileType = XF_FILE_RUNNING;
+        row.xfCopyDestFileType = XF_FILE_TARN;
+        EXPECT_EQ(0, run_as_child([&] { start_copy(&row); }));
+        EXPECT_EQ(1u, p.count("fopen"));
+        EXPECT_EQ(2u, p.count("log"));
+    });
+}
