@@ -418,6 +418,24 @@ TEST_F(FirstError, emptyTableIsTracedForEachCopyRow) {
               story());
 }
 
+/* A container that has rows but does not give its first one. */
+TEST_F(FirstError, firstRowThatIsNotFoundIsTracedAndTheNextCopyTried) {
+    for (const int32_t index : {3, 8, 9})
+        store(make_row(index));
+    add(4, 7);
+    p.fail_ordset_nth_at = 1;
+    EXPECT_EQ(0, look(3));
+    EXPECT_EQ((Story{
+                  found_copy(8),
+                  info("getFirstErrorEntryForNextCopyEntry : no entrys in "
+                       "xfCopyErrorTablefor copyIndex: 8, continue to next\n"),
+                  found_copy(9),
+                  info("getFirstErrorEntryForNextCopyEntry : found entry\n"),
+              }),
+              story());
+    EXPECT_TRUE(same(make_error(4, 7), buffer));
+}
+
 /* ---- Reads -----------------------------------------------------------------
  */
 

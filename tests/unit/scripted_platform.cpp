@@ -411,7 +411,8 @@ void *ordset_find_nextgreater(struct ordset *set, const void *key) {
 
 void *ordset_find_nth_obj(struct ordset *set, uint32_t position) {
     set_call(__func__, print("%s(%u)", __func__, position));
-    if (set == nullptr || position == 0 || position > set->objects.size())
+    if (fails_now(&platform().fail_ordset_nth_at) || set == nullptr ||
+        position == 0 || position > set->objects.size())
         return nullptr;
     return const_cast<void *>(
         *std::next(set->objects.begin(), static_cast<long>(position) - 1));

@@ -225,6 +225,7 @@ class Platform {
     int ordset_create_failure = 1; /* what a failing create returns */
     int fail_ordset_add_at = 0;
     int fail_ordset_find_at = 0;
+    int fail_ordset_nth_at = 0;
     int fail_ordset_remove_at = 0;
     size_t comparisons = 0; /* since forget() */
 
