@@ -43,8 +43,8 @@ constexpr Text texts[] = {
 void log_set_error(uint32_t code, uint32_t component) {
     try {
         char record[64];
-        snprintf(record, sizeof record, "component=%u code=0x%08X text=",
-                 component, code);
+        snprintf(record, sizeof record,
+                 "component=%u code=0x%08X text=", component, code);
         std::string line = record + quoted(syserr2str(code));
         syslog(LOG_AUTHPRIV | LOG_ERR, "%s", line.c_str());
         if (append_record("errors.log", timestamp() + " " + line))
@@ -52,8 +52,7 @@ void log_set_error(uint32_t code, uint32_t component) {
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     }
-    log_message(LOG_ERR, "error record 0x%08X lost: %s", code,
-                strerror(errno));
+    log_message(LOG_ERR, "error record 0x%08X lost: %s", code, strerror(errno));
 }
 
 const char *syserr2str(uint32_t code) {

@@ -152,6 +152,5 @@ int ipconf_get_if_inet_addrs(ipcbus_handle, uint32_t if_index,
         *addresses = as_list(list);
     } catch (const std::bad_alloc &) {
     }
-    return *addresses != nullptr ? 0
-                                 : static_cast<int>(err_no_management_port);
+    return *addresses != nullptr ? 0 : static_cast<int>(err_no_management_port);
 }

@@ -18,10 +18,9 @@ struct StandsBefore {
     }
 };
 
-using Tree =
-    __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
-                     __gnu_pbds::rb_tree_tag,
-                     __gnu_pbds::tree_order_statistics_node_update>;
+using Tree = __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
+                              __gnu_pbds::rb_tree_tag,
+                              __gnu_pbds::tree_order_statistics_node_update>;
 
 void *as_key(const void *key) {
     return const_cast<void *>(key);
@@ -31,8 +30,7 @@ void *as_key(const void *key) {
 
 struct ordset {
     Tree tree;
-    explicit ordset(ordset_compare *compare) : tree(StandsBefore{compare}) {
-    }
+    explicit ordset(ordset_compare *compare) : tree(StandsBefore{compare}) {}
 };
 
 int ordset_create(struct ordset **set, int keyed, int unique,

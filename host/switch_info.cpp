@@ -31,5 +31,4 @@ int grove_status_next_get(struct grove_status *, char *, uint32_t,
     return -1; // nothing was ever sent to a fabric
 }
 
-void grove_status_clean(int) {
-}
+void grove_status_clean(int) {}

@@ -217,9 +217,9 @@ int get(const char *remote, const std::string &local) {
         ".tftp-" + std::to_string(getpid()) + ".part";
     unlink(part.c_str()); // of an earlier process of this id
     Transfer transfer;
-    transfer.file = Fd(open(
-        part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-        0600));
+    transfer.file =
+        Fd(open(part.c_str(),
+                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!transfer.file)
         return system_error(errno);
     int result = perform(remote, transfer, set_download);
@@ -284,8 +284,8 @@ int tftp_get2(const char *remote, const char *local, int) {
 const char *tftp_strerror(int code) {
     static char text[64];
     constexpr const char *protocol[] = {
-        "success",         "file not found",      "access violation",
-        "disk full",       "illegal operation",   "unknown transfer id",
+        "success",         "file not found",     "access violation",
+        "disk full",       "illegal operation",  "unknown transfer id",
         "the file exists", "no such user there",
     };
     if (code >= 0)

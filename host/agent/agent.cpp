@@ -56,11 +56,31 @@ void start_once() {
     set_log_sink(log_to_agent);
     register_app_config_handler("xfSnmpDebug", parse_debug, forget_debug,
                                 "yes|no");
+    // Now, because the agent may give up its rights later.
+    if (!open_state_directory())
+        log_message(LOG_ERR, "state directory: %s", strerror(errno));
     if (!copy_child_watch_forks())
         log_message(LOG_ERR, "forks cannot be watched");
     if (!clock_watch())
         log_message(LOG_ERR, "the clock cannot be watched: %s",
                     strerror(errno));
+}
+
+// The configuration is read before an agent goes to the background by forking:
+// the process that turns the main loop is the one that the socket belongs to.
+void claim(unsigned, void *) {
+    if (access_point != nullptr)
+        access_point->owner = getpid();
+}
+
+bool bind_access_point() {
+    if (ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_SNMP_AGENT, &access_point,
+                    "snmp-agent") < 0)
+        return false;
+    access_point->owner = 0;
+    struct timeval soon = {0, 1000};
+    snmp_alarm_register_hr(soon, 0, claim, nullptr);
+    return loop_watch(access_point->socket.get(), agent_drain);
 }
 
 __attribute__((destructor)) void leave() {
@@ -76,9 +96,7 @@ bool agent_start() {
     start_once();
     if (access_point != nullptr)
         return true;
-    if (ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_SNMP_AGENT, &access_point,
-                    "snmp-agent") >= 0 &&
-        loop_watch(access_point->socket.get(), agent_drain))
+    if (bind_access_point())
         return true;
     log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
                 strerror(errno));

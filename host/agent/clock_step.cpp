@@ -17,6 +17,9 @@ namespace xfhost {
 namespace {
 
 constexpr int64_t second = 1000000000;
+// The two clocks cannot be read at the same instant: a step of an hour may look
+// some microseconds shorter.
+constexpr int64_t jitter = second / 200;
 constexpr int starttime_change = 9; // minor id of the library callback
 
 // What the callback is given.
@@ -63,17 +66,17 @@ void clock_was_set(int timer) {
 } // namespace
 
 ClockStepDetector::ClockStepDetector(int64_t wall, int64_t monotonic)
-    : offset_(wall - monotonic) {
-}
+    : offset_(wall - monotonic) {}
 
 std::optional<ClockStep> ClockStepDetector::look(int64_t wall,
                                                  int64_t monotonic) {
-    int64_t seconds = (wall - monotonic - offset_) / second;
+    int64_t change = wall - monotonic - offset_;
+    int64_t seconds = (change + (change < 0 ? -jitter : jitter)) / second;
     if (seconds == 0)
         return std::nullopt;
     offset_ += seconds * second;
-    int64_t size = std::min<int64_t>(seconds < 0 ? -seconds : seconds,
-                                     UINT32_MAX);
+    int64_t size =
+        std::min<int64_t>(seconds < 0 ? -seconds : seconds, UINT32_MAX);
     return ClockStep{static_cast<uint32_t>(size), seconds > 0 ? 1 : -1};
 }
 

@@ -48,8 +48,8 @@ struct Child {
 using Children = std::list<Child>;
 
 Children children;
-Fd next_pipe[2];     // of the fork being made
-int held_end = -1;   // in a child: its write end, open as long as it lives
+Fd next_pipe[2];   // of the fork being made
+int held_end = -1; // in a child: its write end, open as long as it lives
 bool in_child = false;
 bool owed_failure = false;
 
@@ -186,21 +186,40 @@ void in_parent() {
     errno = saved;
 }
 
+// Copies are staged in the working directory. That must be nobody else's: not
+// "/", where an agent in the background is.
+bool enter_private_directory() {
+    Fd here(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (here && private_directory(here.get()))
+        return true;
+    Fd state = open_state_directory();
+    Fd work;
+    if (state)
+        work = open_private_directory_at(state.get(), "work");
+    if (work && fchdir(work.get()) == 0)
+        return true;
+    log_message(LOG_ERR, "no private directory to copy in: %s",
+                strerror(errno));
+    return false;
+}
+
+// Only in a child that the agent side watches. Other children go on to run
+// another program, or are the agent itself on its way to the background.
 void in_new_process() {
-    if (in_child)
+    if (in_child || !next_pipe[1])
         return;
     in_child = true;
     agent_abandon();
     loop_abandon();
     children.clear();
-    if (!next_pipe[1])
-        return;
     next_pipe[0].reset();
     held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
     next_pipe[1].reset();
     pid_t pid = getpid();
-    if (write(held_end, &pid, sizeof pid) != sizeof pid)
-        _exit(1); // an unknown child could not be waited for
+    // Its end is a failed copy, which the agent sees.
+    if (write(held_end, &pid, sizeof pid) != sizeof pid ||
+        !enter_private_directory())
+        _exit(1);
 }
 
 void pay_failure(unsigned, void *) {

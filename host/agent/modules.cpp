@@ -21,8 +21,8 @@ namespace {
 constexpr int starttime_change = 9; // minor id of the library callback
 
 struct Module {
-    const void *base;   // where the object is mapped: its name here
-    void *object;       // for dlsym; never closed
+    const void *base; // where the object is mapped: its name here
+    void *object;     // for dlsym; never closed
 };
 
 std::vector<Module> modules;
@@ -115,8 +115,7 @@ std::vector<Registration> registrations_of(const void *base) {
 } // namespace
 
 const void *module_loaded(notification_handler *handler) {
-    const Module *module =
-        find_or_add(reinterpret_cast<const void *>(handler));
+    const Module *module = find_or_add(reinterpret_cast<const void *>(handler));
     if (module == nullptr)
         return nullptr;
     leave_one_callback(*module);

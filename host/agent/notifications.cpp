@@ -122,9 +122,8 @@ int unregister_for_notification(uint32_t opcode) {
 }
 
 netsnmp_variable_list *build_varbind(netsnmp_variable_list *previous,
-                                     const void *value, int type,
-                                     size_t length, const oid *name,
-                                     size_t name_len) {
+                                     const void *value, int type, size_t length,
+                                     const oid *name, size_t name_len) {
     // Net-SNMP's integers are longs; the platform's have 32 bits.
     if (type == ASN_INTEGER && length == sizeof(int32_t)) {
         int32_t word;

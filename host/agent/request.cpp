@@ -44,8 +44,8 @@ std::string peer_address() {
         holder == nullptr ? nullptr : snmp_sess_transport(holder);
     if (transport == nullptr)
         return "";
-    char *text = netsnmp_transport_peer_string(
-        transport, pdu->transport_data, pdu->transport_data_length);
+    char *text = netsnmp_transport_peer_string(transport, pdu->transport_data,
+                                               pdu->transport_data_length);
     std::string peer = peer_of(text == nullptr ? "" : text);
     free(text);
     return peer;
@@ -58,13 +58,12 @@ std::string mapped_name(const netsnmp_pdu *pdu) {
     const char *name = nullptr;
     const char *context = nullptr;
     if (pdu->tDomain == netsnmpUDPDomain)
-        netsnmp_udp_getSecName(
-            pdu->transport_data, pdu->transport_data_length, community,
-            pdu->community_len, &name, &context);
+        netsnmp_udp_getSecName(pdu->transport_data, pdu->transport_data_length,
+                               community, pdu->community_len, &name, &context);
     else if (pdu->tDomain == netsnmp_UDPIPv6Domain)
-        netsnmp_udp6_getSecName(
-            pdu->transport_data, pdu->transport_data_length, community,
-            static_cast<int>(pdu->community_len), &name, &context);
+        netsnmp_udp6_getSecName(pdu->transport_data, pdu->transport_data_length,
+                                community, static_cast<int>(pdu->community_len),
+                                &name, &context);
     return name == nullptr ? "snmp" : name;
 }
 

@@ -16,10 +16,8 @@ namespace xfhost {
 class Fd {
   public:
     Fd() = default;
-    explicit Fd(int fd) : fd_(fd) {
-    }
-    Fd(Fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {
-    }
+    explicit Fd(int fd) : fd_(fd) {}
+    Fd(Fd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Fd &operator=(Fd &&other) noexcept {
         std::swap(fd_, other.fd_);
         return *this;
@@ -41,6 +39,9 @@ class Fd {
 
 // Accepts what this process, root, or the configured user of the agent own.
 bool trusted_owner(uid_t uid);
+
+// Whether a directory is ours and closed to everybody else.
+bool private_directory(int directory);
 
 // The path of a file below the root prefix: only /brim/... moves there.
 std::string program_path(std::string_view path);

@@ -42,8 +42,8 @@ bool append_record(const char *file, const std::string &line) {
     Fd directory = open_state_directory();
     if (!directory)
         return false;
-    Fd fd = open_private_file(directory.get(), file,
-                              O_WRONLY | O_APPEND | O_CREAT);
+    Fd fd =
+        open_private_file(directory.get(), file, O_WRONLY | O_APPEND | O_CREAT);
     if (!fd)
         return false;
     std::string whole = line + '\n';

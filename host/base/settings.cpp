@@ -152,8 +152,8 @@ std::string read_environment(Settings &s, const Environment &environment) {
     for (const Key &key : keys) {
         std::string name = "XF_";
         for (char c : key.name)
-            name += static_cast<char>(
-                std::toupper(static_cast<unsigned char>(c)));
+            name +=
+                static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         const char *value = environment(name.c_str());
         if (value == nullptr)
             continue;
@@ -204,7 +204,8 @@ std::string load_settings(Settings &s, const Environment &environment) {
 }
 
 const Settings *settings() {
-    static Settings loaded;
+    // Never destroyed: sockets are removed at the very end of the process.
+    static Settings &loaded = *new Settings;
     static const bool good = [] {
         std::string error = load_settings(loaded, secure_getenv);
         if (!error.empty())

@@ -11,10 +11,10 @@
 namespace xfhost {
 
 struct Settings {
-    std::string root;                                      // before /brim/...
-    std::string run_directory = "/run/xfplatform";         // sockets
-    std::string state_directory = "/var/lib/xfplatform";   // what must last
-    std::string user;                                      // runs the agent
+    std::string root;                                    // before /brim/...
+    std::string run_directory = "/run/xfplatform";       // sockets
+    std::string state_directory = "/var/lib/xfplatform"; // what must last
+    std::string user;                                    // runs the agent
     std::string management_interface;
     std::string management_address;
     std::string default_vrf; // of a request without a context

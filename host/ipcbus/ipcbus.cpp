@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <memory>
 
 #include <dirent.h>
@@ -30,12 +31,13 @@ namespace {
 
 constexpr size_t readable_octets = 16; // of every payload
 
-// Of this process: answers to the requests that it sends.
-ipcbus_queue response_queue = [] {
-    ipcbus_queue queue;
-    queue.kind = IPCBUS_KIND_REQ_RESP;
-    queue.lazy = true;
-    return queue;
+// Of this process: answers to the requests that it sends. Never destroyed, so
+// that its socket can be removed at the very end.
+ipcbus_queue &response_queue = [] {
+    auto queue = new ipcbus_queue;
+    queue->kind = IPCBUS_KIND_REQ_RESP;
+    queue->lazy = true;
+    return std::ref(*queue);
 }();
 
 uint32_t fresh_token() {
@@ -66,8 +68,7 @@ bool socket_address(int directory, const std::string &name,
     address.sun_family = AF_UNIX;
     int length = snprintf(address.sun_path, sizeof address.sun_path,
                           "/proc/self/fd/%d/%s", directory, name.c_str());
-    return length > 0 &&
-           static_cast<size_t>(length) < sizeof address.sun_path;
+    return length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
 }
 
 // An access point is taken while its lock is held; a socket without a holder
@@ -87,25 +88,25 @@ bool bind_socket(ipcbus_queue &queue) {
     Fd directory = open_run_directory();
     if (!directory)
         return false;
-    queue.name = queue.sap == IPCBUS_SAP_ANY ? free_name()
-                                             : sap_name(queue.sap);
+    queue.name =
+        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
     if (queue.sap != IPCBUS_SAP_ANY &&
         !take_access_point(queue, directory.get()))
         return false;
     if (queue.sap == IPCBUS_SAP_ANY) // left by an earlier process of this pid
         unlinkat(directory.get(), queue.name.c_str(), 0);
-    queue.socket = Fd(
-        socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    queue.socket =
+        Fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     struct sockaddr_un address;
     int on = 1;
     mode_t mask = umask(0177);
-    bool bound = queue.socket &&
-                 setsockopt(queue.socket.get(), SOL_SOCKET, SO_PASSCRED, &on,
-                            sizeof on) == 0 &&
-                 socket_address(directory.get(), queue.name, address) &&
-                 bind(queue.socket.get(),
-                      reinterpret_cast<struct sockaddr *>(&address),
-                      sizeof address) == 0;
+    bool bound =
+        queue.socket &&
+        setsockopt(queue.socket.get(), SOL_SOCKET, SO_PASSCRED, &on,
+                   sizeof on) == 0 &&
+        socket_address(directory.get(), queue.name, address) &&
+        bind(queue.socket.get(), reinterpret_cast<struct sockaddr *>(&address),
+             sizeof address) == 0;
     umask(mask);
     if (bound)
         adopt_at(directory.get(), queue.name.c_str());
@@ -186,8 +187,7 @@ ipcbus_message *receive_one(int socket) {
     header.msg_iovlen = 1;
     header.msg_control = control;
     header.msg_controllen = sizeof control;
-    ssize_t length =
-        recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    ssize_t length = recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (length < 0)
         return nullptr;
     const struct ucred *sender = credentials(header);
@@ -211,8 +211,8 @@ int64_t monotonic_ms() {
 int wait_readable(int socket, int64_t deadline) {
     int timeout = -1;
     if (deadline >= 0) {
-        int64_t left = std::clamp<int64_t>(deadline - monotonic_ms(), 0,
-                                           INT32_MAX);
+        int64_t left =
+            std::clamp<int64_t>(deadline - monotonic_ms(), 0, INT32_MAX);
         timeout = static_cast<int>(left);
     }
     struct pollfd watched = {socket, POLLIN, 0};
@@ -277,8 +277,8 @@ int ipcbus_unbind(ipcbus_handle handle, uint32_t) {
 }
 
 int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
-                uint32_t opcode, const void *payload, uint32_t length,
-                uint32_t, uint32_t, struct ipcbus_message **request) {
+                uint32_t opcode, const void *payload, uint32_t length, uint32_t,
+                uint32_t, struct ipcbus_message **request) {
     if (request != nullptr)
         *request = nullptr;
     if (length > wire_largest_payload) {

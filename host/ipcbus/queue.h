@@ -17,9 +17,9 @@ struct ipcbus_queue {
     int sap = IPCBUS_SAP_ANY;
     std::string name; // of the socket in the run directory, once bound
     xfhost::Fd socket;
-    xfhost::Fd lock;     // held while an access point is bound
-    pid_t owner = 0;     // the process that bound it
-    bool lazy = false;   // bound by the first use, in each process anew
+    xfhost::Fd lock;   // held while an access point is bound
+    pid_t owner = 0;   // the process that bound it
+    bool lazy = false; // bound by the first use, in each process anew
 };
 
 struct ipcbus_message {

@@ -44,8 +44,7 @@ std::vector<uint8_t> wire_encode(const WireMessage &message) {
     put_be32(&octets[12], static_cast<uint32_t>(message.kind));
     std::copy(message.sender.begin(), message.sender.end(),
               octets.begin() + 16);
-    octets.insert(octets.end(), message.payload.begin(),
-                  message.payload.end());
+    octets.insert(octets.end(), message.payload.begin(), message.payload.end());
     return octets;
 }
 

@@ -29,8 +29,7 @@ bool is_address(std::string_view text) {
 
 bool is_prefix(std::string_view text) {
     size_t slash = text.find('/');
-    if (slash == std::string_view::npos ||
-        !is_address(text.substr(0, slash)))
+    if (slash == std::string_view::npos || !is_address(text.substr(0, slash)))
         return false;
     bool v6 = text.find(':') != std::string_view::npos;
     return number_between(text.substr(slash + 1), 0, v6 ? 128 : 32);

@@ -49,8 +49,8 @@ int show_startup() {
     Fd state = open_state_directory();
     if (!state)
         return fail("state directory");
-    return show(open_private_directory_at(state.get(), "startup"),
-                "system.cfg", false);
+    return show(open_private_directory_at(state.get(), "startup"), "system.cfg",
+                false);
 }
 
 int run_command(const std::string &command) {
@@ -86,8 +86,7 @@ int exit_code(const ApplyResult &result) {
     return result.lines == 0 ? exit_no_configuration : 0;
 }
 
-std::string result_line(size_t number, std::string_view line,
-                        const char *why) {
+std::string result_line(size_t number, std::string_view line, const char *why) {
     return "line " + std::to_string(number) + ": " + why + ": " +
            quoted(line.substr(0, longest_line)) + "\n";
 }
@@ -96,11 +95,10 @@ std::string result_line(size_t number, std::string_view line,
 // takes its place, so that no link there leads anywhere.
 void write_results(const std::string &path, const std::string &results) {
     size_t slash = path.rfind('/');
-    std::string folder = slash == std::string::npos ? "."
-                                                    : path.substr(0, slash + 1);
+    std::string folder =
+        slash == std::string::npos ? "." : path.substr(0, slash + 1);
     std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
-    Fd directory(
-        open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Fd directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!directory || name.empty() ||
         !replace_durably(directory.get(), name.c_str(), results))
         fprintf(stderr, "qsh: %s: %s\n", path.c_str(), strerror(errno));

@@ -17,7 +17,8 @@ class TextConfig::Reader {
     const char *take(std::string_view whole) {
         size_t indent = whole.find_first_not_of(" \t");
         std::string_view text = whole.substr(indent);
-        while (frames_.size() > 1 && indent <= frames_[frames_.size() - 1].under)
+        while (frames_.size() > 1 &&
+               indent <= frames_[frames_.size() - 1].under)
             frames_.pop_back();
         const char *error = place(indent);
         Line line;

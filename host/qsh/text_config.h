@@ -22,8 +22,8 @@ struct ApplyResult {
 };
 
 // Told of each line refused: its number from 1, its text, why.
-using Refusal = std::function<void(size_t number, std::string_view line,
-                                   const char *why)>;
+using Refusal =
+    std::function<void(size_t number, std::string_view line, const char *why)>;
 
 constexpr size_t most_refused = 100;
 

@@ -52,8 +52,7 @@ uint32_t slots_of(int fd, size_t header_size) {
 
 } // namespace
 
-Ring::Ring(Header *header, size_t size) : header_(header), size_(size) {
-}
+Ring::Ring(Header *header, size_t size) : header_(header), size_(size) {}
 
 Ring::~Ring() {
     munmap(header_, size_);
@@ -72,13 +71,12 @@ std::unique_ptr<Ring> Ring::open(int directory, const char *name,
     bool fresh = slots_of(fd.get(), sizeof(Header)) != slots;
     // Allocated, not only long enough: a full disk must show here and not as
     // a signal in the middle of a write.
-    if (fresh && (ftruncate(fd.get(), 0) != 0 ||
-                  (errno = posix_fallocate(fd.get(), 0,
-                                           static_cast<off_t>(size))) != 0))
+    if (fresh &&
+        (ftruncate(fd.get(), 0) != 0 ||
+         (errno = posix_fallocate(fd.get(), 0, static_cast<off_t>(size))) != 0))
         return nullptr;
     void *map = mmap(nullptr, size, PROT_READ | PROT_WRITE,
-                     MAP_SHARED | MAP_POPULATE,
-                     fd.get(), 0);
+                     MAP_SHARED | MAP_POPULATE, fd.get(), 0);
     if (map == MAP_FAILED)
         return nullptr;
     auto header = static_cast<Header *>(map);
@@ -106,8 +104,7 @@ std::unique_ptr<Ring> Ring::open_to_read(const char *path) {
     return std::unique_ptr<Ring>(new Ring(static_cast<Header *>(map), size));
 }
 
-void Ring::add(uint32_t type, uint32_t level, const char *text,
-               size_t length) {
+void Ring::add(uint32_t type, uint32_t level, const char *text, size_t length) {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     uint64_t number = header_->next.fetch_add(1, std::memory_order_relaxed);
@@ -129,8 +126,12 @@ std::vector<TraceEvent> Ring::events() const {
     for (uint32_t i = 0; i < header_->slot_count; i++) {
         const RingEvent &slot = slots()[i];
         uint64_t before = slot.sequence.load(std::memory_order_acquire);
-        TraceEvent event = {before,    slot.seconds, slot.nanoseconds,
-                            slot.pid,  slot.type,    slot.level,
+        TraceEvent event = {before,
+                            slot.seconds,
+                            slot.nanoseconds,
+                            slot.pid,
+                            slot.type,
+                            slot.level,
                             {slot.text, strnlen(slot.text, ring_text_size)}};
         // Not the same any more: it was overwritten while it was copied.
         std::atomic_thread_fence(std::memory_order_acquire);

@@ -45,8 +45,8 @@ std::string file_of(const std::string &name) {
 
 int main(int count, char **arguments) {
     if (count > 2 || (count == 2 && arguments[1][0] == '-')) {
-        fputs(usage, count == 2 && !strcmp(arguments[1], "--help") ? stdout
-                                                                   : stderr);
+        fputs(usage,
+              count == 2 && !strcmp(arguments[1], "--help") ? stdout : stderr);
         return count == 2 && !strcmp(arguments[1], "--help") ? 0 : 64;
     }
     std::string file = file_of(count == 2 ? arguments[1] : "snmpd");

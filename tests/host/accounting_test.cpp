@@ -32,8 +32,8 @@ TEST(Accounting, OneLinePerRecord) {
     EXPECT_EQ(account_lib_interim_update(nullptr, "[192.0.2.1]:4711", "admin",
                                          "copy r s (SUCCESS)"),
               0);
-    std::string line = last_line(support::read_file(
-        state_file("accounting.log")));
+    std::string line =
+        last_line(support::read_file(state_file("accounting.log")));
     EXPECT_EQ(line.substr(line.find(' ') + 1),
               "session=\"[192.0.2.1]:4711\" user=\"admin\" "
               "text=\"copy r s (SUCCESS)\"\n");

@@ -26,8 +26,8 @@ int notify_wanted;
 
 netsnmp_variable_list *record(struct ipcbus_message *message, oid *oid_out,
                               size_t *oid_len_out, int *notify_out) {
-    seen.push_back({ipcbus_opc_get(message), *oid_len_out,
-                    message->wire.payload});
+    seen.push_back(
+        {ipcbus_opc_get(message), *oid_len_out, message->wire.payload});
     *notify_out = notify_wanted;
     if (!notify_wanted)
         return nullptr;
@@ -60,8 +60,7 @@ void send_to_agent(uint32_t opcode, const std::vector<uint8_t> &payload) {
               0);
     const ipcbus_address agent = {IPCBUS_NODE_LOCAL, IPCBUS_SAP_SNMP_AGENT};
     EXPECT_EQ(ipcbus_send(handle, &agent, opcode, payload.data(),
-                          static_cast<uint32_t>(payload.size()), 0, 0,
-                          nullptr),
+                          static_cast<uint32_t>(payload.size()), 0, 0, nullptr),
               0);
     ipcbus_unbind(handle, 0);
 }
@@ -134,9 +133,8 @@ int catch_notification(int, int, void *argument, void *mine) {
 
 TEST_F(Agent, SendsTheNotificationThatTheHandlerReturns) {
     static Notification caught;
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION,
-                           SNMPD_CALLBACK_SEND_TRAP2, catch_notification,
-                           &caught);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_SEND_TRAP2,
+                           catch_notification, &caught);
     notify_wanted = 1;
     send_to_agent(1361, {0, 0, 0, 0});
     turn();

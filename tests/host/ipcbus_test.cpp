@@ -88,9 +88,9 @@ TEST(IpcbusWire, IsTheseOctets) {
     message.kind = WireKind::request;
     message.sender = "q.7.1";
     message.payload = {0, 0, 0, 5};
-    std::vector<uint8_t> expected = {
-        'X', 'F', 'B', '1', 0, 0, 0x28, 0x25, 1, 2, 3, 4, 0, 0, 0, 1,
-        'q', '.', '7', '.', '1'};
+    std::vector<uint8_t> expected = {'X',  'F', 'B', '1', 0,   0,   0x28,
+                                     0x25, 1,   2,   3,   4,   0,   0,
+                                     0,    1,   'q', '.', '7', '.', '1'};
     expected.resize(48);
     expected.insert(expected.end(), {0, 0, 0, 5});
     EXPECT_EQ(wire_encode(message), expected);
@@ -171,12 +171,12 @@ TEST_F(Ipcbus, NoPayloadIsNull) {
 
 TEST_F(Ipcbus, TheResponseCarriesTheRequestsToken) {
     ipcbus_message *first = nullptr, *second = nullptr;
-    ASSERT_EQ(ipcbus_send(ipcbus_response_q, &service, 1381, "x", 1, 0, 0,
-                          &first),
-              0);
-    ASSERT_EQ(ipcbus_send(ipcbus_response_q, &service, 1381, "x", 1, 0, 0,
-                          &second),
-              0);
+    ASSERT_EQ(
+        ipcbus_send(ipcbus_response_q, &service, 1381, "x", 1, 0, 0, &first),
+        0);
+    ASSERT_EQ(
+        ipcbus_send(ipcbus_response_q, &service, 1381, "x", 1, 0, 0, &second),
+        0);
     EXPECT_NE(ipcbus_rr_token_get(first), 0u);
     EXPECT_NE(ipcbus_rr_token_get(first), ipcbus_rr_token_get(second));
 
@@ -225,12 +225,12 @@ TEST_F(Ipcbus, AFullQueueIsAnErrorAndDoesNotBlock) {
 TEST_F(Ipcbus, SizesAreBounded) {
     std::vector<uint8_t> payload(wire_largest_payload + 1, 7);
     auto length = static_cast<uint32_t>(payload.size());
-    EXPECT_EQ(ipcbus_send(client, &service, 1, payload.data(), length, 0, 0,
-                          nullptr),
-              -1);
+    EXPECT_EQ(
+        ipcbus_send(client, &service, 1, payload.data(), length, 0, 0, nullptr),
+        -1);
     EXPECT_EQ(errno, EMSGSIZE);
-    ASSERT_EQ(ipcbus_send(client, &service, 1, payload.data(), length - 1, 0,
-                          0, nullptr),
+    ASSERT_EQ(ipcbus_send(client, &service, 1, payload.data(), length - 1, 0, 0,
+                          nullptr),
               0);
     ipcbus_message *message = receive();
     ASSERT_NE(message, nullptr);
@@ -302,8 +302,8 @@ TEST_F(Ipcbus, TheSocketOfADeadHolderIsTakenOver) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
     EXPECT_TRUE(support::exists(socket_path()));
-    ASSERT_EQ(
-        ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_PROCD, &server, "x"), 0);
+    ASSERT_EQ(ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_PROCD, &server, "x"),
+              0);
     ASSERT_EQ(ipcbus_send(client, &service, 5, nullptr, 0, 0, 0, nullptr), 0);
     ipcbus_drop(server, receive());
 }
@@ -321,9 +321,9 @@ TEST_F(Ipcbus, UnbindRemovesTheSocket) {
 
 TEST_F(Ipcbus, AChildHasAResponseQueueOfItsOwn) {
     ipcbus_message *request = nullptr;
-    ASSERT_EQ(ipcbus_send(ipcbus_response_q, &service, 1, nullptr, 0, 0, 0,
-                          &request),
-              0);
+    ASSERT_EQ(
+        ipcbus_send(ipcbus_response_q, &service, 1, nullptr, 0, 0, 0, &request),
+        0);
     std::string name = ipcbus_response_q->name;
     pid_t child = fork();
     if (child == 0) {
@@ -356,8 +356,8 @@ TEST_F(Ipcbus, SweepRemovesWhatAProcessLeft) {
         _exit(0);
     }
     ASSERT_EQ(waitpid(child, nullptr, 0), child);
-    std::string left = settings()->run_directory + "/q." +
-                       std::to_string(child) + ".";
+    std::string left =
+        settings()->run_directory + "/q." + std::to_string(child) + ".";
     auto any_left = [&] {
         for (int i = 1; i < 50; i++)
             if (support::exists(left + std::to_string(i)))
@@ -381,8 +381,7 @@ TEST_F(Ipcbus, ATimeoutIsETIME) {
     EXPECT_LT(now() - start, 5);
 }
 
-void nothing(int) {
-}
+void nothing(int) {}
 
 TEST_F(Ipcbus, ASignalIsEINTR) {
     struct sigaction action = {}, old = {};

@@ -62,9 +62,9 @@ TEST_F(Runner, RedirectsEachStream) {
     std::string input = support::directory() + "/runner.in";
     support::write_file(input, "from the file");
     int in = open(input.c_str(), O_RDONLY);
-    EXPECT_EQ(execute_program_and_wait_redirect(
-                  in, out, out, "/bin/sh", "-c",
-                  "cat; echo ' and error' >&2", nullptr),
+    EXPECT_EQ(execute_program_and_wait_redirect(in, out, out, "/bin/sh", "-c",
+                                                "cat; echo ' and error' >&2",
+                                                nullptr),
               0);
     EXPECT_EQ(output(), "from the file and error\n");
     close(in);
@@ -97,25 +97,24 @@ TEST_F(Runner, SignalsAreAsInAFreshProcess) {
     sigprocmask(SIG_SETMASK, &before, nullptr);
     sigaction(SIGPIPE, &old, nullptr);
     unsigned long long mask = 1, ignored = ~0ull;
-    ASSERT_EQ(sscanf(output().c_str(), "SigBlk: %llx SigIgn: %llx", &mask,
-                     &ignored),
-              2)
+    ASSERT_EQ(
+        sscanf(output().c_str(), "SigBlk: %llx SigIgn: %llx", &mask, &ignored),
+        2)
         << output();
     EXPECT_EQ(mask, 0u);
     // Signals 32 and 33 are the C library's own.
     EXPECT_EQ(ignored & 0xffffffff7fffffffull & ~(1ull << 32), 0u);
 }
 
-void nothing(int) {
-}
+void nothing(int) {}
 
 TEST_F(Runner, ASignalDoesNotEndTheWait) {
     struct sigaction action = {}, old = {};
     action.sa_handler = nothing; // without SA_RESTART
     sigaction(SIGALRM, &action, &old);
     alarm(1);
-    int status = execute_program_and_wait_redirect(
-        -1, -1, -1, "/bin/sh", "-c", "sleep 2; exit 5", nullptr);
+    int status = execute_program_and_wait_redirect(-1, -1, -1, "/bin/sh", "-c",
+                                                   "sleep 2; exit 5", nullptr);
     EXPECT_EQ(status, 5 << 8);
     sigaction(SIGALRM, &old, nullptr);
 }

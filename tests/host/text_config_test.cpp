@@ -108,7 +108,8 @@ TEST(TextConfig, WhatIsRefused) {
         {"hostname a b\n", "1: too many arguments;"},
         {"vlan 4095\n", "1: not a VLAN id from 1 to 4094;"},
         {"ntp server ntp.example\n", "1: not an IPv4 or IPv6 address;"},
-        {"route 10.0.0.0/33 192.0.2.1\n", "1: not an address and prefix length;"},
+        {"route 10.0.0.0/33 192.0.2.1\n",
+         "1: not an address and prefix length;"},
         {"  hostname a\n", "1: indented, but not in a mode;"},
         {"hostname a\n  vlan 3\n", "2: indented, but not in a mode;"},
         {"interface e\n  mtu 9000\n    shutdown\n",
@@ -141,9 +142,8 @@ TEST(TextConfig, ANulIsRefused) {
 TEST(TextConfig, LinesUnderARefusedOneGoWithIt) {
     TextConfig config;
     Applied applied = merge(config, "vlan 9999\n  name blue\nhostname a\n");
-    EXPECT_EQ(applied.refusals,
-              "1: not a VLAN id from 1 to 4094;"
-              "2: the line that it is under was refused;");
+    EXPECT_EQ(applied.refusals, "1: not a VLAN id from 1 to 4094;"
+                                "2: the line that it is under was refused;");
     EXPECT_EQ(config.print(), "hostname a\n");
 }
 

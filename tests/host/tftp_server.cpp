@@ -53,8 +53,7 @@ int bound_socket(const char *address, int &family) {
 
 } // namespace
 
-TftpServer::TftpServer(Manner manner, const char *address)
-    : manner_(manner) {
+TftpServer::TftpServer(Manner manner, const char *address) : manner_(manner) {
     socket_ = bound_socket(address, family_);
     struct sockaddr_in6 own = {};
     socklen_t length = sizeof own;
@@ -76,9 +75,9 @@ void TftpServer::run() {
         std::string packet(2048, 0);
         struct sockaddr_storage peer = {};
         socklen_t length = sizeof peer;
-        ssize_t size = recvfrom(socket_, packet.data(), packet.size(), 0,
-                                reinterpret_cast<struct sockaddr *>(&peer),
-                                &length);
+        ssize_t size =
+            recvfrom(socket_, packet.data(), packet.size(), 0,
+                     reinterpret_cast<struct sockaddr *>(&peer), &length);
         if (size < 4)
             continue;
         packet.resize(static_cast<size_t>(size));

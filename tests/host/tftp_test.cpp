@@ -109,8 +109,8 @@ class TftpDaemon : public Tftp {
     void start(const std::string &address) {
         xfhost::SpawnRequest request;
         request.path = "/usr/sbin/in.tftpd";
-        request.arguments = {"-L", "-c", "-s", "-u", "root",
-                             "-a", address, files};
+        request.arguments = {"-L",   "-c", "-s",    "-u",
+                             "root", "-a", address, files};
         ASSERT_EQ(xfhost::spawn_program(request, server), 0);
     }
     std::string files;
@@ -118,9 +118,9 @@ class TftpDaemon : public Tftp {
 };
 
 TEST_F(TftpDaemon, EverySizeArrivesInBothDirections) {
-    for (size_t size : {size_t{0}, size_t{1}, size_t{511}, size_t{512},
-                        size_t{513}, block - 1, block, block + 1, 10 * block,
-                        32 * mebibyte}) {
+    for (size_t size :
+         {size_t{0}, size_t{1}, size_t{511}, size_t{512}, size_t{513},
+          block - 1, block, block + 1, 10 * block, 32 * mebibyte}) {
         std::string data = content_of(size);
         std::string name = "size-" + std::to_string(size);
         ASSERT_EQ(put(data, name.c_str()), 0) << size;
@@ -162,8 +162,8 @@ class TftpTest : public Tftp {
 TEST_F(TftpTest, AServerWithoutOptions) {
     TftpServer server(Manner::plain);
     connect(server);
-    for (size_t size : {size_t{0}, size_t{1}, size_t{512}, size_t{1024},
-                        size_t{1500}}) {
+    for (size_t size :
+         {size_t{0}, size_t{1}, size_t{512}, size_t{1024}, size_t{1500}}) {
         std::string data = content_of(size);
         ASSERT_EQ(put(data, "x"), 0) << size;
         EXPECT_TRUE(server.content == data) << size;
@@ -287,8 +287,8 @@ TEST_F(TftpTest, ADirectoryInTheFilesPlace) {
     // A directory in the file's place cannot be replaced by it.
     mkdir((dir + "/x").c_str(), 0700);
     EXPECT_EQ(tftp_get2("x", (dir + "/x").c_str(), 0), -(100 + EISDIR));
-    EXPECT_FALSE(support::exists(dir + "/.tftp-" + std::to_string(getpid()) +
-                                 ".part"));
+    EXPECT_FALSE(
+        support::exists(dir + "/.tftp-" + std::to_string(getpid()) + ".part"));
 }
 
 TEST_F(TftpTest, BadServers) {

@@ -126,9 +126,9 @@ TEST(Trace, TheReaderPrintsWhatWasTraced) {
     std::string expected = "Z " + std::to_string(getpid()) +
                            " 0x730000 100 do_something : failed\n";
     EXPECT_NE(output.find(expected), std::string::npos) << output;
-    EXPECT_EQ(support::mode_of(support::directory() +
-                               "/state/trace/host_tests.trc"),
-              0600u);
+    EXPECT_EQ(
+        support::mode_of(support::directory() + "/state/trace/host_tests.trc"),
+        0600u);
 }
 
 TEST(Trace, AShortRecordIsHarmless) {
