@@ -527,6 +527,18 @@ TEST_F(CopyWorker, localFileThatCannotBeOpened) {
     expect_worker(1, join({bound_for_running, could_not_open}));
 }
 
+TEST_F(CopyWorker, errnoOfTheOpenIsTheSameOnEveryChannel) {
+    const std::string text =
+        "copy_function : could not open cfg.txt, errno = 0xd\n";
+
+    p.live_check.always(1);
+    set_file_types(XF_FILE_RUNNING, XF_FILE_NETWORK);
+    p.file_opens.then(false, EACCES);
+    const Story whole = run(1);
+    for (const std::string &shown : {err(text), info(text), live(text)})
+        EXPECT_EQ(1, std::count(whole.begin(), whole.end(), shown)) << shown;
+}
+
 TEST_F(CopyWorker, uploadWithoutAHandle) {
     for (const int32_t source :
          {XF_FILE_STARTUP, XF_FILE_RUNNING, XF_FILE_FABRIC_STARTUP}) {

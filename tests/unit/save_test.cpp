@@ -2,6 +2,7 @@
  * wait for its answer, and what the answer makes of the row. */
 #include "scripted_platform.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -182,6 +183,18 @@ TEST_F(Save, requestThatCannotBeSentFailsTheRowInPlace) {
     expect_stored(before);
     EXPECT_EQ(nullptr, module_state.save_request);
     EXPECT_EQ(0u, p.notifications.size());
+}
+
+TEST_F(Save, errnoIsTheSameInHistoryAndLiveOutput) {
+    p.live_check.always(1);
+    p.send_results.then(-1, 104);
+    EXPECT_EQ(not_sent, save());
+    const std::string text = "do_cp_runningtostartup :  Unable to send message "
+                             "IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION: "
+                             "Connection reset by peer (104).\n";
+    const Story whole = story();
+    EXPECT_EQ(1, std::count(whole.begin(), whole.end(), error(text)));
+    EXPECT_EQ(1, std::count(whole.begin(), whole.end(), live(text)));
 }
 
 TEST_F(Save, onlyANegativeResultOfTheSendIsAFailure) {

@@ -141,3 +141,26 @@ TEST_F(StatusReport, failedSendIsTracedAndNotRepeated) {
             << result;
     }
 }
+
+/* A trace may change errno: history and live output still show the same. */
+TEST_F(StatusReport, errnoIsTheSameInHistoryAndLiveOutput) {
+    p.live_check.always(1);
+    p.bind_results.then(-1, 111);
+    p.send_results.then(-1, 105);
+    send_status_2_parent(1);
+    EXPECT_EQ(
+        (Story{
+            error("send_status_2_parent: status is 1\n"),
+            live("send_status_2_parent: status is 1\n"),
+            bind_call,
+            bind_failed(111),
+            live("send_status_2_parent: ipcbus_bind failed. errno 111\n"),
+            "sleep(2)",
+            bind_call,
+            send_call(),
+            error("send_status_2_parent: ipcbus_send failed. errno 105\n"),
+            live("send_status_2_parent: ipcbus_send failed. errno 105\n"),
+            "ipcbus_unbind(handle1, 0)",
+        }),
+        story());
+}
