@@ -2,6 +2,7 @@
 #include "scripted_platform.h"
 #include "set_driver.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <utility>
@@ -739,6 +740,29 @@ TEST_F(FabricErrorReads, instanceIsRewritten) {
     add(5, 1);
     EXPECT_EQ(error_column(4, {5, 1}), get_row(27, {5, 1, 3, 4}).name);
     EXPECT_EQ(error_column(4, {5, 1}), next_row(27, {4, 9, 9, 9}).name);
+}
+
+/* What lies behind the request's length is not part of it. */
+TEST_F(FabricErrorReads, onlySubIdentifiersWithinTheLengthCount) {
+    add(5, 1);
+    add(5, 2);
+    add(7, 2);
+    for (const std::vector<oid> &instance :
+         {std::vector<oid>{}, std::vector<oid>{5}}) {
+        struct variable variable = variable_of(25);
+        const std::vector<oid> request = error_column(2, instance);
+        oid name[MAX_OID_LEN];
+        size_t length = request.size();
+        size_t var_len = 0;
+        WriteMethod *write = nullptr;
+
+        std::fill(std::begin(name), std::end(name), oid{6});
+        std::copy(request.begin(), request.end(), name);
+        EXPECT_NE(nullptr, get_xfCopyErrorTable(&variable, name, &length, 0,
+                                                &var_len, &write));
+        EXPECT_EQ(error_column(2, {5, 1}),
+                  std::vector<oid>(name, name + length));
+    }
 }
 
 /* Sub-identifiers have 32 bits: what is above is not there on the target. */
