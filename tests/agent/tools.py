@@ -87,12 +87,16 @@ class Program:
     def running(self):
         return self.process is not None and self.process.poll() is None
 
-    def signal(self, number):
+    def signal(self, number, pid=None):
+        """To the process, or to one that it has started."""
+        pid = pid or self.pid
         if self.sudo:
-            subprocess.run(["sudo", "-n", "kill", f"-{int(number)}",
-                            str(self.pid)], check=True)
+            subprocess.run(["sudo", "-n", "kill", f"-{int(number)}", str(pid)])
         else:
-            self.process.send_signal(number)
+            try:
+                os.kill(pid, number)
+            except ProcessLookupError:
+                pass  # it has just ended
 
     def stop(self):
         """Ends it and returns its exit status; kills what does not end."""
