@@ -34,8 +34,8 @@ def sanitizer_libraries():
 class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
-    def __init__(self, folder, extra_configuration="", movable_clock=False,
-                 **settings):
+    def __init__(self, folder, extra_configuration="", after="",
+                 movable_clock=False, **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -48,7 +48,8 @@ class Agent(Program):
         self.stays_staged = set()
         self.configuration = folder / "snmpd.conf"
         self.configuration.write_text(CONFIGURATION + extra_configuration +
-                             f"dlmod config_copy_mib {MODULE}\n")
+                                      f"dlmod config_copy_mib {MODULE}\n" +
+                                      after)
         self.clock = folder / "clock" if movable_clock else None
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
