@@ -95,14 +95,14 @@ void finish(Children::iterator child) {
     pid_t pid = child->pid;
     bool reported = child->reported;
     forget(child);
+    if (pid != 0)
+        ipcbus_sweep(pid); // it may leave handles to its end
     if (reported)
         return;
-    if (pid != 0) {
+    if (pid != 0)
         log_message(LOG_WARNING, "copy process %d ended without a report", pid);
-        ipcbus_sweep(pid);
-    } else {
+    else
         log_message(LOG_ERR, "a copy process could not be started");
-    }
     deliver_failure();
 }
 
