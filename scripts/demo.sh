@@ -42,12 +42,12 @@ stop_all() {
     # in.tftpd has processes of its own that linger after a transfer.
     [ -z "${tftp_server-}" ] || started+=($(children_of "$tftp_server"))
     for pid in "${started[@]}"; do
-        send CONT "$pid" || true
-        send TERM "$pid" || true
+        send CONT "$pid" 2>/dev/null || true
+        send TERM "$pid" 2>/dev/null || true
     done
     if ! until_true 10 gone; then
         for pid in "${started[@]}"; do
-            send KILL "$pid" || true
+            send KILL "$pid" 2>/dev/null || true
         done
     fi
     if [ -n "${results_are_ours-}" ]; then
