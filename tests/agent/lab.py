@@ -13,7 +13,6 @@ BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
-RESULTS = pathlib.Path("/tmp/configcopy.txt")
 
 CONFIGURATION = """\
 rwcommunity private
