@@ -40,7 +40,6 @@ constexpr Text texts[] = {
     {err_no_fabric, "there is no usable list of the fabric's switches"},
     {err_fabric_failed, "not every switch of the fabric kept its startup "
                         "configuration"},
-    {err_save_not_noted, "the state directory takes no record of the save"},
     {err_address_type, "unknown address type"},
     {err_address_text, "not an address, or no room for its text"},
     {err_no_chassis_type, "the chassis type is not configured"},

@@ -26,7 +26,6 @@ constexpr uint32_t err_save_interrupted = 0x401E0015;
 constexpr uint32_t err_manager_gone = 0x401E0016;
 constexpr uint32_t err_no_fabric = 0x401E0017;
 constexpr uint32_t err_fabric_failed = 0x401E0018;
-constexpr uint32_t err_save_not_noted = 0x401E0019;
 
 // Addresses and the switch itself.
 constexpr uint32_t err_address_type = 0x40560001;

@@ -76,9 +76,9 @@ namespace xfhost {
 
 bool deliver(ipcbus_message *message) {
     auto found = subscriptions.find(ipcbus_opc_get(message));
-    bool late = ipcbus_opc_get(message) ==
-                    IPCBUS_OPC_PROCD_COPY_RUN2START_DONE &&
-                !save_watch_ends(message->wire.payload);
+    bool late =
+        ipcbus_opc_get(message) == IPCBUS_OPC_PROCD_COPY_RUN2START_DONE &&
+        !save_watch_ends(message->wire.payload);
     if (found == subscriptions.end() || late) {
         ipcbus_drop(nullptr, message);
         return false;

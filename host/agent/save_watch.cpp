@@ -58,9 +58,8 @@ void manager_ended() {
     loop_unwatch(manager.get());
     manager.reset();
     const Settings *s = settings();
-    unsigned grace = s == nullptr
-                         ? 0
-                         : static_cast<unsigned>(s->manager_restart_seconds);
+    unsigned grace =
+        s == nullptr ? 0 : static_cast<unsigned>(s->manager_restart_seconds);
     if (grace == 0)
         deliver_failure(0, nullptr);
     else
@@ -83,8 +82,7 @@ void watch_save(uint32_t request) {
     manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
     // While the module waits for the first answer, the main loop stands still.
     if (manager)
-        ipcbus_response_q->peer =
-            Fd(fcntl(manager.get(), F_DUPFD_CLOEXEC, 3));
+        ipcbus_response_q->peer = Fd(fcntl(manager.get(), F_DUPFD_CLOEXEC, 3));
     if (!manager || !loop_watch(manager.get(), manager_ended)) {
         log_message(LOG_ERR, "a save goes unwatched: %s", strerror(errno));
         manager.reset();

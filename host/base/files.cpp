@@ -209,8 +209,7 @@ bool replace_durably(int directory, const char *name, std::string_view data,
     std::string temporary = std::string(".") + name + ".new";
     // Left by a writer that died; writers of one name exclude each other.
     unlinkat(directory, temporary.c_str(), 0);
-    if (write_new(directory, temporary.c_str(), data) &&
-        may_proceed(proceed) &&
+    if (write_new(directory, temporary.c_str(), data) && may_proceed(proceed) &&
         renameat(directory, temporary.c_str(), directory, name) == 0)
         return fsync(directory) == 0;
     int saved = errno;

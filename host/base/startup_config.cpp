@@ -17,8 +17,7 @@ bool keep_startup(const std::string &text,
     if (!directory)
         return false;
     Fd lock = lock_file(directory.get(), "system.cfg.lock", true);
-    if (!lock ||
-        !replace_durably(directory.get(), "system.cfg", text, proceed))
+    if (!lock || !replace_durably(directory.get(), "system.cfg", text, proceed))
         return false;
     Fd kept = open_private_file(directory.get(), "system.cfg", O_RDONLY);
     std::string again;

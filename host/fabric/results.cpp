@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "host/base/files.h"
 
@@ -59,17 +60,25 @@ std::vector<FabricResult> parse_results(std::string_view text) {
 }
 
 bool store_results(const std::vector<FabricResult> &results) {
-    Fd state = open_state_directory();
-    return state &&
-           replace_durably(state.get(), file_name, print_results(results));
+    std::string text = print_results(results);
+    Fd state = open_state_directory(), run = open_run_directory();
+    if (!state || !run)
+        return false;
+    if (replace_durably(state.get(), file_name, text)) {
+        unlinkat(run.get(), file_name, 0);
+        return true;
+    }
+    return replace_durably(run.get(), file_name, text);
 }
 
 bool load_results(std::vector<FabricResult> &results) {
     results.clear();
-    Fd state = open_state_directory();
-    if (!state)
+    Fd state = open_state_directory(), run = open_run_directory();
+    if (!state || !run)
         return false;
-    Fd file = open_private_file(state.get(), file_name, O_RDONLY);
+    Fd file = open_private_file(run.get(), file_name, O_RDONLY);
+    if (!file && errno == ENOENT)
+        file = open_private_file(state.get(), file_name, O_RDONLY);
     if (!file)
         return errno == ENOENT;
     std::string text;

@@ -1,5 +1,7 @@
 // What became of the last fabric-wide save at each switch, in a file that
-// outlives the system manager: `<state>/fabric-results`, one line a switch.
+// outlives the system manager: `<state>/fabric-results`, one line a switch. A
+// disk that is full is one of the things it has to tell of: it is then in the
+// run directory, which is not on a disk, and that file is the newer one.
 #ifndef HOST_FABRIC_RESULTS_H
 #define HOST_FABRIC_RESULTS_H
 

@@ -222,7 +222,7 @@ int wait_readable(int socket, int peer, int64_t deadline) {
         timeout = static_cast<int>(left);
     }
     struct pollfd watched[] = {{socket, POLLIN, 0}, {peer, POLLIN, 0}};
-    int count = poll(watched, 2, timeout); // a peer of -1 is passed over
+    int count = poll(watched, 2, timeout);    // a peer of -1 is passed over
     if (count > 0 && watched[0].revents == 0) // it may have spoken before
         count = poll(watched, 1, 0);
     else if (count == 0)
@@ -310,7 +310,7 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         std::string name = "sap." + std::to_string(destination->sap);
         if (send_to(handle, name, message) != 0)
             return -1;
-        if (hooks.sent != nullptr)
+        if (hooks.sent != nullptr && handle->lazy)
             hooks.sent(message, destination->sap);
         if (request != nullptr)
             *request = new_message(std::move(message), getpid());
@@ -338,7 +338,7 @@ int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
             return -1;
         if (*message == nullptr)
             continue;
-        if (hooks.wanted == nullptr || hooks.wanted(**message))
+        if (hooks.wanted == nullptr || !handle->lazy || hooks.wanted(**message))
             return 0;
         ipcbus_drop(handle, *message);
         *message = nullptr;

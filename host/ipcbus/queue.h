@@ -31,7 +31,7 @@ struct ipcbus_message {
 
 namespace xfhost {
 
-// What the agent side wants to know of the transport in its process.
+// What the agent side wants to know of the response queue of its process.
 struct IpcbusHooks {
     // A message was sent to an access point.
     void (*sent)(const WireMessage &message, uint32_t sap) = nullptr;

@@ -156,10 +156,10 @@ uint32_t Manager::begin_save(const ipcbus_message &message) {
     uint32_t error = choose_switches(*request, switches);
     if (error != 0)
         return error;
-    if (!note_save(message.wire.token)) {
-        log_message(LOG_ERR, "state directory: %s", strerror(errno));
-        return err_save_not_noted;
-    }
+    // Without the note a restarted system manager knows nothing of this save;
+    // the agent side still does. The save itself tells what is wrong.
+    if (!note_save(message.wire.token))
+        log_message(LOG_WARNING, "the save is not noted: %s", strerror(errno));
     log_message(LOG_INFO, "save for user=%s session=%s fabric=%d",
                 quoted(request->user).c_str(), quoted(request->session).c_str(),
                 request->fabric);
@@ -178,6 +178,11 @@ uint32_t Manager::choose_switches(const SaveRequest &request,
     if (error.empty() && (settings_.fabric_key_file.empty() ||
                           settings_.fabric_known_hosts.empty()))
         error = "fabric_key_file and fabric_known_hosts must be set";
+    // ssh would go on without them, and be refused for another reason.
+    for (const std::string *file :
+         {&settings_.fabric_key_file, &settings_.fabric_known_hosts})
+        if (error.empty() && access(file->c_str(), R_OK) != 0)
+            error = *file + ": " + strerror(errno);
     if (error.empty())
         return 0;
     log_message(LOG_ERR, "fabric: %s", error.c_str());
@@ -222,17 +227,18 @@ void Manager::send_ends() {
     const ipcbus_address agent = {IPCBUS_NODE_LOCAL, IPCBUS_SAP_SNMP_AGENT};
     while (!ends_.empty()) {
         const End &end = ends_.front();
-        int result =
-            ipcbus_send(requests_, &agent, IPCBUS_OPC_PROCD_COPY_RUN2START_DONE,
-                        end.payload.data(),
-                        static_cast<uint32_t>(end.payload.size()), 0, 0,
-                        nullptr);
+        int result = ipcbus_send(
+            requests_, &agent, IPCBUS_OPC_PROCD_COPY_RUN2START_DONE,
+            end.payload.data(), static_cast<uint32_t>(end.payload.size()), 0, 0,
+            nullptr);
         bool full = result != 0 && (errno == EAGAIN || errno == ENOBUFS);
         if (full && now_ms() < end.deadline)
             return;
         if (result != 0)
-            log_message(LOG_WARNING, "the agent is not told of the end of a "
-                                     "save: %s", strerror(errno));
+            log_message(LOG_WARNING,
+                        "the agent is not told of the end of a "
+                        "save: %s",
+                        strerror(errno));
         ends_.pop_front();
     }
 }

@@ -71,6 +71,14 @@ int await_end(pid_t pid, int64_t deadline, const std::stop_token &stop,
     }
 }
 
+// As a value of ssh's options, where % begins a placeholder.
+std::string path_value(const std::string &path) {
+    std::string value = "\"";
+    for (char c : path)
+        value += c == '%' ? "%%" : c == '"' ? "\\\"" : std::string(1, c);
+    return value + "\"";
+}
+
 std::string last_line(const std::string &words) {
     size_t end = words.find_last_not_of("\r\n ");
     if (end == std::string::npos)
@@ -132,13 +140,13 @@ std::vector<std::string> ssh_arguments(const Settings &settings,
     };
     option("BatchMode=yes");
     option("StrictHostKeyChecking=yes");
-    option("UserKnownHostsFile=\"" + settings.fabric_known_hosts + "\"");
+    option("UserKnownHostsFile=" + path_value(settings.fabric_known_hosts));
     option("GlobalKnownHostsFile=/dev/null");
     option("UpdateHostKeys=no");
     option("PreferredAuthentications=publickey");
     option("IdentitiesOnly=yes");
     option("IdentityAgent=none");
-    option("IdentityFile=\"" + settings.fabric_key_file + "\"");
+    option("IdentityFile=" + path_value(settings.fabric_key_file));
     option("ClearAllForwardings=yes");
     option("ConnectionAttempts=1");
     option("ConnectTimeout=" + std::to_string(settings.fabric_connect_seconds));
@@ -180,9 +188,9 @@ std::string save_on_switch(const Settings &settings, const FabricSwitch &to,
     request.arguments.insert(request.arguments.end(), rest.begin(), rest.end());
     std::string words;
     int status = 0;
-    int error = run_and_read(request, 2, most_words,
-                             settings.fabric_switch_seconds, stop, words,
-                             status);
+    int error =
+        run_and_read(request, 2, most_words, settings.fabric_switch_seconds,
+                     stop, words, status);
     if (error == ETIMEDOUT)
         return "The switch did not finish within " +
                std::to_string(settings.fabric_switch_seconds) + " seconds.";

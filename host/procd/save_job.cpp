@@ -53,11 +53,9 @@ class Results {
                                 "The save ended before this switch answered."});
     }
 
-    bool store() {
-        if (store_results(results_))
-            return true;
-        log_message(LOG_ERR, "fabric results: %s", strerror(errno));
-        return false;
+    void store() {
+        if (!store_results(results_))
+            log_message(LOG_ERR, "fabric results: %s", strerror(errno));
     }
 
     // `why` is empty if all is well.
@@ -125,8 +123,7 @@ uint32_t save_in_fabric(const Settings &settings,
                         const std::vector<FabricSwitch> &switches,
                         const std::stop_token &stop) {
     Results results(switches);
-    if (!results.store())
-        return err_save_not_noted;
+    results.store();
     for (size_t i = 0; i < switches.size(); i++) {
         if (!switches[i].local)
             continue;
@@ -153,8 +150,9 @@ SaveJob::~SaveJob() {
 void SaveJob::run(const std::stop_token &stop) {
     try {
         std::string why;
-        result_ = switches_.empty() ? save_here(settings_, stop, why)
-                                    : save_in_fabric(settings_, switches_, stop);
+        result_ = switches_.empty()
+                      ? save_here(settings_, stop, why)
+                      : save_in_fabric(settings_, switches_, stop);
     } catch (const std::bad_alloc &) {
         result_ = err_startup_not_kept;
     } catch (const std::system_error &error) {

@@ -3,11 +3,13 @@
 import os
 import signal
 import socket
+import subprocess
 import threading
 import time
 
 import pytest
 
+import lab
 import manager
 from snmp import (ACTIVE, COMPLETION, DESTROY, FAILED, IN_PROGRESS, ROOT,
                   RUNNING, STARTUP, SUCCESSFUL, TRUE, go, name, row)
@@ -260,6 +262,7 @@ def test_killed_at_any_moment_leaves_a_whole_file(with_manager):
         time.sleep(number * 0.006)
         kill(agent)
         now = startup(agent)
+        print("after the kill:", "new" if now == text else "old")
         assert now in (before, text)
         before = now
         agent.manager.start()
@@ -368,6 +371,45 @@ def test_switches_that_fail(with_manager, fabric):
     # Rows go with their copy.
     agent.station.set(row(4, xfCopyEntryRowStatus=DESTROY))
     assert errors(agent, 4) == {}
+
+
+@pytest.fixture
+def small_disk(tmp_path):
+    """A file system of its own with hardly any room."""
+    place = tmp_path / "disk"
+    place.mkdir()
+    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
+    try:
+        subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
+                        f"size=64k,mode=700,uid={os.getuid()}", "small",
+                        str(place)], check=True, capture_output=True)
+    except (OSError, subprocess.CalledProcessError) as error:
+        pytest.skip(f"no file system can be mounted: {error}")
+    yield place
+    subprocess.run([*sudo, "umount", str(place)], check=True)
+
+
+def test_switch_with_a_full_disk(with_manager, fabric, small_disk):
+    """Its own shell finds that there is no room, and says so over SSH."""
+    full = fabric.add("full", command=manager.saving_command(
+        lab.BUILD / "root", small_disk)).start()
+    fabric.add("good").start()
+    big = small_disk / "running-config"
+    big.write_bytes(b"! " + b"x" * 40_000 + b"\n")
+    big.chmod(0o600)
+    old = small_disk / "startup"
+    old.mkdir(mode=0o700)
+    (old / "system.cfg").write_bytes(b"hostname old\n")
+    (old / "system.cfg").chmod(0o600)
+    agent = with_manager(**fabric.settings())
+    agent.station.set(save(1, FABRIC_STARTUP))
+    assert agent.fails(1) == SAVE_FAILED
+    (_, address, wwn, text), = errors(agent, 1).values()
+    assert (address, wwn) == (full.address, full.wwn)
+    assert text == ("The disk of the switch is full: it kept its old startup "
+                    "configuration.")
+    assert (old / "system.cfg").read_bytes() == b"hostname old\n"
+    assert set(os.listdir(old)) == {"system.cfg", "system.cfg.lock"}
 
 
 def test_local_switch_that_fails(with_manager, fabric):

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -69,9 +70,9 @@ TEST(Grove, CutsTheTextAtTheLimit) {
 }
 
 TEST(Grove, ALaterSaveDoesNotDisturbAWalk) {
-    ASSERT_TRUE(store_results(
-        {{"100000051e340102", false, true, "192.0.2.2", "one"},
-         {"100000051e340103", false, true, "192.0.2.3", "two"}}));
+    ASSERT_TRUE(
+        store_results({{"100000051e340102", false, true, "192.0.2.2", "one"},
+                       {"100000051e340103", false, true, "192.0.2.3", "two"}}));
     const uint8_t local[8] = {};
     grove_status status = {};
     char text[257];
@@ -85,11 +86,23 @@ TEST(Grove, ALaterSaveDoesNotDisturbAWalk) {
     EXPECT_TRUE(walk().empty());
 }
 
+TEST(FabricResults, AreKeptWhereThereIsRoom) {
+    std::string file = support::directory() + "/state/fabric-results";
+    unlink(file.c_str());
+    ASSERT_EQ(mkdir(file.c_str(), 0700), 0); // takes no file of that name
+    ASSERT_TRUE(store_results(
+        {{"100000051e340102", true, true, "192.0.2.2", "No room."}}));
+    ASSERT_EQ(walk().size(), 1u);
+    EXPECT_EQ(walk()[0].text, "No room.");
+    ASSERT_EQ(rmdir(file.c_str()), 0);
+    ASSERT_TRUE(store_results({}));
+    EXPECT_TRUE(walk().empty()); // not those of before
+}
+
 TEST(FabricResults, NoTextEndsItsLine) {
     std::string printed = print_results(
         {{"100000051e340102", false, true, "192.0.2.2", "a\nb\x1b[2J\xff"}});
-    EXPECT_EQ(printed,
-              "100000051e340102 remote failed 192.0.2.2 a?b?[2J?\n");
+    EXPECT_EQ(printed, "100000051e340102 remote failed 192.0.2.2 a?b?[2J?\n");
     EXPECT_TRUE(parse_results("\nnonsense\n10 local done 1 x\n"
                               "100000051e34010g local done 1 x\n")
                     .empty());

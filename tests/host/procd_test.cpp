@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/agent/save_watch.h"
 #include "host/base/spawn.h"
 #include "host/ipcbus/queue.h"
 #include "host/procd/protocol.h"
@@ -73,6 +74,7 @@ class Procd : public testing::Test {
                               "host_tests");
         ends.clear();
         ASSERT_EQ(register_for_notification(1361, note_end), 0);
+        save_watch_start();
         state_ = support::directory() + "/state";
         support::write_file(state_ + "/running-config", "hostname new\n");
         ASSERT_EQ(chmod((state_ + "/running-config").c_str(), 0600), 0);
@@ -148,8 +150,7 @@ class Procd : public testing::Test {
             int limit = 0;
             netsnmp_external_event_info(&limit, &sets[0], &sets[1], &sets[2]);
             struct timeval at_most = {0, 10000};
-            int count =
-                select(limit, &sets[0], &sets[1], &sets[2], &at_most);
+            int count = select(limit, &sets[0], &sets[1], &sets[2], &at_most);
             if (count > 0)
                 netsnmp_dispatch_external_events(&count, &sets[0], &sets[1],
                                                  &sets[2]);
@@ -254,9 +255,9 @@ TEST_F(Procd, AnswersWhileItSaves) {
     start(60);
     EXPECT_EQ(ask(save_request()), accepted);
     void *wwn = nullptr;
-    ASSERT_EQ(rpcq_req_resp(1282, 1, 0, nullptr, 0, 46, ipcbus_response_q, 5,
-                            &wwn),
-              0);
+    ASSERT_EQ(
+        rpcq_req_resp(1282, 1, 0, nullptr, 0, 46, ipcbus_response_q, 5, &wwn),
+        0);
     const uint8_t expected[8] = {0x10, 0, 0, 5, 0x1e, 0x34, 1, 0xff};
     EXPECT_EQ(memcmp(wwn, expected, 8), 0);
     free(wwn);
@@ -266,9 +267,9 @@ TEST_F(Procd, AnswersWhileItSaves) {
 TEST_F(Procd, RequestServiceKnowsNothingElse) {
     start();
     void *response = &response;
-    EXPECT_NE(rpcq_req_resp(1283, 0, 0, "x", 1, 46, ipcbus_response_q, 5,
-                            &response),
-              0);
+    EXPECT_NE(
+        rpcq_req_resp(1283, 0, 0, "x", 1, 46, ipcbus_response_q, 5, &response),
+        0);
     EXPECT_EQ(response, nullptr);
     procd_heartbeat(0);
     EXPECT_EQ(qsh_notify_cfg_update(ipcbus_response_q, 1, 2, 3), 0);
