@@ -1,6 +1,4 @@
-// What this switch is, from the configuration, and the services of a fabric,
-// which this host is not part of yet.
-#include "platform/grove.h"
+// What this switch is, from the configuration.
 #include "platform/hwinfo.h"
 #include "platform/vrfmgr.h"
 
@@ -25,10 +23,3 @@ int pod_get_type(int) {
 int32_t vrfmgr_get_context_id(const char *) {
     return 0; // there are no VRFs yet
 }
-
-int grove_status_next_get(struct grove_status *, char *, uint32_t,
-                          const uint8_t *) {
-    return -1; // nothing was ever sent to a fabric
-}
-
-void grove_status_clean(int) {}

@@ -17,6 +17,7 @@
 #include "host/agent/event_loop.h"
 #include "host/agent/modules.h"
 #include "host/agent/notifications.h"
+#include "host/agent/save_watch.h"
 #include "host/base/log.h"
 #include "host/ipcbus/queue.h"
 #include "platform/agent_ext.h"
@@ -61,6 +62,7 @@ void start_once() {
         log_message(LOG_ERR, "state directory: %s", strerror(errno));
     if (!copy_child_watch_forks())
         log_message(LOG_ERR, "forks cannot be watched");
+    save_watch_start();
     if (!clock_watch())
         log_message(LOG_ERR, "the clock cannot be watched: %s",
                     strerror(errno));

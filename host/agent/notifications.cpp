@@ -17,6 +17,7 @@
 #include "host/agent/agent.h"
 #include "host/agent/copy_child.h"
 #include "host/agent/modules.h"
+#include "host/agent/save_watch.h"
 #include "host/base/log.h"
 #include "host/ipcbus/queue.h"
 #include "platform/agent_ext.h"
@@ -75,7 +76,10 @@ namespace xfhost {
 
 bool deliver(ipcbus_message *message) {
     auto found = subscriptions.find(ipcbus_opc_get(message));
-    if (found == subscriptions.end()) {
+    bool late =
+        ipcbus_opc_get(message) == IPCBUS_OPC_PROCD_COPY_RUN2START_DONE &&
+        !save_watch_ends(message->wire.payload);
+    if (found == subscriptions.end() || late) {
         ipcbus_drop(nullptr, message);
         return false;
     }

@@ -70,6 +70,13 @@ bool write_new(int directory, const char *name, std::string_view data) {
     return fd && write_whole(fd.get(), data) && fsync(fd.get()) == 0;
 }
 
+bool may_proceed(const std::function<bool()> &proceed) {
+    if (!proceed || proceed())
+        return true;
+    errno = ECANCELED;
+    return false;
+}
+
 } // namespace
 
 void Fd::reset() {
@@ -197,11 +204,12 @@ bool write_whole(int fd, std::string_view data) {
     return true;
 }
 
-bool replace_durably(int directory, const char *name, std::string_view data) {
+bool replace_durably(int directory, const char *name, std::string_view data,
+                     const std::function<bool()> &proceed) {
     std::string temporary = std::string(".") + name + ".new";
     // Left by a writer that died; writers of one name exclude each other.
     unlinkat(directory, temporary.c_str(), 0);
-    if (write_new(directory, temporary.c_str(), data) &&
+    if (write_new(directory, temporary.c_str(), data) && may_proceed(proceed) &&
         renameat(directory, temporary.c_str(), directory, name) == 0)
         return fsync(directory) == 0;
     int saved = errno;

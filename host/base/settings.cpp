@@ -20,7 +20,7 @@ namespace {
 constexpr const char *default_file = "/etc/xfhost.conf";
 constexpr size_t largest_file = 65536;
 
-std::string set_directory(std::string &field, std::string_view value) {
+std::string set_path(std::string &field, std::string_view value) {
     if (value.empty() || value.front() != '/')
         return "is not an absolute path";
     field = value;
@@ -58,6 +58,21 @@ std::string set_address(std::string &field, std::string_view value) {
     return "";
 }
 
+std::string set_text(std::string &field, std::string_view value) {
+    if (value.empty())
+        return "is empty";
+    field = value;
+    return "";
+}
+
+std::string set_wwn(std::string &field, std::string_view value) {
+    std::string digits = wwn_digits(value);
+    if (digits.empty())
+        return "is not 8 octets, two hexadecimal digits each, with colons";
+    field = digits;
+    return "";
+}
+
 std::string set_flag(bool &field, std::string_view value) {
     if (value != "yes" && value != "no")
         return "is not yes or no";
@@ -81,11 +96,11 @@ struct Key {
 using V = std::string_view;
 
 constexpr Key keys[] = {
-    {"root", [](Settings &s, V v) { return set_directory(s.root, v); }},
+    {"root", [](Settings &s, V v) { return set_path(s.root, v); }},
     {"run_directory",
-     [](Settings &s, V v) { return set_directory(s.run_directory, v); }},
+     [](Settings &s, V v) { return set_path(s.run_directory, v); }},
     {"state_directory",
-     [](Settings &s, V v) { return set_directory(s.state_directory, v); }},
+     [](Settings &s, V v) { return set_path(s.state_directory, v); }},
     {"user", [](Settings &s, V v) { return set_word(s.user, v); }},
     {"management_interface",
      [](Settings &s, V v) { return set_word(s.management_interface, v); }},
@@ -110,6 +125,35 @@ constexpr Key keys[] = {
      [](Settings &s, V v) { return set_number(s.apply_seconds, v, 1, 86400); }},
     {"trace_history",
      [](Settings &s, V v) { return set_flag(s.trace_history, v); }},
+    {"switch_wwn", [](Settings &s, V v) { return set_wwn(s.switch_wwn, v); }},
+    {"save_delay_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.save_delay_seconds, v, 0, 3600);
+     }},
+    {"manager_restart_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.manager_restart_seconds, v, 0, 3600);
+     }},
+    {"fabric_file",
+     [](Settings &s, V v) { return set_path(s.fabric_file, v); }},
+    {"fabric_key_file",
+     [](Settings &s, V v) { return set_path(s.fabric_key_file, v); }},
+    {"fabric_known_hosts",
+     [](Settings &s, V v) { return set_path(s.fabric_known_hosts, v); }},
+    {"fabric_command",
+     [](Settings &s, V v) { return set_text(s.fabric_command, v); }},
+    {"ssh_program",
+     [](Settings &s, V v) { return set_path(s.ssh_program, v); }},
+    {"fabric_connect_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.fabric_connect_seconds, v, 1, 600);
+     }},
+    {"fabric_switch_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.fabric_switch_seconds, v, 1, 3600);
+     }},
+    {"fabric_parallel",
+     [](Settings &s, V v) { return set_number(s.fabric_parallel, v, 1, 64); }},
 };
 
 std::string_view trim(std::string_view text) {
@@ -129,25 +173,6 @@ std::string parse_line(Settings &s, std::string_view line) {
     return set_setting(s, line.substr(0, end), value);
 }
 
-// A file that somebody else could have written is not a configuration.
-std::string read_file(const std::string &path, bool must_exist,
-                      std::string &text) {
-    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!fd) {
-        if (errno == ENOENT && !must_exist)
-            return "";
-        return path + ": " + std::strerror(errno);
-    }
-    struct stat st;
-    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))
-        return path + ": not a regular file";
-    if ((st.st_uid != 0 && st.st_uid != geteuid()) || (st.st_mode & 022) != 0)
-        return path + ": somebody else may write to it";
-    if (!read_whole(fd.get(), largest_file, text))
-        return path + ": " + std::strerror(errno);
-    return "";
-}
-
 std::string read_environment(Settings &s, const Environment &environment) {
     for (const Key &key : keys) {
         std::string name = "XF_";
@@ -165,6 +190,38 @@ std::string read_environment(Settings &s, const Environment &environment) {
 }
 
 } // namespace
+
+// A file that somebody else could have written is not a configuration.
+std::string read_trusted_file(const std::string &path, bool must_exist,
+                              std::string &text) {
+    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) {
+        if (errno == ENOENT && !must_exist)
+            return "";
+        return path + ": " + std::strerror(errno);
+    }
+    struct stat st;
+    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))
+        return path + ": not a regular file";
+    if ((st.st_uid != 0 && st.st_uid != geteuid()) || (st.st_mode & 022) != 0)
+        return path + ": somebody else may write to it";
+    if (!read_whole(fd.get(), largest_file, text))
+        return path + ": " + std::strerror(errno);
+    return "";
+}
+
+std::string wwn_digits(std::string_view text) {
+    std::string digits;
+    for (size_t i = 0; i < text.size(); i++) {
+        if (i % 3 == 2 && text[i] == ':')
+            continue;
+        if (i % 3 == 2 || !std::isxdigit(static_cast<unsigned char>(text[i])))
+            return "";
+        digits += static_cast<char>(
+            std::tolower(static_cast<unsigned char>(text[i])));
+    }
+    return text.size() == 23 ? digits : "";
+}
 
 std::string set_setting(Settings &s, std::string_view key,
                         std::string_view value) {
@@ -194,7 +251,7 @@ std::string load_settings(Settings &s, const Environment &environment) {
     const char *named = environment("XF_CONFIG");
     std::string path = named != nullptr ? named : default_file;
     std::string text;
-    std::string error = read_file(path, named != nullptr, text);
+    std::string error = read_trusted_file(path, named != nullptr, text);
     if (!error.empty())
         return error;
     error = parse_settings(s, text);

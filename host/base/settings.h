@@ -25,6 +25,19 @@ struct Settings {
     int tftp_total_seconds = 300;
     int apply_seconds = 120;
     bool trace_history = true;
+
+    std::string switch_wwn; // 16 hexadecimal digits; empty: the fabric file's
+    int save_delay_seconds = 0; // of every save, for demonstrations
+    int manager_restart_seconds = 5;
+    std::string fabric_file; // empty: there is no fabric
+    std::string fabric_key_file;
+    std::string fabric_known_hosts;
+    std::string fabric_command =
+        "/brim/bin/qsh -c 'copy running-config startup-config'";
+    std::string ssh_program = "/usr/bin/ssh";
+    int fabric_connect_seconds = 5;
+    int fabric_switch_seconds = 30;
+    int fabric_parallel = 4;
 };
 
 // Where the settings come from. `environment` gives a variable's text or NULL.
@@ -40,6 +53,16 @@ std::string parse_settings(Settings &settings, std::string_view text);
 
 // Reads the file and the environment. Returns an error text or an empty one.
 std::string load_settings(Settings &settings, const Environment &environment);
+
+// Reads a configuration file that only root and this user can write to; a
+// missing one is empty unless it must exist. Returns an error text or an empty
+// one.
+std::string read_trusted_file(const std::string &path, bool must_exist,
+                              std::string &text);
+
+// A world wide name, "10:00:00:05:1e:34:01:02", as 16 lower-case hexadecimal
+// digits; empty if the text is none.
+std::string wwn_digits(std::string_view text);
 
 // The settings of this process, read once; NULL if they are bad, which was then
 // logged: the caller fails with EINVAL rather than run with half of them.

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -30,6 +31,8 @@ using namespace xfhost;
 namespace {
 
 constexpr size_t readable_octets = 16; // of every payload
+
+IpcbusHooks hooks;
 
 // Of this process: answers to the requests that it sends. Never destroyed, so
 // that its socket can be removed at the very end.
@@ -72,7 +75,7 @@ bool socket_address(int directory, const std::string &name,
 }
 
 // An access point is taken while its lock is held; a socket without a holder
-// was left by a process that died.
+// was left by a process that died. The lock file holds the holder's process id.
 bool take_access_point(ipcbus_queue &queue, int directory) {
     queue.lock = lock_file(directory, (queue.name + ".lock").c_str(), false);
     if (!queue.lock) {
@@ -81,7 +84,10 @@ bool take_access_point(ipcbus_queue &queue, int directory) {
         return false;
     }
     unlinkat(directory, queue.name.c_str(), 0);
-    return true;
+    // Before the socket is there: who can send to us can tell who we are.
+    std::string holder = std::to_string(getpid()) + "\n";
+    return ftruncate(queue.lock.get(), 0) == 0 &&
+           write_whole(queue.lock.get(), holder);
 }
 
 bool bind_socket(ipcbus_queue &queue) {
@@ -207,18 +213,22 @@ int64_t monotonic_ms() {
 }
 
 // Waits until the socket can be read; `deadline` -1 is never. 0, or -1 with
-// errno set.
-int wait_readable(int socket, int64_t deadline) {
+// errno set: EPIPE if the peer is gone and has left nothing to read.
+int wait_readable(int socket, int peer, int64_t deadline) {
     int timeout = -1;
     if (deadline >= 0) {
         int64_t left =
             std::clamp<int64_t>(deadline - monotonic_ms(), 0, INT32_MAX);
         timeout = static_cast<int>(left);
     }
-    struct pollfd watched = {socket, POLLIN, 0};
-    int count = poll(&watched, 1, timeout);
-    if (count == 0)
+    struct pollfd watched[] = {{socket, POLLIN, 0}, {peer, POLLIN, 0}};
+    int count = poll(watched, 2, timeout);    // a peer of -1 is passed over
+    if (count > 0 && watched[0].revents == 0) // it may have spoken before
+        count = poll(watched, 1, 0);
+    else if (count == 0)
         errno = ETIME;
+    if (count == 0 && watched[1].revents != 0)
+        errno = EPIPE;
     return count > 0 ? 0 : -1;
 }
 
@@ -300,6 +310,8 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         std::string name = "sap." + std::to_string(destination->sap);
         if (send_to(handle, name, message) != 0)
             return -1;
+        if (hooks.sent != nullptr && handle->lazy)
+            hooks.sent(message, destination->sap);
         if (request != nullptr)
             *request = new_message(std::move(message), getpid());
         return 0;
@@ -318,13 +330,18 @@ int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
     if (options != nullptr && options->mode == 1)
         deadline = monotonic_ms() + int64_t{options->timeout} * 1000;
     for (;;) {
-        if (wait_readable(handle->socket.get(), deadline) != 0)
+        if (wait_readable(handle->socket.get(), handle->peer.get(), deadline) !=
+            0)
             return -1;
         *message = ipcbus_take(handle);
-        if (*message != nullptr)
-            return 0;
-        if (errno != EAGAIN)
+        if (*message == nullptr && errno != EAGAIN)
             return -1;
+        if (*message == nullptr)
+            continue;
+        if (hooks.wanted == nullptr || !handle->lazy || hooks.wanted(**message))
+            return 0;
+        ipcbus_drop(handle, *message);
+        *message = nullptr;
     }
 }
 
@@ -345,6 +362,22 @@ uint32_t ipcbus_rr_token_get(const struct ipcbus_message *request) {
 }
 
 namespace xfhost {
+
+void ipcbus_set_hooks(const IpcbusHooks &set) {
+    hooks = set;
+}
+
+pid_t ipcbus_holder(uint32_t sap) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return 0;
+    std::string name = "sap." + std::to_string(sap) + ".lock";
+    Fd lock = open_private_file(directory.get(), name.c_str(), O_RDONLY);
+    std::string text;
+    if (!lock || !read_whole(lock.get(), 32, text))
+        return 0;
+    return static_cast<pid_t>(strtol(text.c_str(), nullptr, 10));
+}
 
 ipcbus_message *ipcbus_take(ipcbus_handle queue) {
     try {
@@ -380,6 +413,7 @@ int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
 }
 
 void ipcbus_disown(ipcbus_handle queue) {
+    queue->peer.reset();
     queue->socket.reset();
     queue->lock.reset();
 }

@@ -20,6 +20,7 @@ struct ipcbus_queue {
     xfhost::Fd lock;   // held while an access point is bound
     pid_t owner = 0;   // the process that bound it
     bool lazy = false; // bound by the first use, in each process anew
+    xfhost::Fd peer;   // readable once nobody is left to answer; or empty
 };
 
 struct ipcbus_message {
@@ -29,6 +30,20 @@ struct ipcbus_message {
 };
 
 namespace xfhost {
+
+// What the agent side wants to know of the response queue of its process.
+struct IpcbusHooks {
+    // A message was sent to an access point.
+    void (*sent)(const WireMessage &message, uint32_t sap) = nullptr;
+    // Whether somebody still waits for a message that was received; if not, it
+    // is dropped unseen.
+    bool (*wanted)(const ipcbus_message &message) = nullptr;
+};
+void ipcbus_set_hooks(const IpcbusHooks &hooks);
+
+// The process that has an access point bound; 0 if it cannot be told. To be
+// asked after a message was sent there: then somebody has it, or has just died.
+pid_t ipcbus_holder(uint32_t sap);
 
 // Takes the next message that waits on a queue, without waiting for one.
 // NULL if there is none (errno EAGAIN) or the transport failed.

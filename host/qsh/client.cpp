@@ -11,6 +11,8 @@
 #include "host/base/settings.h"
 #include "host/base/spawn.h"
 #include "host/errors.h"
+#include "host/ipcbus/wire.h"
+#include "host/procd/protocol.h"
 #include "host/qsh/exit_codes.h"
 
 using namespace xfhost;
@@ -73,8 +75,12 @@ int qsh_execute_cfg_file2(const struct qsh_cfg_file_request *request) {
     }
 }
 
-int qsh_notify_cfg_update(ipcbus_handle, int, int, int) {
-    // No other process of this host keeps a copy of the configuration yet.
-    errno = ENOSYS;
-    return -1;
+int qsh_notify_cfg_update(ipcbus_handle handle, int what, int from, int to) {
+    uint8_t payload[12];
+    put_be32(payload, static_cast<uint32_t>(what));
+    put_be32(payload + 4, static_cast<uint32_t>(from));
+    put_be32(payload + 8, static_cast<uint32_t>(to));
+    const ipcbus_address procd = {IPCBUS_NODE_LOCAL, IPCBUS_SAP_PROCD};
+    return ipcbus_send(handle, &procd, opcode_config_event, payload,
+                       sizeof payload, 0, 0, nullptr);
 }

@@ -11,6 +11,7 @@
 
 #include "host/base/files.h"
 #include "host/base/record.h"
+#include "host/base/startup_config.h"
 #include "host/qsh/exit_codes.h"
 #include "host/qsh/text_config.h"
 
@@ -18,12 +19,11 @@ using namespace xfhost;
 
 namespace {
 
-constexpr size_t largest_config = size_t{256} << 20;
-
 constexpr const char *usage =
     "usage: qsh -c \"show running-config\" | \"show startup-config\"\n"
+    "       qsh -c \"copy running-config startup-config\"\n"
     "       qsh --apply FILE RESULTS\n"
-    "The second form merges the lines of FILE into the running configuration;\n"
+    "The third form merges the lines of FILE into the running configuration;\n"
     "RESULTS receives one line for each line that was refused.\n";
 
 int fail(const char *what) {
@@ -46,11 +46,17 @@ int show(const Fd &directory, const char *name, bool missing_is_empty) {
 }
 
 int show_startup() {
-    Fd state = open_state_directory();
-    if (!state)
+    Fd directory = open_startup_directory();
+    if (!directory)
         return fail("state directory");
-    return show(open_private_directory_at(state.get(), "startup"), "system.cfg",
-                false);
+    return show(directory, "system.cfg", false);
+}
+
+int save() {
+    std::string text;
+    if (!read_running(text))
+        return fail("running configuration");
+    return keep_startup(text) ? 0 : fail("startup configuration");
 }
 
 int run_command(const std::string &command) {
@@ -58,6 +64,8 @@ int run_command(const std::string &command) {
         return show(open_state_directory(), "running-config", true);
     if (command == "show startup-config")
         return show_startup();
+    if (command == "copy running-config startup-config")
+        return save();
     fprintf(stderr, "qsh: unknown command %s\n", quoted(command).c_str());
     return exit_usage;
 }

@@ -119,4 +119,22 @@ TEST_F(Files, ProgramsMoveBelowTheRoot) {
     EXPECT_EQ(program_path("/brimstone/x"), "/brimstone/x");
 }
 
+TEST_F(Files, ANewFileTakesItsPlaceOnlyIfItMay) {
+    int place = directory.get();
+    ASSERT_TRUE(replace_durably(place, "guarded", "old"));
+    bool there = false;
+    auto no = [&] {
+        there = faccessat(place, ".guarded.new", F_OK, 0) == 0;
+        return false;
+    };
+    EXPECT_FALSE(replace_durably(place, "guarded", "new", no));
+    EXPECT_EQ(errno, ECANCELED);
+    EXPECT_TRUE(there);
+    EXPECT_NE(faccessat(place, ".guarded.new", F_OK, 0), 0);
+    std::string guarded = path + "/guarded";
+    EXPECT_EQ(support::read_file(guarded), "old");
+    EXPECT_TRUE(replace_durably(place, "guarded", "new", [] { return true; }));
+    EXPECT_EQ(support::read_file(guarded), "new");
+}
+
 } // namespace

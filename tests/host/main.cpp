@@ -67,6 +67,8 @@ int main(int count, char **arguments) {
     setenv("XF_TFTP_PACKET_SECONDS", "2", 1);
     setenv("XF_TFTP_TOTAL_SECONDS", "100", 1);
     setenv("XF_APPLY_SECONDS", "20", 1);
+    setenv("XF_SWITCH_WWN", "10:00:00:05:1E:34:01:ff", 1);
+    setenv("XF_MANAGER_RESTART_SECONDS", "1", 1);
     setenv("XF_MANAGEMENT_INTERFACE", "lo", 1);
     pid_t self = getpid();
     int result = RUN_ALL_TESTS();

@@ -86,6 +86,25 @@ TEST_F(Qsh, ShowsTheStartupConfiguration) {
     EXPECT_EQ(output, "hostname kept\n");
 }
 
+TEST_F(Qsh, SavesTheRunningConfiguration) {
+    std::string output;
+    store_running("hostname a\n\xff");
+    EXPECT_EQ(run("copy running-config startup-config", output), 0);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(support::read_file(state() + "/startup/system.cfg"),
+              "hostname a\n\xff");
+}
+
+TEST_F(Qsh, SaysThatItCouldNotSave) {
+    std::string output;
+    store_running("hostname a\n");
+    std::filesystem::remove_all(state() + "/startup");
+    ASSERT_EQ(mkdir((state() + "/startup").c_str(), 0700), 0);
+    ASSERT_EQ(mkdir((state() + "/startup/system.cfg").c_str(), 0700), 0);
+    EXPECT_NE(run("copy running-config startup-config", output), 0);
+    ASSERT_EQ(rmdir((state() + "/startup/system.cfg").c_str()), 0);
+}
+
 TEST_F(Qsh, RefusesOtherCommands) {
     std::string output;
     EXPECT_NE(run("reload", output), 0);

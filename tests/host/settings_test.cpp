@@ -36,6 +36,21 @@ TEST(Settings, LinesCommentsAndBlanks) {
     EXPECT_EQ(s.root, "/r");
 }
 
+TEST(Settings, SwitchAndFabric) {
+    Settings s;
+    EXPECT_EQ(parse_settings(s, "switch_wwn 10:00:00:05:1E:34:01:00\n"
+                                "fabric_file /etc/fabric\n"
+                                "fabric_command save 'the configuration'\n"
+                                "save_delay_seconds 30\n"
+                                "manager_restart_seconds 0\n"),
+              "");
+    EXPECT_EQ(s.switch_wwn, "100000051e340100");
+    EXPECT_EQ(s.fabric_file, "/etc/fabric");
+    EXPECT_EQ(s.fabric_command, "save 'the configuration'");
+    EXPECT_EQ(s.save_delay_seconds, 30);
+    EXPECT_EQ(s.manager_restart_seconds, 0);
+}
+
 TEST(Settings, ErrorsNameTheLine) {
     Settings s;
     EXPECT_EQ(parse_settings(s, "tftp_port 69\ncolour blue\n"),
@@ -54,6 +69,10 @@ TEST(Settings, BadValuesAreRefused) {
     EXPECT_NE(set_setting(s, "management_address", "host.example"), "");
     EXPECT_NE(set_setting(s, "trace_history", "1"), "");
     EXPECT_NE(set_setting(s, "default_vrf", "two words"), "");
+    EXPECT_NE(set_setting(s, "switch_wwn", "10:00"), "");
+    EXPECT_NE(set_setting(s, "fabric_command", ""), "");
+    EXPECT_NE(set_setting(s, "fabric_file", "relative"), "");
+    EXPECT_NE(set_setting(s, "fabric_parallel", "0"), "");
     EXPECT_EQ(s.tftp_port, 69);
     EXPECT_EQ(s.run_directory, "/run/xfplatform");
 }

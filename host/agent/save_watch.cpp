@@ -1,0 +1,132 @@
+#include "host/agent/save_watch.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <net-snmp/net-snmp-config.h>
+
+#include <net-snmp/net-snmp-includes.h>
+
+#include "host/agent/agent.h"
+#include "host/agent/event_loop.h"
+#include "host/agent/notifications.h"
+#include "host/base/log.h"
+#include "host/base/settings.h"
+#include "host/errors.h"
+#include "host/ipcbus/queue.h"
+#include "host/procd/protocol.h"
+
+namespace xfhost {
+namespace {
+
+uint32_t token = 0; // of the save that is waited for; 0: none
+Fd manager;         // readable once the system manager has ended
+unsigned alarm_id = 0;
+
+// Not fork-safe by itself: what a copy process forgets is only its own.
+void forget() {
+    if (manager)
+        loop_unwatch(manager.get());
+    manager.reset();
+    ipcbus_response_q->peer.reset();
+    if (alarm_id != 0)
+        snmp_alarm_unregister(alarm_id);
+    alarm_id = 0;
+    token = 0;
+}
+
+void deliver_failure(unsigned, void *) {
+    alarm_id = 0;
+    agent_drain(); // the restarted one may have spoken
+    if (token == 0)
+        return;
+    log_message(LOG_WARNING, "%s", "the system manager ended during a save");
+    std::vector<uint8_t> payload = save_end_payload(err_manager_gone, token);
+    deliver(ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
+                        payload.size()));
+    forget();
+}
+
+// One that is restarted tells the end of the save itself, and then answers the
+// questions that follow a failure.
+void manager_ended() {
+    loop_unwatch(manager.get());
+    manager.reset();
+    const Settings *s = settings();
+    unsigned grace =
+        s == nullptr ? 0 : static_cast<unsigned>(s->manager_restart_seconds);
+    if (grace == 0)
+        deliver_failure(0, nullptr);
+    else
+        alarm_id = snmp_alarm_register(grace, 0, deliver_failure, nullptr);
+}
+
+// A descriptor that is readable once the process has ended.
+Fd watch_process(pid_t pid) {
+    if (pid > 0) {
+        Fd fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+        if (fd || errno != ESRCH)
+            return fd;
+    }
+    return Fd(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)); // it is gone already
+}
+
+void watch_save(uint32_t request) {
+    forget();
+    token = request;
+    manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
+    // While the module waits for the first answer, the main loop stands still.
+    if (manager)
+        ipcbus_response_q->peer = Fd(fcntl(manager.get(), F_DUPFD_CLOEXEC, 3));
+    if (!manager || !loop_watch(manager.get(), manager_ended)) {
+        log_message(LOG_ERR, "a save goes unwatched: %s", strerror(errno));
+        manager.reset();
+    }
+}
+
+void sent(const WireMessage &message, uint32_t sap) {
+    if (sap != IPCBUS_SAP_PROCD)
+        return;
+    if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
+        message.token != 0)
+        watch_save(message.token);
+    else if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
+             message.payload.size() >= 4 &&
+             get_be32(message.payload.data()) == token)
+        forget();
+}
+
+// An answer that came after the module gave up must not answer its next
+// request. Any other answer than "accepted" is the end of the save.
+bool wanted(const ipcbus_message &message) {
+    const WireMessage &wire = message.wire;
+    if (wire.opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION)
+        return true;
+    if (wire.token != token)
+        return false;
+    ipcbus_response_q->peer.reset();
+    if (wire.payload.size() < 4 ||
+        get_be32(wire.payload.data()) != PROCD_CFG_ACTION_ACCEPTED)
+        forget();
+    return true;
+}
+
+} // namespace
+
+void save_watch_start() {
+    ipcbus_set_hooks({sent, wanted});
+}
+
+bool save_watch_ends(const std::vector<uint8_t> &payload) {
+    if (payload.size() >= 8 && get_be32(payload.data() + 4) != token)
+        return false;
+    forget();
+    return true;
+}
+
+} // namespace xfhost

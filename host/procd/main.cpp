@@ -1,0 +1,49 @@
+// procd, the system manager. Runs in the foreground until SIGTERM or SIGINT.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include <pthread.h>
+#include <sys/signalfd.h>
+
+#include "host/base/log.h"
+#include "host/procd/manager.h"
+
+using namespace xfhost;
+
+namespace {
+
+// Blocked before any thread is made, so that none of them is interrupted.
+Fd stop_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0)
+        return Fd();
+    return Fd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+} // namespace
+
+int main(int count, char **) {
+    if (count != 1) {
+        fputs("usage: procd\n", stderr);
+        return 64;
+    }
+    const Settings *s = settings();
+    if (s == nullptr)
+        return 78;
+    Fd stop = stop_signals();
+    if (!stop) {
+        log_message(LOG_ERR, "signals: %s", strerror(errno));
+        return 71;
+    }
+    Manager manager(*s);
+    if (!manager.start())
+        return 71;
+    log_message(LOG_INFO, "ready");
+    manager.serve(stop.get());
+    return 0;
+}

@@ -1,0 +1,35 @@
+// What the system manager is asked, octet by octet: offsets of big-endian
+// words, in both directions.
+#ifndef HOST_PROCD_PROTOCOL_H
+#define HOST_PROCD_PROTOCOL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace xfhost {
+
+// Of this platform alone: signs of life (one word, the state), and the three
+// numbers of qsh_notify_cfg_update.
+constexpr uint32_t opcode_heartbeat = 1370;
+constexpr uint32_t opcode_config_event = 1371;
+
+struct SaveRequest {
+    bool fabric = false; // every switch of the fabric
+    bool all = false;    // every startup configuration of this switch
+    std::string user, session;
+};
+
+// The payload of opcode 1381; nothing if it asks for anything else than a save
+// of the running configuration.
+std::optional<SaveRequest>
+parse_save_request(const std::vector<uint8_t> &payload);
+
+// The payload of opcode 1361: how the save that the token names ended.
+std::vector<uint8_t> save_end_payload(uint32_t result, uint32_t token);
+
+} // namespace xfhost
+
+#endif

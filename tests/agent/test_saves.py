@@ -1,0 +1,459 @@
+"""Running to startup configuration, through the system manager."""
+
+import os
+import signal
+import socket
+import subprocess
+import threading
+import time
+
+import pytest
+
+import lab
+import manager
+from snmp import (ACTIVE, COMPLETION, DESTROY, FAILED, IN_PROGRESS, ROOT,
+                  RUNNING, STARTUP, SUCCESSFUL, TRUE, go, name, row)
+from tools import children_of, wait_for
+
+FABRIC_STARTUP, ALL_STARTUP = 6, 7
+SAVE_REFUSED, SAVE_FAILED = 8, 9
+ERROR_ENTRY = ROOT + ".1.1.2.1"
+RUNNING_TEXT = b"hostname one\nvlan 7\n"
+
+
+def save(index, to=STARTUP, **more):
+    return go(row(index, xfCopySourceFileType=RUNNING, xfCopyDestFileType=to,
+                  **more))
+
+
+@pytest.fixture
+def with_manager(tmp_path):
+    """Makes an agent and its procd, with the same settings."""
+    agents = []
+
+    def make(*arguments, start=True, **settings):
+        folder = tmp_path / f"agent-{len(agents)}"
+        folder.mkdir()
+        agent = manager.SavingAgent(folder, *arguments, **settings)
+        agents.append(agent)
+        agent.start().running_config(RUNNING_TEXT)
+        if start:
+            agent.manager.start()
+        return agent
+    yield make
+    for agent in agents:
+        agent.manager.close()
+        agent.close()
+
+
+@pytest.fixture
+def fabric(tmp_path):
+    folder = tmp_path / "fabric"
+    folder.mkdir()
+    made = manager.Fabric(folder)
+    yield made
+    made.close()
+
+
+def completions(receiver):
+    """Row index and state of every xfCopyCompletion that came."""
+    state = name("xfCopyState")
+    return [(varbind.rpartition(".")[2], value)
+            for trap in receiver.received
+            if any(value.startswith(COMPLETION + ".") for _, value in trap)
+            for varbind, value in trap if varbind.startswith(state + ".")]
+
+
+def startup(agent):
+    file = agent.state / "startup" / "system.cfg"
+    return file.read_bytes() if file.exists() else None
+
+
+def keep_startup(agent, content):
+    folder = agent.state / "startup"
+    folder.mkdir(mode=0o700, exist_ok=True)
+    (folder / "system.cfg").write_bytes(content)
+    (folder / "system.cfg").chmod(0o600)
+    return content
+
+
+def temporary(agent):
+    return (agent.state / "startup" / ".system.cfg.new").exists()
+
+
+def nothing_left(agent):
+    """No trace of a save that has ended."""
+    assert not (agent.state / "save-in-progress").exists()
+    assert not children_of(agent.manager.pid)
+
+
+def start_slow_save(agent, index=1, **more):
+    agent.station.set(save(index, **more))
+    assert agent.station.get("xfCopyState", index) == IN_PROGRESS
+    wait_for(lambda: temporary(agent), "the save to write its file")
+
+
+@pytest.mark.parametrize("to", [STARTUP, ALL_STARTUP])
+def test_save_ends_well(with_manager, trap_receiver, to):
+    agent = with_manager(f"trap2sink 127.0.0.1:{trap_receiver.port} public\n")
+    agent.station.set(save(3, to, xfCopyNotificationOnCompletion=TRUE))
+    agent.succeeds(3)
+    assert startup(agent) == RUNNING_TEXT
+    assert agent.station.get("xfCopyEntryRowStatus", 3) == ACTIVE
+    assert wait_for(lambda: completions(trap_receiver), "the notification") \
+        == [("3", str(SUCCESSFUL))]
+    time.sleep(0.3)
+    assert len(completions(trap_receiver)) == 1
+    nothing_left(agent)
+
+
+def test_empty_running_configuration(with_manager):
+    agent = with_manager()
+    agent.running_config(b"")
+    keep_startup(agent, b"hostname old\n")
+    agent.station.set(save(1))
+    agent.succeeds(1)
+    assert startup(agent) == b""
+
+
+def ask_uptime(port):
+    """Seconds that one GET takes, without the time to start a tool."""
+    get = build_get(b"private", (1, 3, 6, 1, 2, 1, 1, 3, 0))
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as station:
+        station.settimeout(5)
+        start = time.monotonic()
+        station.sendto(get, ("127.0.0.1", port))
+        assert station.recv(2000)
+        return time.monotonic() - start
+
+
+def tlv(tag, content):
+    assert len(content) < 128
+    return bytes([tag, len(content)]) + content
+
+
+def build_get(community, name):
+    encoded = bytes([40 * name[0] + name[1], *name[2:]])
+    varbind = tlv(0x30, tlv(6, encoded) + tlv(5, b""))
+    number = tlv(2, b"\0")
+    pdu = tlv(0xA0, tlv(2, b"\x11\x22\x33\x44") + number + number +
+              tlv(0x30, varbind))
+    return tlv(0x30, tlv(2, b"\1") + tlv(4, community) + pdu)
+
+
+def test_agent_answers_while_a_save_takes_long(with_manager):
+    agent = with_manager(save_delay_seconds=4)
+    start = time.monotonic()
+    start_slow_save(agent)
+    times = []
+    while agent.station.get("xfCopyState", 1) == IN_PROGRESS:
+        times += [ask_uptime(agent.port) for _ in range(20)]
+        assert time.monotonic() < start + 30
+    assert time.monotonic() - start >= 4
+    assert len(times) >= 100
+    assert max(times) < 0.1
+    agent.succeeds(1)
+    assert startup(agent) == RUNNING_TEXT
+
+
+def test_one_save_at_a_time(with_manager):
+    """The module allows one copy; another client's request is refused by
+    procd, which then serves the first one to its end."""
+    agent = with_manager(save_delay_seconds=2)
+    start_slow_save(agent)
+    assert agent.station.refused(save(2)) in ("inconsistentValue",
+                                              "resourceUnavailable",
+                                              "genError")
+    agent.succeeds(1)
+
+
+def test_abort_by_destroy(with_manager):
+    agent = with_manager(save_delay_seconds=60)
+    old = keep_startup(agent, b"hostname old\n")
+    start_slow_save(agent)
+    agent.station.set(row(1, xfCopyEntryRowStatus=DESTROY))
+    assert agent.station.get("xfCopyState", 1) is None
+    wait_for(lambda: not (agent.state / "save-in-progress").exists(),
+             "the save to end", 5)
+    assert not temporary(agent)
+    assert startup(agent) == old
+    # The end of the aborted save must not end another one.
+    start_slow_save(agent, 2)
+    time.sleep(0.3)
+    assert agent.station.get("xfCopyState", 2) == IN_PROGRESS
+    agent.station.set(row(2, xfCopyEntryRowStatus=DESTROY))
+    wait_for(lambda: not (agent.state / "save-in-progress").exists(),
+             "the save to end", 5)
+    nothing_left(agent)
+
+
+def test_without_a_manager(with_manager):
+    agent = with_manager(start=False)
+    start = time.monotonic()
+    agent.station.set(save(1))
+    assert agent.station.get("xfCopyState", 1) == FAILED
+    assert time.monotonic() - start < 2
+    # One that comes later serves the next request.
+    agent.manager.start()
+    agent.station.set(save(2))
+    agent.succeeds(2)
+
+
+def test_request_that_is_refused(with_manager, trap_receiver):
+    agent = with_manager(f"trap2sink 127.0.0.1:{trap_receiver.port} public\n")
+    agent.station.set(save(1, FABRIC_STARTUP,
+                           xfCopyNotificationOnCompletion=TRUE))
+    assert agent.fails(1) == SAVE_REFUSED
+    assert wait_for(lambda: completions(trap_receiver), "the notification") \
+        == [("1", str(FAILED))]
+    assert "fabric_file is not set" in agent.manager.log
+    nothing_left(agent)
+
+
+def kill(agent):
+    agent.manager.kill()
+
+
+def test_manager_killed_and_restarted(with_manager):
+    agent = with_manager(save_delay_seconds=30, manager_restart_seconds=60)
+    old = keep_startup(agent, b"hostname old\n")
+    start_slow_save(agent)
+    kill(agent)
+    time.sleep(0.5)
+    assert agent.station.get("xfCopyState", 1) == IN_PROGRESS
+    agent.manager.settings["save_delay_seconds"] = 0
+    agent.manager.start()
+    assert agent.fails(1, seconds=5) == SAVE_FAILED
+    assert startup(agent) == old
+    agent.station.set(save(2))
+    agent.succeeds(2)
+    assert startup(agent) == RUNNING_TEXT
+    assert not temporary(agent)
+    nothing_left(agent)
+
+
+def test_manager_killed_for_good(with_manager, trap_receiver):
+    agent = with_manager(f"trap2sink 127.0.0.1:{trap_receiver.port} public\n",
+                         save_delay_seconds=30, manager_restart_seconds=2)
+    old = keep_startup(agent, b"hostname old\n")
+    start_slow_save(agent, xfCopyNotificationOnCompletion=TRUE)
+    kill(agent)
+    assert agent.fails(1, seconds=8) == SAVE_FAILED
+    assert wait_for(lambda: completions(trap_receiver), "the notification") \
+        == [("1", str(FAILED))]
+    assert startup(agent) == old
+    # What a later one has to tell of that save is told already.
+    agent.manager.settings["save_delay_seconds"] = 2
+    agent.manager.start()
+    start_slow_save(agent, 2)
+    agent.succeeds(2)
+    assert startup(agent) == RUNNING_TEXT
+
+
+def test_killed_at_any_moment_leaves_a_whole_file(with_manager):
+    agent = with_manager(manager_restart_seconds=60)
+    texts = [b"hostname " + bytes([c]) * 50 + b"\n" + b"! " + bytes([c]) * 70 +
+             b"\n" for c in b"abcdefgh"]
+    before = keep_startup(agent, b"hostname old\n")
+    for number, text in enumerate(texts):
+        text *= 20000
+        agent.running_config(text)
+        agent.station.set(save(number + 1))
+        time.sleep(number * 0.006)
+        kill(agent)
+        now = startup(agent)
+        print("after the kill:", "new" if now == text else "old")
+        assert now in (before, text)
+        before = now
+        agent.manager.start()
+        if agent.ended(number + 1, 10) == SUCCESSFUL:
+            assert now == text
+
+
+def test_manager_killed_while_the_agent_waits(with_manager):
+    """Stopped before it answers, then killed: the agent need not wait any
+    longer than that."""
+    agent = with_manager(manager_restart_seconds=0)
+    agent.manager.signal(signal.SIGSTOP)
+    asking = threading.Thread(target=agent.station.set, args=[save(1)])
+    asking.start()
+    time.sleep(1)
+    assert asking.is_alive()
+    kill(agent)
+    asking.join(5)
+    assert not asking.is_alive()
+    assert agent.fails(1, seconds=5) == SAVE_FAILED
+
+
+def test_disk_that_takes_nothing(with_manager):
+    agent = with_manager()
+    (agent.state / "startup").mkdir(mode=0o700)
+    (agent.state / "startup" / "system.cfg").mkdir(mode=0o700)
+    agent.station.set(save(1))
+    assert agent.fails(1) == SAVE_FAILED
+    nothing_left(agent)
+
+
+def test_manager_that_is_ended(with_manager):
+    agent = with_manager(save_delay_seconds=60)
+    start_slow_save(agent)
+    assert agent.manager.stop() == 0
+    assert agent.fails(1, seconds=5) == SAVE_FAILED
+    assert not (agent.state / "save-in-progress").exists()
+
+
+def errors(agent, index):
+    """The rows of the error table: device number to (type, address, WWN,
+    text)."""
+    station = agent.station
+    found = {}
+    for oid, _ in station.walk(oid=f"{ERROR_ENTRY}.2.{index}"):
+        device = int(oid.rpartition(".")[2])
+
+        def read(column, *options):
+            text = station.run("snmpget", "-Oqv", *options, station.peer,
+                               f"{ERROR_ENTRY}.{column}.{index}.{device}")
+            return text.strip().strip('"')
+        address = bytes.fromhex(read(3, "-Ox"))
+        found[device] = (int(read(2)), socket.inet_ntoa(address),
+                         ":".join(read(4, "-Ox").lower().split()), read(5))
+    return found
+
+
+def test_every_switch_of_the_fabric(with_manager, fabric):
+    for each in ("north", "south", "west"):
+        fabric.add(each).start()
+    agent = with_manager(**fabric.settings())
+    agent.station.set(save(1, FABRIC_STARTUP))
+    agent.succeeds(1)
+    assert startup(agent) == RUNNING_TEXT
+    for each in fabric.switches:
+        assert (each.state / "startup" / "system.cfg").read_text() == \
+            f"hostname {each.switch_name}\n"
+    assert errors(agent, 1) == {}
+    nothing_left(agent)
+
+
+def test_switches_that_fail(with_manager, fabric):
+    """Each in its own way, and the rest is saved all the same."""
+    good = fabric.add("good").start()
+    down = fabric.add("down")
+    locked = fabric.add("locked",
+                        key=manager.make_key(fabric.folder / "other")).start()
+    late = fabric.add("late", command="exec sleep 20").start()
+    stranger = fabric.add("stranger").start()
+    full = fabric.add("full", command="echo 'qsh: startup configuration: "
+                      "No space left on device' >&2; exit 74").start()
+    fabric.unknown.add(stranger)
+    fabric.write()
+    agent = with_manager(**fabric.settings())
+    start = time.monotonic()
+    agent.station.set(save(4, FABRIC_STARTUP))
+    assert agent.fails(4) == SAVE_FAILED
+    # Side by side: no longer than the slowest one, with something to spare.
+    assert time.monotonic() - start < 4 + 3
+    assert startup(agent) == RUNNING_TEXT
+    assert (good.state / "startup" / "system.cfg").read_text() == \
+        "hostname good\n"
+    rows = errors(agent, 4)
+    assert [rows[number][:3] for number in sorted(rows)] == [
+        (1, each.address, each.wwn)
+        for each in (down, locked, late, stranger, full)]
+    assert sorted(rows) == [1, 2, 3, 4, 5]
+    texts = [rows[number][3] for number in sorted(rows)]
+    assert texts[0].startswith("The switch cannot be reached: ")
+    assert "Connection refused" in texts[0]
+    assert texts[1] == "The switch refused the key of this switch."
+    assert texts[2] == "The switch did not finish within 4 seconds."
+    assert texts[3].startswith("The switch is not the known one")
+    assert texts[4].startswith("The disk of the switch is full")
+    nothing_left(agent)
+    # Rows go with their copy.
+    agent.station.set(row(4, xfCopyEntryRowStatus=DESTROY))
+    assert errors(agent, 4) == {}
+
+
+@pytest.fixture
+def small_disk(tmp_path):
+    """A file system of its own with hardly any room."""
+    place = tmp_path / "disk"
+    place.mkdir()
+    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
+    try:
+        subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
+                        f"size=64k,mode=700,uid={os.getuid()}", "small",
+                        str(place)], check=True, capture_output=True)
+    except (OSError, subprocess.CalledProcessError) as error:
+        pytest.skip(f"no file system can be mounted: {error}")
+    yield place
+    subprocess.run([*sudo, "umount", str(place)], check=True)
+
+
+def test_switch_with_a_full_disk(with_manager, fabric, small_disk):
+    """Its own shell finds that there is no room, and says so over SSH."""
+    full = fabric.add("full", command=manager.saving_command(
+        lab.BUILD / "root", small_disk)).start()
+    fabric.add("good").start()
+    big = small_disk / "running-config"
+    big.write_bytes(b"! " + b"x" * 40_000 + b"\n")
+    big.chmod(0o600)
+    old = small_disk / "startup"
+    old.mkdir(mode=0o700)
+    (old / "system.cfg").write_bytes(b"hostname old\n")
+    (old / "system.cfg").chmod(0o600)
+    agent = with_manager(**fabric.settings())
+    agent.station.set(save(1, FABRIC_STARTUP))
+    assert agent.fails(1) == SAVE_FAILED
+    (_, address, wwn, text), = errors(agent, 1).values()
+    assert (address, wwn) == (full.address, full.wwn)
+    assert text == ("The disk of the switch is full: it kept its old startup "
+                    "configuration.")
+    assert (old / "system.cfg").read_bytes() == b"hostname old\n"
+    assert set(os.listdir(old)) == {"system.cfg", "system.cfg.lock"}
+
+
+def test_local_switch_that_fails(with_manager, fabric):
+    fabric.add("north").start()
+    agent = with_manager(**fabric.settings())
+    (agent.state / "startup").mkdir(mode=0o700)
+    (agent.state / "startup" / "system.cfg").mkdir(mode=0o700)
+    agent.station.set(save(1, FABRIC_STARTUP))
+    assert agent.fails(1) == SAVE_FAILED
+    (number, (kind, address, wwn, text)), = errors(agent, 1).items()
+    assert (number, kind, address) == (1, 1, "127.0.0.1")
+    assert wwn == "10:00:00:05:1e:34:01:00"
+    assert text.startswith("The startup configuration cannot be kept: ")
+
+
+def test_fabric_save_aborted(with_manager, fabric):
+    fabric.add("late", command="exec sleep 20").start()
+    agent = with_manager(**fabric.settings(fabric_switch_seconds=30))
+    agent.station.set(save(1, FABRIC_STARTUP))
+    wait_for(lambda: children_of(agent.manager.pid), "the connection")
+    agent.station.set(row(1, xfCopyEntryRowStatus=DESTROY))
+    wait_for(lambda: not (agent.state / "save-in-progress").exists(),
+             "the save to end", 5)
+    nothing_left(agent)
+
+
+def test_fabric_save_interrupted(with_manager, fabric):
+    """The rows are there after the restart: the results were kept."""
+    fabric.add("good").start()
+    late = fabric.add("late", command="exec sleep 20").start()
+    agent = with_manager(**fabric.settings(fabric_switch_seconds=30,
+                                           manager_restart_seconds=60))
+    agent.station.set(save(1, FABRIC_STARTUP))
+    results = agent.state / "fabric-results"
+    wait_for(lambda: results.exists() and
+             results.read_text().count(" done ") == 2, "two results")
+    connections = children_of(agent.manager.pid)
+    assert connections
+    kill(agent)
+    wait_for(lambda: not any(os.path.exists(f"/proc/{pid}")
+                             for pid in connections),
+             "the connections to end with their manager", 5)
+    agent.manager.start()
+    assert agent.fails(1, seconds=5) == SAVE_FAILED
+    rows = errors(agent, 1)
+    assert [each[1:] for each in rows.values()] == [
+        (late.address, late.wwn, "The save ended before this switch answered.")]
