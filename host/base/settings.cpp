@@ -20,7 +20,7 @@ namespace {
 constexpr const char *default_file = "/etc/xfhost.conf";
 constexpr size_t largest_file = 65536;
 
-std::string set_directory(std::string &field, std::string_view value) {
+std::string set_path(std::string &field, std::string_view value) {
     if (value.empty() || value.front() != '/')
         return "is not an absolute path";
     field = value;
@@ -81,11 +81,11 @@ struct Key {
 using V = std::string_view;
 
 constexpr Key keys[] = {
-    {"root", [](Settings &s, V v) { return set_directory(s.root, v); }},
+    {"root", [](Settings &s, V v) { return set_path(s.root, v); }},
     {"run_directory",
-     [](Settings &s, V v) { return set_directory(s.run_directory, v); }},
+     [](Settings &s, V v) { return set_path(s.run_directory, v); }},
     {"state_directory",
-     [](Settings &s, V v) { return set_directory(s.state_directory, v); }},
+     [](Settings &s, V v) { return set_path(s.state_directory, v); }},
     {"user", [](Settings &s, V v) { return set_word(s.user, v); }},
     {"management_interface",
      [](Settings &s, V v) { return set_word(s.management_interface, v); }},
@@ -106,6 +106,20 @@ constexpr Key keys[] = {
      [](Settings &s, V v) {
          return set_number(s.tftp_total_seconds, v, 1, 86400);
      }},
+    {"ftp_port",
+     [](Settings &s, V v) { return set_number(s.ftp_port, v, 1, 65535); }},
+    {"ssh_port",
+     [](Settings &s, V v) { return set_number(s.ssh_port, v, 1, 65535); }},
+    {"login_seconds",
+     [](Settings &s, V v) { return set_number(s.login_seconds, v, 1, 3600); }},
+    {"transfer_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.transfer_seconds, v, 1, 86400);
+     }},
+    {"known_hosts",
+     [](Settings &s, V v) { return set_path(s.known_hosts, v); }},
+    {"management_vrf",
+     [](Settings &s, V v) { return set_word(s.management_vrf, v); }},
     {"apply_seconds",
      [](Settings &s, V v) { return set_number(s.apply_seconds, v, 1, 86400); }},
     {"trace_history",
