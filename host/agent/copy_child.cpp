@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <optional>
@@ -62,13 +63,14 @@ std::optional<unsigned long> process_flags(pid_t pid) {
     if (length <= 0)
         return std::nullopt;
     text[length] = 0;
-    // The name before the last parenthesis may hold anything.
+    // The name before the last parenthesis may hold anything. The flags are
+    // the seventh word behind it.
     const char *rest = strrchr(text, ')');
-    unsigned long flags;
-    if (rest == nullptr ||
-        sscanf(rest + 1, " %*c %*d %*d %*d %*d %*d %lu", &flags) != 1)
+    for (int word = 0; word < 7 && rest != nullptr; word++)
+        rest = strchr(rest + 1, ' ');
+    if (rest == nullptr)
         return std::nullopt;
-    return flags;
+    return strtoul(rest, nullptr, 10);
 }
 
 bool runs_other_program(pid_t pid) {
@@ -95,14 +97,14 @@ void finish(Children::iterator child) {
     pid_t pid = child->pid;
     bool reported = child->reported;
     forget(child);
+    if (pid != 0)
+        ipcbus_sweep(pid); // it may leave handles to its end
     if (reported)
         return;
-    if (pid != 0) {
+    if (pid != 0)
         log_message(LOG_WARNING, "copy process %d ended without a report", pid);
-        ipcbus_sweep(pid);
-    } else {
+    else
         log_message(LOG_ERR, "a copy process could not be started");
-    }
     deliver_failure();
 }
 

@@ -173,7 +173,7 @@ std::string read_environment(Settings &s, const Environment &environment) {
             continue;
         std::string error = key.set(s, value);
         if (!error.empty())
-            return name + ": \"" + value + "\" " + error;
+            return name.append(": \"").append(value).append("\" ").append(error);
     }
     return "";
 }

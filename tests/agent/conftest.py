@@ -1,18 +1,18 @@
 """Fixtures. Each test has an agent of its own, with an empty table."""
 
+import shutil
+
 import pytest
 
 import lab
 import tftp_double
 
 
-@pytest.fixture(scope="session", autouse=True)
-def results_file():
-    """Applying a configuration writes a file outside of our folders."""
-    ours = not lab.RESULTS.exists()
-    yield
-    if ours and lab.RESULTS.exists():
-        lab.RESULTS.unlink()
+def pytest_sessionfinish(session, exitstatus):
+    """Only what a failure left is worth keeping; some files are large."""
+    folder = session.config.option.basetemp
+    if exitstatus == 0 and folder:
+        shutil.rmtree(folder, ignore_errors=True)
 
 
 @pytest.fixture

@@ -13,7 +13,6 @@ BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
-RESULTS = pathlib.Path("/tmp/configcopy.txt")
 
 CONFIGURATION = """\
 rwcommunity private
@@ -34,8 +33,8 @@ def sanitizer_libraries():
 class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
-    def __init__(self, folder, extra_configuration="", movable_clock=False,
-                 **settings):
+    def __init__(self, folder, extra_configuration="", after="",
+                 movable_clock=False, **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -48,7 +47,8 @@ class Agent(Program):
         self.stays_staged = set()
         self.configuration = folder / "snmpd.conf"
         self.configuration.write_text(CONFIGURATION + extra_configuration +
-                             f"dlmod config_copy_mib {MODULE}\n")
+                                      f"dlmod config_copy_mib {MODULE}\n" +
+                                      after)
         self.clock = folder / "clock" if movable_clock else None
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
@@ -103,11 +103,14 @@ class Agent(Program):
         before = restarts()
         self.signal(signal.SIGHUP)
         wait_for(lambda: restarts() > before, "the agent to start over")
+        # It says so first; it answers when it is done.
+        assert self.answers()
 
     def move_clocks(self, wall, monotonic):
         """Needs the movable clock. See movable_clock.c."""
-        with open(self.clock, "wb", buffering=0) as clock:
-            clock.write(struct.pack("=qq", wall, monotonic))
+        pipe = os.open(self.clock, os.O_WRONLY | os.O_NONBLOCK)
+        os.write(pipe, struct.pack("=qq", wall, monotonic))
+        os.close(pipe)
 
     def set_clock(self, seconds):
         """The wall clock is set that much forward."""
@@ -169,7 +172,9 @@ class Agent(Program):
         try:
             assert self.running(), "the agent ended by itself"
             self.idle()
-            assert self.sockets() == ["sap.28"]
+            # The agent's own socket and that of its requests.
+            own = ("sap.28", f"q.{self.pid}.")
+            assert all(each.startswith(own) for each in self.sockets())
         finally:
             status = self.stop()
             print(f"--- snmpd, status {status}\n{self.log}")
@@ -199,6 +204,12 @@ class TftpServer(Program):
                  as_root=True)
         wait_for(lambda: taken(address, agent.tftp_port), self.name)
 
+    def stop(self):
+        # It has processes of its own that linger after a transfer.
+        for child in children_of(self.pid) if self.running() else []:
+            self.signal(signal.SIGKILL, child)
+        return super().stop()
+
     def offer(self, name, content):
         file = self.files / name
         file.write_bytes(content)
@@ -212,10 +223,10 @@ class TftpServer(Program):
 class TrapReceiver(Program):
     """snmptrapd; `received` are the notifications as lists of varbinds."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, configuration="disableAuthorization yes\n"):
         super().__init__("snmptrapd", folder / "snmptrapd.log")
         self.port = free_port()
-        (folder / "snmptrapd.conf").write_text("disableAuthorization yes\n")
+        (folder / "snmptrapd.conf").write_text(configuration)
         self.run(["snmptrapd", "-f", "-Lo", "-C", "-c",
                   str(folder / "snmptrapd.conf"), "-n", "-m", "", "-OnqxtU",
                   "-F", "trap|%V|%v\\n",

@@ -1,5 +1,6 @@
 """Processes, ports and waiting, for everything the tests start."""
 
+import itertools
 import os
 import signal
 import socket
@@ -18,13 +19,19 @@ def wait_for(condition, what, seconds=20):
         time.sleep(0.01)
 
 
+# Below the ports that the system gives to clients, which come and go; each
+# process of tests has a hundred of its own.
+_ports = itertools.cycle(range(20000 + os.getpid() % 120 * 100,
+                               20000 + os.getpid() % 120 * 100 + 100))
+
+
 def free_port():
     """A UDP port that is free on every local address."""
-    with socket.socket(socket.AF_INET6, socket.SOCK_DGRAM) \
-            if ipv6_loopback() else \
-            socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("", 0))
-        return probe.getsockname()[1]
+    for port in itertools.islice(_ports, 100):
+        addresses = ["0.0.0.0"] + (["::"] if ipv6_loopback() else [])
+        if not any(taken(address, port) for address in addresses):
+            return port
+    raise AssertionError("no free port")
 
 
 def ipv6_loopback():
@@ -39,6 +46,8 @@ def ipv6_loopback():
 def taken(address, port):
     family = socket.AF_INET6 if ":" in address else socket.AF_INET
     with socket.socket(family, socket.SOCK_DGRAM) as probe:
+        if family == socket.AF_INET6:
+            probe.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
         try:
             probe.bind((address, port))
         except OSError:
@@ -87,12 +96,16 @@ class Program:
     def running(self):
         return self.process is not None and self.process.poll() is None
 
-    def signal(self, number):
+    def signal(self, number, pid=None):
+        """To the process, or to one that it has started."""
+        pid = pid or self.pid
         if self.sudo:
-            subprocess.run(["sudo", "-n", "kill", f"-{int(number)}",
-                            str(self.pid)], check=True)
+            subprocess.run(["sudo", "-n", "kill", f"-{int(number)}", str(pid)])
         else:
-            self.process.send_signal(number)
+            try:
+                os.kill(pid, number)
+            except ProcessLookupError:
+                pass  # it has just ended
 
     def stop(self):
         """Ends it and returns its exit status; kills what does not end."""

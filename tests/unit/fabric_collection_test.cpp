@@ -148,6 +148,7 @@ TEST_F(FabricCollection, recordStartsAsZeroesAndGoesBackAsItWas) {
     const std::vector<Event> walk = p.calls_of("grove_status_next_get");
     ASSERT_EQ(3u, walk.size());
     EXPECT_EQ(std::string(sizeof(struct grove_status), '\0'), walk[0].octets);
+    EXPECT_EQ(std::string(256, '\0'), walk[0].strings.at(0)) << "the text";
     struct grove_status record = {};
     memcpy(&record, walk[1].octets.data(), sizeof(record));
     EXPECT_EQ(0, memcmp(wwn_a.data(), record.wwn, 8));

@@ -854,14 +854,15 @@ int grove_status_next_get(struct grove_status *status, char *text,
                           uint32_t limit, const uint8_t *local_wwn) {
     Platform &p = platform();
 
-    called(
+    Event &event = called(
         __func__,
         print("%s(%s, %u, %s)", __func__,
               quote({reinterpret_cast<const char *>(status->wwn), 8}).c_str(),
               limit,
-              quote({reinterpret_cast<const char *>(local_wwn), 8}).c_str()))
-        .octets =
+              quote({reinterpret_cast<const char *>(local_wwn), 8}).c_str()));
+    event.octets =
         std::string(reinterpret_cast<const char *>(status), sizeof(*status));
+    event.strings = {std::string(text, limit)};
     hook(__func__);
     if (p.grove_records.empty())
         return p.grove_end;

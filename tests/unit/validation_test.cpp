@@ -4,6 +4,8 @@
  */
 #include "set_driver.h"
 
+#include <cstring>
+
 using namespace scripted;
 
 namespace {
@@ -400,11 +402,37 @@ TEST_F(ValidationTest, missingFileNameIsNotReadyOrInconsistent) {
 }
 
 /* Emptiness is the first octet alone. */
-TEST_F(ValidationTest, textBehindANulIsNoText) {
-    struct xfCopyEntry row = complete();
-    row.xfCopyServerAddressRev1[0] = '\0';
-    EXPECT_EQ(0, validate(row, 1));
-    EXPECT_EQ(Story{needs_address(4, 1)}, story());
+TEST_F(ValidationTest, oneCharacterIsEnoughAndTextBehindANulIsNone) {
+    for (const int protocol : {2, 5}) {
+        struct xfCopyEntry full = complete();
+        full.xfCopyProtocol = protocol;
+        assign(full.xfCopyServerAddressRev1, "a");
+        assign(full.xfCopyFileName, "f");
+        assign(full.xfCopyUserName, "u");
+        assign(full.xfCopyUserPassword, "p");
+        struct xfCopyEntry row = full;
+        EXPECT_EQ(1, validate(row, 1));
+
+        const Story credentials = {protocol == 5 ? needs_credentials(5)
+                                                 : needs_ftp_credentials(2)};
+        row = full;
+        memcpy(row.xfCopyServerAddressRev1, "\0bc", 4);
+        EXPECT_EQ(0, validate(row, 1));
+        EXPECT_EQ(Story{needs_address(4, 1)}, story());
+        row = full;
+        memcpy(row.xfCopyUserName, "\0bc", 4);
+        EXPECT_EQ(0, validate(row, 1));
+        EXPECT_EQ(credentials, story());
+        row = full;
+        memcpy(row.xfCopyUserPassword, "\0bc", 4);
+        EXPECT_EQ(0, validate(row, 1));
+        EXPECT_EQ(credentials, story());
+        row = full;
+        memcpy(row.xfCopyFileName, "\0bc", 4);
+        EXPECT_EQ(0, validate(row, 1));
+        EXPECT_EQ(needs_file_name(4, 1), story().back());
+        EXPECT_EQ(protocol == 5 ? 2u : 1u, story().size());
+    }
 }
 
 /* Every rule is checked: none keeps a later one from speaking. */
