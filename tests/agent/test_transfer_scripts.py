@@ -1,5 +1,6 @@
 """The transfer scripts by themselves, against real servers."""
 
+import contextlib
 import os
 import re
 import subprocess
@@ -9,7 +10,7 @@ import time
 import pytest
 
 import lab
-from tools import ipv6_loopback
+from tools import ipv6_loopback, wait_for
 from transfer_servers import (PASSWORD, USER, Servers, free_tcp_port,
                               needs_servers)
 
@@ -370,6 +371,58 @@ def test_arguments_that_make_no_sense(client, script, arguments):
     assert client.staged() == {}
 
 
+def processes_in(folder):
+    """The ids of the processes that work in a folder."""
+    found = []
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            if os.readlink(f"/proc/{pid}/cwd") == str(folder):
+                found.append(int(pid))
+        except OSError:
+            continue
+    return found
+
+
+def test_ended_by_a_signal(client, servers):
+    server = servers.ssh(stalls=True)
+    client.reach("sftp", server)
+    script = subprocess.Popen(
+        [BIN / "sftp.expect", "127.0.0.2", USER, PASSWORD, "get", "x", "new"],
+        cwd=client.folder, env=client.environment, stdin=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL)
+    wait_for(lambda: "Accepted password" in server.log, "the login")
+    script.terminate()
+    assert script.wait(10) == 8
+    wait_for(lambda: not processes_in(client.folder), "the clients to end")
+    assert client.staged() == {}
+
+
+@pytest.mark.parametrize("arguments, code", [
+    ([], 125), (["1"], 125), (["x", "true"], 125), (["1x", "true"], 125),
+    (["0", "true"], 126), (["-1", "true"], 126), (["2147483647", "true"], 126),
+    (["--id", "no-such-vrf"], 126), (["--id", "../../proc/self/ns/net"], 126),
+    (["1", "/no/such/program"], 127), (["1", "sh", "-c", "exit 9"], 9)])
+def test_programs_in_a_vrf(client, arguments, code):
+    assert client.run("xfvrf", *arguments) == code
+
+
+@pytest.mark.parametrize("arguments", [
+    [], ["2", "127.0.0.2", "69", "a", "b", "1"],
+    ["1", "127.0.0.2", "0", "a", "b", "1"],
+    ["1", "127.0.0.2", "69x", "a", "b", "1"],
+    ["1", "127.0.0.2", "69", "a", "b", "0"],
+    ["1", "127.0.0.2", "69", "a", "b", "1", "management", "more"]])
+def test_arguments_of_the_tftp_program(client, arguments):
+    assert client.run("ovan-tftp", *arguments) == USAGE
+
+
+def test_tftp_program_in_a_vrf_that_is_not_there(client):
+    client.stage(b"x")
+    assert client.run("ovan-tftp", "1", "127.0.0.2", "69", "local.cfg", "x",
+                      "1", "no-such-vrf") == 8
+    assert "VRF" in client.said
+
+
 def test_password_is_on_no_other_command_line(client, servers, protocol):
     client.settings["transfer_seconds"] = 4
     server = servers.ftp_double() if protocol == "ftp" else \
@@ -387,7 +440,7 @@ class Watcher:
     """Collects the command lines and environments of this user's processes."""
 
     def __init__(self, client):
-        self.folder = str(client.folder)
+        self.folder = client.folder
         self.seen = set()
         self.stopped = False
         self.thread = threading.Thread(target=self.watch)
@@ -395,15 +448,11 @@ class Watcher:
 
     def watch(self):
         while not self.stopped:
-            for pid in filter(str.isdigit, os.listdir("/proc")):
-                try:
-                    if os.readlink(f"/proc/{pid}/cwd") != self.folder:
-                        continue
-                    for what in ("cmdline", "environ"):
-                        with open(f"/proc/{pid}/{what}", "rb") as file:
-                            self.seen.add(file.read())
-                except OSError:
-                    continue
+            for pid in processes_in(self.folder):
+                for what in ("cmdline", "environ"):
+                    with contextlib.suppress(OSError), \
+                            open(f"/proc/{pid}/{what}", "rb") as file:
+                        self.seen.add(file.read())
             time.sleep(0.1)
 
     def end(self):
