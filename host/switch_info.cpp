@@ -2,7 +2,10 @@
 #include "platform/hwinfo.h"
 #include "platform/vrfmgr.h"
 
+#include <new>
+
 #include "host/base/settings.h"
+#include "host/base/vrf.h"
 #include "host/errors.h"
 
 using namespace xfhost;
@@ -20,6 +23,10 @@ int pod_get_type(int) {
     return s == nullptr ? 0 : s->partition_type;
 }
 
-int32_t vrfmgr_get_context_id(const char *) {
-    return 0; // there are no VRFs yet
+int32_t vrfmgr_get_context_id(const char *name) {
+    try {
+        return name == nullptr ? 0 : vrf_id(name);
+    } catch (const std::bad_alloc &) {
+        return 0;
+    }
 }

@@ -6,8 +6,9 @@ export DEBIAN_FRONTEND=noninteractive
 
 packages=(
     cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
-    snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git)
-daemons=(snmpd snmptrapd tftpd-hpa)
+    snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
+    expect tnftp vsftpd openssh-client openssh-server iproute2)
+daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh)
 
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2

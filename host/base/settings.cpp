@@ -121,6 +121,20 @@ constexpr Key keys[] = {
      [](Settings &s, V v) {
          return set_number(s.tftp_total_seconds, v, 1, 86400);
      }},
+    {"ftp_port",
+     [](Settings &s, V v) { return set_number(s.ftp_port, v, 1, 65535); }},
+    {"ssh_port",
+     [](Settings &s, V v) { return set_number(s.ssh_port, v, 1, 65535); }},
+    {"login_seconds",
+     [](Settings &s, V v) { return set_number(s.login_seconds, v, 1, 3600); }},
+    {"transfer_seconds",
+     [](Settings &s, V v) {
+         return set_number(s.transfer_seconds, v, 1, 86400);
+     }},
+    {"known_hosts",
+     [](Settings &s, V v) { return set_path(s.known_hosts, v); }},
+    {"management_vrf",
+     [](Settings &s, V v) { return set_word(s.management_vrf, v); }},
     {"apply_seconds",
      [](Settings &s, V v) { return set_number(s.apply_seconds, v, 1, 86400); }},
     {"trace_history",

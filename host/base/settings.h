@@ -23,6 +23,12 @@ struct Settings {
     int tftp_port = 69;
     int tftp_packet_seconds = 0; // 0: as the caller asks; else an upper bound
     int tftp_total_seconds = 300;
+    int ftp_port = 21;
+    int ssh_port = 22;
+    int login_seconds = 30;     // each step until a server has let us in
+    int transfer_seconds = 300; // a whole file by FTP, SFTP or SCP
+    std::string known_hosts;    // host keys; empty: in the state directory
+    std::string management_vrf; // the VRF that "management" is
     int apply_seconds = 120;
     bool trace_history = true;
 

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/hwinfo.h"
-#include "platform/vrfmgr.h"
 
 namespace {
 
@@ -86,7 +85,6 @@ TEST(Switch, IsWhatTheConfigurationSays) {
     EXPECT_EQ(hwinfo_get_chassis_type(&type), 0);
     EXPECT_EQ(type, 40);
     EXPECT_NE(pod_get_type(0), POD_TYPE_STORAGE);
-    EXPECT_EQ(vrfmgr_get_context_id("management"), 0);
 }
 
 } // namespace

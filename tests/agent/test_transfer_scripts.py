@@ -1,0 +1,461 @@
+"""The transfer scripts by themselves, against real servers."""
+
+import contextlib
+import os
+import re
+import subprocess
+import threading
+import time
+
+import pytest
+
+import lab
+from tools import ipv6_loopback, wait_for
+from transfer_servers import (PASSWORD, USER, Servers, free_tcp_port,
+                              needs_servers)
+
+DONE, TIMEOUT, BAD_NAME, NO_SPACE, LOGIN, HOST_KEY, CONNECTION, USAGE = range(8)
+BIN = lab.BUILD / "root/brim/bin"
+PROTOCOLS = ["ftp", "sftp", "scp"]
+
+ODD_NAMES = [
+    b"a b", b" both ", b'q"q', b"q'q", b"$HOME", b"$(touch oops)",
+    b"`touch oops`", b"[ab]", b"[exit]", b"{a,b}", b"-l", b"--", b"back\\slash",
+    b"\\[x\\]", b"*?", b"~", b"~root", b"#x", b";ls", b"|touch oops", b"!x",
+    b"%s%n", b"a:b", b"@1.2.3.4:x", "\N{SNOWMAN}".encode(), b"\xe4.cfg"]
+
+pytestmark = needs_servers
+
+
+class Client:
+    """Runs the scripts in a folder of its own."""
+
+    def __init__(self, folder):
+        self.folder = folder / "staging"
+        self.state = folder / "state"
+        for each in (self.folder, self.state):
+            each.mkdir(mode=0o700)
+        self.settings = {"state_directory": self.state, "login_seconds": 20,
+                         "transfer_seconds": 40}
+        self.prefix = []
+        self.password = PASSWORD
+        self.said = ""
+
+    @property
+    def environment(self):
+        return {**os.environ, **{f"XF_{key.upper()}": str(value)
+                                 for key, value in self.settings.items()}}
+
+    def trust(self, server, line=None):
+        (self.state / "known_hosts").write_text(line or server.known_host)
+
+    def reach(self, protocol, server):
+        key = "ftp_port" if protocol == "ftp" else "ssh_port"
+        self.settings[key] = server.port
+        if protocol != "ftp" and hasattr(server, "known_host"):
+            self.trust(server)
+
+    def run(self, script, *arguments):
+        done = subprocess.run(
+            [*self.prefix, BIN / script, *arguments], cwd=self.folder,
+            env=self.environment, stdin=subprocess.DEVNULL,
+            capture_output=True, timeout=60)
+        self.said = (done.stdout + done.stderr).decode(errors="replace")
+        assert not self.password or self.password not in self.said
+        assert not [each for each in os.listdir(self.folder)
+                    if each.startswith(".transfer-")]
+        return done.returncode
+
+    def put(self, protocol, local, remote, server="127.0.0.2", vrf=()):
+        remote = os.fsencode(remote)
+        if protocol == "ftp":
+            return self.run("snmp.ftp.expect", server, local, remote, USER,
+                            self.password, "put", *vrf)
+        if protocol == "sftp":
+            return self.run("sftp.expect", server, USER, self.password, "put",
+                            local, remote, *vrf)
+        return self.run("scp.expect", local,
+                        f"{USER}@{server}:".encode() + remote, self.password,
+                        *vrf)
+
+    def get(self, protocol, remote, local, server="127.0.0.2", vrf=()):
+        remote = os.fsencode(remote)
+        if protocol == "ftp":
+            return self.run("snmp.ftp.expect", server, remote, local, USER,
+                            self.password, "get", *vrf)
+        if protocol == "sftp":
+            return self.run("sftp.expect", server, USER, self.password, "get",
+                            remote, local, *vrf)
+        return self.run("scp.expect", f"{USER}@{server}:".encode() + remote,
+                        local, self.password, *vrf)
+
+    def stage(self, content, name=b"local.cfg"):
+        path = os.path.join(os.fsencode(self.folder), name)
+        with open(path, "wb") as file:
+            file.write(content)
+        return path
+
+    def staged(self):
+        found = {}
+        for name in os.listdir(os.fsencode(self.folder)):
+            with open(os.path.join(os.fsencode(self.folder), name),
+                      "rb") as file:
+                found[name] = file.read()
+        return found
+
+
+@pytest.fixture
+def client(tmp_path):
+    return Client(tmp_path)
+
+
+@pytest.fixture
+def servers():
+    made = Servers()
+    yield made
+    made.stop()
+
+
+@pytest.fixture(scope="module")
+def usual():
+    """One server of each kind, for the tests that leave them as they are."""
+    made = Servers()
+    ssh, ftp = made.ssh(full=True), made.ftp(full=True)
+    yield {"ftp": ftp, "sftp": ssh, "scp": ssh}
+    made.stop()
+
+
+@pytest.fixture(params=PROTOCOLS)
+def protocol(request):
+    return request.param
+
+
+@pytest.fixture
+def server(protocol, client, usual):
+    client.reach(protocol, usual[protocol])
+    return usual[protocol]
+
+
+def make_server(servers, protocol, *arguments, **more):
+    make = servers.ftp if protocol == "ftp" else servers.ssh
+    return make(*arguments, **more)
+
+
+@pytest.mark.parametrize("size", [0, 1, 5_000_000])
+def test_every_octet_arrives(client, server, protocol, size):
+    content = os.urandom(size)
+    assert client.put(protocol, client.stage(content), "up") == DONE
+    assert server.content("up") == content
+    content = server.offer("down", os.urandom(size))
+    assert client.get(protocol, "down", "down.cfg") == DONE
+    assert client.staged()[b"down.cfg"] == content
+    assert client.said == ""
+
+
+@pytest.mark.parametrize("name", ODD_NAMES)
+def test_odd_names(client, server, protocol, name):
+    content = os.urandom(64)
+    before = set(os.listdir(server.files))
+    assert client.put(protocol, client.stage(content, name), name) == DONE
+    assert server.content(name) == content
+    assert set(os.listdir(server.files)) - before <= {os.fsdecode(name)}
+    content = server.offer(name, os.urandom(64))
+    assert client.get(protocol, name, name) == DONE
+    assert client.staged() == {name: content}
+
+
+@pytest.mark.parametrize("name", [b"two\nlines", b"x\x03", b"x\x7f", b"x\ry"])
+def test_names_with_control_characters_are_refused(client, server, protocol,
+                                                   name):
+    local = client.stage(b"x")
+    before = set(os.listdir(server.files))
+    assert client.put(protocol, local, name) == BAD_NAME
+    assert client.get(protocol, name, "new") == BAD_NAME
+    assert client.get(protocol, "x", name) == BAD_NAME
+    assert "cannot be sent" in client.said
+    assert set(os.listdir(server.files)) == before
+    assert set(client.staged()) == {b"local.cfg"}
+
+
+def test_ftp_refuses_what_telnet_would_change(client, usual):
+    client.reach("ftp", usual["ftp"])
+    assert client.put("ftp", client.stage(b"x"), b"x\xff") == BAD_NAME
+    client.reach("sftp", usual["sftp"])
+    assert client.put("sftp", client.stage(b"x"), b"x\xff") == DONE
+
+
+def test_folders_and_absolute_names(client, server, protocol):
+    (server.files / "sub dir").mkdir(exist_ok=True)
+    (server.files / "sub dir").chmod(0o777)
+    assert client.put(protocol, client.stage(b"x"), "sub dir/x") == DONE
+    assert server.content("sub dir/x") == b"x"
+    assert client.get(protocol, f"{server.files}/sub dir/x", "got") == DONE
+    (client.folder / "-deep").mkdir()
+    assert client.get(protocol, "sub dir/x", "-deep/got") == DONE
+    assert (client.folder / "-deep" / "got").read_bytes() == b"x"
+
+
+def test_wrong_password(client, server, protocol):
+    client.password = "wrong"
+    server.offer("x", b"x")
+    assert client.get(protocol, "x", "new") == LOGIN
+    assert client.put(protocol, client.stage(b"x"), "refused") == LOGIN
+    assert not (server.files / "refused").exists()
+    assert set(client.staged()) == {b"local.cfg"}
+
+
+@pytest.mark.parametrize("password", ["", "new\nline", "!touch oops"])
+def test_passwords_are_not_commands(client, server, protocol, password):
+    client.password = password
+    assert client.get(protocol, "x", "new") == LOGIN
+    assert client.staged() == {}
+
+
+def test_missing_file(client, server, protocol):
+    client.stage(b"old", b"kept")
+    assert client.get(protocol, "missing", "kept") == BAD_NAME
+    assert client.staged() == {b"kept": b"old"}
+
+
+def test_folder_that_is_missing(client, server, protocol):
+    assert client.put(protocol, client.stage(b"x"), "missing/x") == BAD_NAME
+    assert client.put(protocol, "/missing/x", "x2") == BAD_NAME
+    assert not (server.files / "x2").exists()
+
+
+def test_full_disk_of_the_server(client, server, protocol):
+    local = client.stage(os.urandom(500_000))
+    assert client.put(protocol, local, "full/x") == NO_SPACE
+
+
+def test_full_disk_here(client, server, protocol):
+    server.offer("large", os.urandom(500_000))
+    client.prefix = ["unshare", "-m", "sh", "-c",
+                     'mount -t tmpfs -o size=64k tmpfs . && cd "$PWD" &&'
+                     ' "$@" && exit; s=$?; ls -A; exit $s', "sh"]
+    assert client.get(protocol, "large", "large") == NO_SPACE
+    assert "large\n" not in client.said and ".transfer" not in client.said
+
+
+@pytest.mark.parametrize("protocol", ["sftp", "scp"])
+class TestHostKeys:
+    def test_unknown(self, client, usual, protocol):
+        client.settings["ssh_port"] = usual[protocol].port
+        assert client.get(protocol, "x", "new") == HOST_KEY
+
+    def test_another_one(self, client, usual, servers, protocol):
+        client.reach(protocol, usual[protocol])
+        other = servers.ssh()
+        line = f"[127.0.0.2]:{usual[protocol].port} " + \
+            other.known_host.partition(" ")[2]
+        client.trust(None, line)
+        assert client.get(protocol, "x", "new") == HOST_KEY
+        assert (client.state / "known_hosts").read_text() == line
+
+    def test_enrolled(self, client, usual, protocol):
+        server = usual[protocol]
+        client.settings["ssh_port"] = server.port
+        assert client.run("xfenrol", "127.0.0.2") == 1
+        assert client.run("xfenrol", "127.0.0.2", "SHA256:other") == 1
+        assert not (client.state / "known_hosts").exists()
+        for _ in range(2):
+            assert client.run("xfenrol", "127.0.0.2", server.fingerprint) == 0
+        assert (client.state / "known_hosts").read_text() == server.known_host
+        assert (client.state / "known_hosts").stat().st_mode & 0o777 == 0o600
+        server.offer("x", b"x")
+        assert client.get(protocol, "x", "new") == DONE
+
+
+@pytest.mark.parametrize("protocol", ["sftp", "scp"])
+@pytest.mark.parametrize("direction", ["put", "get"])
+class TestTroubledSsh:
+    def copy(self, client, server, protocol, direction):
+        client.reach(protocol, server)
+        local = client.stage(bytes(5_000_000))
+        if direction == "put":
+            return client.put(protocol, local, "up")
+        return client.get(protocol, "large", "new")
+
+    def test_stalls_after_login(self, client, servers, protocol, direction):
+        client.settings["transfer_seconds"] = 2
+        server = servers.ssh(stalls=True)
+        start = time.monotonic()
+        assert self.copy(client, server, protocol, direction) == TIMEOUT
+        assert time.monotonic() - start < 15
+        assert set(client.staged()) == {b"local.cfg"}
+
+    def test_dies_in_the_middle(self, client, servers, protocol, direction):
+        server = servers.ssh()
+        server.offer("large", bytes(5_000_000))
+        relay = servers.relay(server, 1_000_000)
+        assert self.copy(client, relay, protocol, direction) == CONNECTION
+        assert set(client.staged()) == {b"local.cfg"}
+
+
+def test_ftp_server_that_stalls(client, servers):
+    client.settings["transfer_seconds"] = 2
+    for copy in (lambda: client.get("ftp", "x", "new"),
+                 lambda: client.put("ftp", client.stage(b"x"), "x")):
+        client.reach("ftp", servers.ftp_double())
+        assert copy() == TIMEOUT
+    assert set(client.staged()) == {b"local.cfg"}
+
+
+def test_ftp_server_that_dies(client, servers):
+    for copy in (lambda: client.get("ftp", "x", "new"),
+                 lambda: client.put("ftp", client.stage(bytes(5_000_000)),
+                                    "x")):
+        client.reach("ftp", servers.ftp_double(dies_after=100_000))
+        assert copy() == CONNECTION
+    assert set(client.staged()) == {b"local.cfg"}
+
+
+def test_server_that_says_nothing(client, servers, protocol):
+    client.settings["login_seconds"] = 2
+    client.reach(protocol, servers.ftp_double(silent=True))
+    assert client.get(protocol, "x", "new") == TIMEOUT
+
+
+def test_no_server(client, protocol):
+    port = free_tcp_port()
+    client.settings.update(ftp_port=port, ssh_port=port)
+    assert client.get(protocol, "x", "new") == CONNECTION
+
+
+@pytest.mark.skipif(not ipv6_loopback(), reason="no IPv6 loopback address")
+def test_ipv6(client, servers, protocol):
+    server = make_server(servers, protocol, "::1")
+    client.reach(protocol, server)
+    assert client.put(protocol, client.stage(b"six"), "up", "::1") == DONE
+    assert server.content("up") == b"six"
+    assert client.get(protocol, "up", "down", "::1") == DONE
+    assert client.staged()[b"down"] == b"six"
+    # An address is as long as it can be: what is left is the name.
+    server.offer("ffff:1", b"seven")
+    assert client.get(protocol, "./ffff:1", "down", "::1") == DONE
+    assert client.staged()[b"down"] == b"seven"
+
+
+@pytest.mark.parametrize("target, parts", [
+    ("u@192.0.2.1:n", "u|192.0.2.1|n"),
+    ("u@192.0.2.1:/a:b@192.0.2.9:c", "u|192.0.2.1|/a:b@192.0.2.9:c"),
+    ("u@home@192.0.2.1:n", "u@home|192.0.2.1|n"),
+    ("u@fe80::1:name", "u|fe80::1|name"),
+    ("u@fe80::1:cafe", "u|fe80::1|cafe"),
+    ("u@fe80::1:2:name", "u|fe80::1:2|name"),
+    ("u@fe80:::name", "u|fe80::|name"),
+    ("u@[fe80::1]:2:name", "u|fe80::1|2:name"),
+    ("u@1:2:3:4:5:6:7:8:9", "u|1:2:3:4:5:6:7:8|9"),
+    ("u@::ffff:192.0.2.1:n", "u|::ffff:192.0.2.1|n"),
+    ("u@host.example:n", None), ("u@300.0.2.1:n", None), ("n", None)])
+def test_scp_targets(client, target, parts):
+    (client.folder / "try.tcl").write_text(
+        f"set argv0 try\nsource {BIN}/transfer.tcl\n"
+        "puts [join [split_target [lindex $argv 0]] |]\n")
+    done = subprocess.run(["expect", "--", "try.tcl", target],
+                          cwd=client.folder, capture_output=True, text=True)
+    assert done.returncode == (USAGE if parts is None else 0)
+    assert done.stdout.strip() == (parts or "")
+
+
+@pytest.mark.parametrize("script, arguments", [
+    ("sftp.expect", []), ("scp.expect", ["x"]), ("snmp.ftp.expect", ["x"] * 8),
+    ("sftp.expect", ["-oProxyCommand=touch oops", "u", "p", "get", "a", "b"]),
+    ("snmp.ftp.expect", ["127.0.0.2 x", "a", "b", "u", "p", "get"]),
+    ("sftp.expect", ["127.0.0.2", "u", "p", "remove", "a", "b"]),
+    ("scp.expect", ["u@127.0.0.2:a", "b", "p", "0"]),
+    ("scp.expect", ["u@127.0.0.2:a", "b", "p", "1;touch oops"]),
+    ("scp.expect", ["u@-oProxyCommand=x:a", "b", "p"])])
+def test_arguments_that_make_no_sense(client, script, arguments):
+    assert client.run(script, *arguments) == USAGE
+    assert client.staged() == {}
+
+
+def processes_in(folder):
+    """The ids of the processes that work in a folder."""
+    found = []
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            if os.readlink(f"/proc/{pid}/cwd") == str(folder):
+                found.append(int(pid))
+        except OSError:
+            continue
+    return found
+
+
+def test_ended_by_a_signal(client, servers):
+    server = servers.ssh(stalls=True)
+    client.reach("sftp", server)
+    script = subprocess.Popen(
+        [BIN / "sftp.expect", "127.0.0.2", USER, PASSWORD, "get", "x", "new"],
+        cwd=client.folder, env=client.environment, stdin=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL)
+    wait_for(lambda: "Accepted password" in server.log, "the login")
+    script.terminate()
+    assert script.wait(10) == 8
+    wait_for(lambda: not processes_in(client.folder), "the clients to end")
+    assert client.staged() == {}
+
+
+@pytest.mark.parametrize("arguments, code", [
+    ([], 125), (["1"], 125), (["x", "true"], 125), (["1x", "true"], 125),
+    (["0", "true"], 126), (["-1", "true"], 126), (["2147483647", "true"], 126),
+    (["--id", "no-such-vrf"], 126), (["--id", "../../proc/self/ns/net"], 126),
+    (["1", "/no/such/program"], 127), (["1", "sh", "-c", "exit 9"], 9)])
+def test_programs_in_a_vrf(client, arguments, code):
+    assert client.run("xfvrf", *arguments) == code
+
+
+@pytest.mark.parametrize("arguments", [
+    [], ["2", "127.0.0.2", "69", "a", "b", "1"],
+    ["1", "127.0.0.2", "0", "a", "b", "1"],
+    ["1", "127.0.0.2", "69x", "a", "b", "1"],
+    ["1", "127.0.0.2", "69", "a", "b", "0"],
+    ["1", "127.0.0.2", "69", "a", "b", "1", "management", "more"]])
+def test_arguments_of_the_tftp_program(client, arguments):
+    assert client.run("ovan-tftp", *arguments) == USAGE
+
+
+def test_tftp_program_in_a_vrf_that_is_not_there(client):
+    client.stage(b"x")
+    assert client.run("ovan-tftp", "1", "127.0.0.2", "69", "local.cfg", "x",
+                      "1", "no-such-vrf") == 8
+    assert "VRF" in client.said
+
+
+def test_password_is_on_no_other_command_line(client, servers, protocol):
+    client.settings["transfer_seconds"] = 4
+    server = servers.ftp_double() if protocol == "ftp" else \
+        servers.ssh(stalls=True)
+    client.reach(protocol, server)
+    watcher = Watcher(client)
+    assert client.get(protocol, "x", "new") == TIMEOUT
+    seen = watcher.end()
+    assert any(re.search(rb"tnftp|/ssh\0|\0?ssh\0", each) for each in seen)
+    for line in seen:
+        assert PASSWORD.encode() not in line or b".expect\0" in line
+
+
+class Watcher:
+    """Collects the command lines and environments of this user's processes."""
+
+    def __init__(self, client):
+        self.folder = client.folder
+        self.seen = set()
+        self.stopped = False
+        self.thread = threading.Thread(target=self.watch)
+        self.thread.start()
+
+    def watch(self):
+        while not self.stopped:
+            for pid in processes_in(self.folder):
+                for what in ("cmdline", "environ"):
+                    with contextlib.suppress(OSError), \
+                            open(f"/proc/{pid}/{what}", "rb") as file:
+                        self.seen.add(file.read())
+            time.sleep(0.1)
+
+    def end(self):
+        self.stopped = True
+        self.thread.join()
+        return self.seen
