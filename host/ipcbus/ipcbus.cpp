@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include "host/base/files.h"
+#include "host/base/settings.h"
 #include "host/ipcbus/queue.h"
 #include "host/ipcbus/wire.h"
 
@@ -139,8 +140,13 @@ bool ready(ipcbus_handle queue) {
     return false;
 }
 
+// A run directory that is gone by now is not made again for it.
 void remove_name(const std::string &name) {
-    Fd directory = open_run_directory();
+    const Settings *s = settings();
+    if (s == nullptr)
+        return;
+    Fd directory(open(s->run_directory.c_str(),
+                      O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (directory)
         unlinkat(directory.get(), name.c_str(), 0);
 }
