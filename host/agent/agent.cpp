@@ -14,6 +14,7 @@
 
 #include "host/agent/clock_step.h"
 #include "host/agent/copy_child.h"
+#include "host/agent/debug_log.h"
 #include "host/agent/event_loop.h"
 #include "host/agent/modules.h"
 #include "host/agent/notifications.h"
@@ -29,24 +30,42 @@ int32_t change_time_flag = 0;
 namespace {
 
 ipcbus_handle access_point = nullptr;
+constexpr struct timeval soon = {0, 1000}; // once the main loop turns
 time_t configuration_changed[2]; // running as seen by management, startup
 
 void log_to_agent(int priority, const char *text) {
     snmp_log(priority, "xfplatform: %s\n", text);
 }
 
+// The debug log is wanted; and whether this is the process that will write it,
+// under the user that it keeps: an agent forks and gives up its rights after it
+// has read its configuration.
+bool debug_wanted = false;
+bool settled = false;
+
+void apply_debug() {
+    modules_set_debug(debug_wanted && settled && debug_log_make_private());
+}
+
+void settle(unsigned, void *) {
+    settled = true;
+    apply_debug();
+}
+
 void parse_debug(const char *, char *value) {
     if (strcmp(value, "yes") == 0)
-        modules_set_debug(true);
+        debug_wanted = true;
     else if (strcmp(value, "no") == 0)
-        modules_set_debug(false);
+        debug_wanted = false;
     else
         config_perror("xfSnmpDebug: yes or no expected");
+    apply_debug();
 }
 
 // The line may be gone when the configuration is read again.
 void forget_debug() {
-    modules_set_debug(false);
+    debug_wanted = false;
+    apply_debug();
 }
 
 void start_once() {
@@ -57,6 +76,7 @@ void start_once() {
     set_log_sink(log_to_agent);
     register_app_config_handler("xfSnmpDebug", parse_debug, forget_debug,
                                 "yes|no");
+    snmp_alarm_register_hr(soon, 0, settle, nullptr);
     // Now, because the agent may give up its rights later.
     if (!open_state_directory())
         log_message(LOG_ERR, "state directory: %s", strerror(errno));
@@ -80,7 +100,6 @@ bool bind_access_point() {
                     "snmp-agent") < 0)
         return false;
     access_point->owner = 0;
-    struct timeval soon = {0, 1000};
     snmp_alarm_register_hr(soon, 0, claim, nullptr);
     return loop_watch(access_point->socket.get(), agent_drain);
 }

@@ -15,7 +15,6 @@ def debug_log():
 
     def of(agent):
         logs.append(pathlib.Path(f"/tmp/cfg_snmp_debug.log.{agent.pid}"))
-        logs[-1].unlink(missing_ok=True)
         return logs[-1]
     yield of
     for log in logs:
@@ -37,6 +36,7 @@ def test_switched_on_and_off(make_agent, debug_log):
     agent = make_agent(after="xfSnmpDebug yes\n")
     log = debug_log(agent)
     copy_refused(agent)
+    assert log.stat().st_mode & 0o7777 == 0o600
     text = log.read_text()
     assert "Localhost address received (127.0.0.1)" in text
     for entry in text.rstrip("\n").split("\n\n"):
@@ -47,3 +47,16 @@ def test_switched_on_and_off(make_agent, debug_log):
     agent.hang_up()
     copy_refused(agent)
     assert log.read_text() == text
+
+
+def test_never_through_somebody_elses_link(agent, debug_log, tmp_path):
+    log = debug_log(agent)
+    precious = tmp_path / "precious"
+    log.symlink_to(precious)
+    agent.configuration.write_text(
+        agent.configuration.read_text() + "xfSnmpDebug yes\n")
+    agent.hang_up()
+    copy_refused(agent)
+    assert not precious.exists()
+    assert f"debug log {log}: " in agent.log
+    assert "; it stays off" in agent.log
