@@ -168,6 +168,7 @@ TEST_F(Qsh, TheResultsFileLeadsNowhere) {
     EXPECT_EQ(support::read_file(victim), "precious");
     EXPECT_EQ(support::read_file(results()),
               "line 1: unknown command: \"bad\"\n");
+    EXPECT_EQ(support::mode_of(results()), 0600u);
 }
 
 TEST_F(Qsh, AShellThatCannotBeRun) {
