@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <net-snmp/net-snmp-config.h>
@@ -218,6 +219,7 @@ void in_new_process() {
     held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
     next_pipe[1].reset();
     pid_t pid = getpid();
+    umask(077); // a configuration on its way is for nobody else
     // Its end is a failed copy, which the agent sees.
     if (write(held_end, &pid, sizeof pid) != sizeof pid ||
         !enter_private_directory())

@@ -10,6 +10,7 @@ import pytest
 import lab
 from snmp import (CREATE_AND_WAIT, DESTROY, ENTRY, NETWORK, ROOT, RUNNING,
                   Failure, Station, go, name, row, upload)
+from tools import wait_for
 from transfer_servers import PASSWORD, USER, Servers, needs_servers
 
 EXAMPLE = pathlib.Path(__file__).parents[2] / "docs" / "snmpd-v3-only.conf"
@@ -149,6 +150,28 @@ def open_to_others(*folders):
 
 def knows(path, secret):
     return path.is_file() and secret.encode() in path.read_bytes()
+
+
+@pytest.mark.parametrize("open_folder", [False, True])
+def test_a_configuration_on_its_way(agent, double, open_folder):
+    """It is in a folder of the agent's alone, even if the agent's own is not."""
+    double.gate.clear()
+    try:
+        agent.staging.chmod(0o755 if open_folder else 0o700)
+        agent.running_config(b"hostname one\n")
+        agent.station.set(go(upload(1, "way.cfg", double.address)))
+        wait_for(lambda: double.requests, "the request")
+        work = agent.state / "work"
+        file = (work if open_folder else agent.staging) / "way.cfg"
+        assert file.read_bytes() == b"hostname one\n"
+        assert stat.S_IMODE(file.stat().st_mode) == 0o600
+        assert stat.S_IMODE(file.parent.stat().st_mode) == 0o700
+    finally:
+        agent.staging.chmod(0o700)
+        double.gate.set()
+    agent.succeeds(1)
+    agent.idle()
+    assert not file.exists()
 
 
 @needs_servers
