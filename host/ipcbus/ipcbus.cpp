@@ -52,6 +52,7 @@ uint32_t fresh_token() {
         if (getrandom(&next, sizeof next, GRND_NONBLOCK) != sizeof next)
             next = static_cast<uint32_t>(owner) << 16;
     }
+    // cppcheck-suppress knownConditionTrueFalse; getrandom has set it
     if (++next == 0)
         next = 1;
     return next;

@@ -22,9 +22,9 @@ namespace {
 
 // False if a stop was asked for in that time.
 bool pause(int seconds, const std::stop_token &stop) {
-    std::mutex mutex;
+    std::mutex mutex; // guards nothing: waiting needs one
     std::condition_variable_any changed;
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(mutex); // cppcheck-suppress localMutex
     changed.wait_for(lock, stop, std::chrono::seconds(seconds),
                      [] { return false; });
     return !stop.stop_requested();

@@ -263,7 +263,8 @@ static bool locate_startup(struct xfCopyEntry *entry) {
 static int show_into(FILE *file, const char *command) {
     void (*const action)(int) = signal(SIGCHLD, SIG_DFL);
     const int status = execute_program_and_wait_redirect(
-        -1, fileno(file), -1, "/brim/bin/qsh", "-c", command, NULL);
+        -1, fileno(file), -1, "/brim/bin/qsh", "-c", command,
+        static_cast<char *>(nullptr));
 
     signal(SIGCHLD, action);
     TRACE_INFO("%s : ret val = 0x%x\n", worker, static_cast<unsigned>(status));
@@ -678,6 +679,11 @@ static int32_t transfer_by_tftp_library(struct transfer *transfer,
     }
 }
 
+/* Exit code in a wait status. */
+static int exit_code_of(int status) {
+    return static_cast<int>(static_cast<unsigned>(status) >> 8 & 0xFF);
+}
+
 /* -- TFTP by the program, in the other two -- */
 
 /*
@@ -703,7 +709,7 @@ static int32_t transfer_by_tftp_program(struct transfer *transfer) {
     const int status = system(program);
     const int error = errno;
     signal(SIGCHLD, action);
-    account_transfer(transfer, ((status >> 8) & 0xFF) == 0);
+    account_transfer(transfer, exit_code_of(status) == 0);
     if (status == -1)
         return fail_cause(static_cast<uint32_t>(error));
     return status == 0 ? 0 : XF_FAIL_UNKNOWN;
@@ -803,7 +809,8 @@ static int run_program(const struct program_run *run) {
     void (*const action)(int) = signal(SIGCHLD, SIG_DFL);
     const int status = execute_program_and_wait_redirect(
         -1, -1, -1, run->path, argument[0], argument[1], argument[2],
-        argument[3], argument[4], argument[5], argument[6], NULL);
+        argument[3], argument[4], argument[5], argument[6],
+        static_cast<char *>(nullptr));
 
     signal(SIGCHLD, action);
     return status;
@@ -869,7 +876,7 @@ static int32_t transfer_by_script(struct transfer *transfer, int program) {
     const int status = run_program(&run);
     print_run(transfer, program, &run, status);
     /* Only the exit code counts, not the signal that may have ended it. */
-    const int exit_code = (status >> 8) & 0xFF;
+    const int exit_code = exit_code_of(status);
     TRACE_INFO(setting->texts[program].exit_trace, setting->function,
                exit_code);
     account_transfer(transfer, exit_code == 0);

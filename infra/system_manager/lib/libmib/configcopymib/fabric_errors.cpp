@@ -188,7 +188,8 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
 
     TRACE_INFO("%s \n", __func__);
     memset(row, 0, sizeof(*row));
-    if (exact != 0 && *length > size_t{vp->namelen} + MAX_EXACT_EXTRA)
+    if (exact != 0 &&
+        *length > static_cast<size_t>(vp->namelen) + MAX_EXACT_EXTRA)
         return nullptr;
     parse_error_indexes(vp, name, *length, row);
     const int32_t status =
