@@ -10,6 +10,10 @@ if(XF_SANITIZE)
     target_link_options(xf_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
+if(XF_COVERAGE)
+    target_link_options(xf_flags INTERFACE --coverage)
+endif()
+
 if(XF_UNSIGNED_CHAR)
     target_compile_options(xf_flags INTERFACE -funsigned-char)
 endif()

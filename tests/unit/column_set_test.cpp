@@ -1240,3 +1240,19 @@ TEST_F(OneColumnTest, noLengthMakesAHandlerReadPastTheValue) {
         }
     }
 }
+
+/* RESERVE1 lets none through: this is for memory's sake. */
+TEST_F(OneColumnTest, typedAddressThatIsTooLongIsCutInItsTrace) {
+    struct xfCopyEntry row = full_row(1, XF_ROW_NOT_READY);
+    row.xfCopyServerAddressType = INET_ADDRESS_IPV4;
+    store(row);
+    p.forget();
+    EXPECT_EQ(SNMP_ERR_NOERROR,
+              set_phase(octets(16, 1, std::string(70, 'x')), RESERVE2));
+    const Story whole = story();
+    EXPECT_EQ(1, std::count(whole.begin(), whole.end(),
+                            info("set_xfCopyServerAddressRev1: calling "
+                                 "ip_addr_to_str() with addr type: 1, ip "
+                                 "address: xxxx, var_val: " +
+                                 std::string(64, 'x') + "\n")));
+}

@@ -680,3 +680,12 @@ TEST_F(CopyWorker, networkToNetworkIsADownload) {
     set_file_types(XF_FILE_NETWORK, XF_FILE_NETWORK);
     expect_worker(0, downloaded);
 }
+
+TEST_F(CopyWorker, directoryWithoutANameIsTheCurrentOne) {
+    set_file_types(XF_FILE_STARTUP, XF_FILE_NETWORK);
+    p.working_directory = "";
+    run(0);
+    EXPECT_STREQ("./cfg.txt", row.xfCopySrcFileName);
+    ASSERT_EQ(1u, p.count("unlink"));
+    EXPECT_EQ("./cfg.txt", p.calls_of("unlink")[0].strings[0]);
+}

@@ -470,16 +470,24 @@ TEST_F(FabricCollection, localSwitchWhoseAddressesCannotBeHad) {
 }
 
 TEST_F(FabricCollection, localSwitchWithoutAddresses) {
-    p.interface_addresses = std::vector<struct ip_addr>{};
-    p.grove_records = {local(wwn_a, "no space")};
-    EXPECT_EQ(join({begun(),
-                    {error(named(": no inet ip address for local switch\n")),
-                     logged(": no inet ip address for local switch\n")},
-                    traced_a,
-                    {next(wwn_a), cleaned}}),
-              collect());
-    EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
-    EXPECT_EQ(2u, p.count("free"));
+    for (const bool with_list : {true, false}) {
+        row.xfCopyIndex++;
+        store(row);
+        if (with_list)
+            p.interface_addresses = std::vector<struct ip_addr>{};
+        else
+            p.interface_addresses.reset();
+        p.grove_records = {local(wwn_a, "no space")};
+        EXPECT_EQ(
+            join({begun(),
+                  {error(named(": no inet ip address for local switch\n")),
+                   logged(": no inet ip address for local switch\n")},
+                  traced_a,
+                  {next(wwn_a), cleaned}}),
+            collect());
+        EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
+        EXPECT_EQ(with_list ? 2u : 1u, p.count("free"));
+    }
 }
 
 TEST_F(FabricCollection, localAddressThatCannotBeConverted) {

@@ -218,6 +218,18 @@ TEST_F(LaunchTest, networkCopyThatCannotBeStoredIsNotStarted) {
     EXPECT_EQ(0u, p.count("fork"));
 }
 
+TEST_F(LaunchTest, withTheLogOffAFailureToStoreIsStillGenErr) {
+    for (const int32_t source : {2, 4}) { /* refused; to be started */
+        struct xfCopyEntry row = stored_row(source, 1);
+        p.forget();
+        p.fail_ordset_find_at = 1;
+        EXPECT_EQ(SNMP_ERR_GENERR, validate_n_start_copy(&row, 1));
+        EXPECT_EQ(Story{failed}, story());
+        const Quiet quiet;
+        deleteXfCopyEntry(&row);
+    }
+}
+
 TEST_F(LaunchTest, aChildThatStillRunsFailsTheLaunch) {
     struct xfCopyEntry row = stored_row(4, 1);
     module_state.copyChildRunning = 1;

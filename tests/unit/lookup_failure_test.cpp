@@ -48,3 +48,10 @@ TEST_F(LookupFailureTest, tablesOwnNotFoundIsNoneOfThese) {
     EXPECT_EQ(SNMP_ERR_NOERROR, set_phase(integer(14, 7, 6), ACTION));
     EXPECT_EQ(log_line(" : second long_ret 6 \n"), story().back());
 }
+
+TEST_F(LookupFailureTest, withTheLogOffItIsGenErrInSilence) {
+    is_snmp_debug_enabled = 0;
+    lookup_result = 5;
+    EXPECT_EQ(SNMP_ERR_GENERR, set_phase(integer(14, 7, 6), ACTION));
+    EXPECT_EQ(Story{}, story());
+}

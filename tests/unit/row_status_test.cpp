@@ -1058,3 +1058,22 @@ TEST_F(RowStatusTest, destroyBesideAFailureInActionIsUndone) {
     expect_row(incomplete);
     EXPECT_EQ(std::vector<int32_t>{}, undo_indexes());
 }
+
+/* ---- What an agent does not do ---------------------------------------------
+ */
+
+TEST_F(RowStatusTest, phaseWithoutAValueIsThatOfAnotherValue) {
+    store(row_with(XF_ROW_NOT_READY));
+    std::vector<oid> name = copy_column(14, {row_index});
+    for (const int phase : {RESERVE2, COMMIT, FREE, UNDO})
+        EXPECT_EQ(SNMP_ERR_NOERROR,
+                  set_xfCopyEntryRowStatus(phase, nullptr, ASN_INTEGER, 0,
+                                           nullptr, name.data(), name.size()))
+            << phase;
+    EXPECT_EQ(XF_ROW_NOT_READY, stored(row_index)->xfCopyEntryRowStatus);
+}
+
+TEST_F(RowStatusTest, undoOfAValueThatIsNeverWrittenDoesNothing) {
+    for (const long value : {0L, 2L, 3L, 7L})
+        EXPECT_EQ(SNMP_ERR_NOERROR, set_phase(written(value), UNDO));
+}

@@ -575,6 +575,15 @@ TEST_F(Save, resultIsTheFirstWordOfThePayload) {
     }
 }
 
+TEST_F(Save, answerWithoutAPayloadIsARefusal) {
+    struct ipcbus_message *const message = p.message(1381, std::nullopt);
+    p.to_receive.push_back({0, 0, message});
+    EXPECT_EQ(0, save());
+    EXPECT_EQ(XF_STATE_FAILED, row.xfCopyState);
+    EXPECT_EQ(XF_FAIL_SAVE_REFUSED, row.xfCopyFailCause);
+    EXPECT_EQ(1, message->dropped);
+}
+
 /* ---- The request's life ----------------------------------------------------
  */
 

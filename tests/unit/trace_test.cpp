@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <cwchar>
 #include <fstream>
 #include <sstream>
 
@@ -52,6 +53,18 @@ TEST_F(TraceTest, eventIsFilteredThenRecordedThenPrinted) {
                      "101 TestBody: text\n", "trc_chk_int(101, 0, 0, 1)",
                      "live TestBody: text\n"}),
               queries_and_texts());
+}
+
+TEST_F(TraceTest, textThatCannotBeFormattedIsDropped) {
+    trace_history(XF_TRACE_INFO, "%lc", static_cast<wint_t>(0xD800));
+    EXPECT_EQ(0u, p.count("trc_hist_event"));
+}
+
+TEST_F(TraceTest, moduleRecordsNothingOfATypeThatIsNot) {
+    p.hist_check.always(1);
+    cfgentry_age_timer_handler(0, nullptr);
+    EXPECT_EQ(1u, p.count("trc_hist_event_subtype_check"));
+    EXPECT_EQ(0u, p.count("trc_hist_event"));
 }
 
 TEST_F(TraceTest, liveOutputHasTheFormatItself) {

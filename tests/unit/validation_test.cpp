@@ -447,3 +447,18 @@ TEST_F(ValidationTest, everythingMissingSpeaksInOrder) {
                      needs_credentials(3), needs_file_name(1, 6)}),
               story());
 }
+
+TEST_F(ValidationTest, withTheLogOffTheRulesAreTheSame) {
+    is_snmp_debug_enabled = 0;
+    for (int source = 0; source <= 8; source++)
+        for (int dest = 0; dest <= 8; dest++)
+            for (const int protocol : {1, 2, 3, 5}) {
+                struct xfCopyEntry row = of_types(source, dest);
+                row.xfCopyProtocol = protocol;
+                assign(row.xfCopyFileName, "");
+                const Outcome outcome = expected(row, 1);
+                ASSERT_EQ(outcome.result, validate(row, 1));
+                ASSERT_EQ(outcome.error, error_status);
+                ASSERT_EQ(0u, p.count("log"));
+            }
+}

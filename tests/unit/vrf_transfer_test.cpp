@@ -921,3 +921,9 @@ TEST_F(InVrf, rowAndDirectoryAreLeftAlone) {
         EXPECT_STREQ("/dir", directory);
     }
 }
+
+TEST_F(InVrf, tftpInAnotherDirectionRunsNothing) {
+    row.xfCopyProtocol = XF_PROTO_TFTP;
+    EXPECT_EQ(0, run(3));
+    EXPECT_EQ(0u, p.count("system") + p.count("account_lib_interim_update"));
+}
