@@ -14,6 +14,16 @@ if(XF_COVERAGE)
     target_link_options(xf_flags INTERFACE --coverage)
 endif()
 
+if(XF_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "XF_FUZZ needs Clang: CC=clang CXX=clang++")
+    endif()
+    target_compile_options(xf_flags INTERFACE
+        -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(xf_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
 if(XF_UNSIGNED_CHAR)
     target_compile_options(xf_flags INTERFACE -funsigned-char)
 endif()
