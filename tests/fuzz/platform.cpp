@@ -96,6 +96,20 @@ void start_platform() {
     stderr = searched_stream();
 }
 
+void release_notifications() {
+    for (netsnmp_variable_list *head : chains)
+        snmp_free_varbind(head);
+    chains.clear();
+}
+
+size_t module_blocks() {
+    return blocks.size();
+}
+
+size_t kept_requests() {
+    return requests.size();
+}
+
 void begin_input(Input &input) {
     platform() = {};
     platform().input = &input;
@@ -109,9 +123,7 @@ void end_input() {
     FUZZ_CHECK(received.empty(), "%zu messages received and not dropped",
                received.size());
     drop_all(requests);
-    for (netsnmp_variable_list *head : chains)
-        snmp_free_varbind(head);
-    chains.clear();
+    release_notifications();
     platform().malloc_fails_in = 0;
     remove_everything();
     FUZZ_CHECK(blocks.size() <= platform().allowed_leaks,

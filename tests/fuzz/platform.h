@@ -46,6 +46,13 @@ void start_platform();
 // NULL.
 ipcbus_message *new_message(uint32_t opcode, const std::string *octets);
 
+// What the agent was given to send goes, as if it had been sent.
+void release_notifications();
+
+// Blocks of memory that the module holds; requests that it has not dropped.
+size_t module_blocks();
+size_t kept_requests();
+
 // Around each input. The end fails if the module lost memory, or a message
 // that it had received, and frees what is left.
 void begin_input(Input &input);
