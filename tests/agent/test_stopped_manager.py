@@ -19,7 +19,7 @@ from snmp import (ACTIVE, DESTROY, FAILED, IN_PROGRESS, STARTUP, SUCCESSFUL,
                   TRUE, row)
 from tools import wait_for
 
-SAVE, HEARTBEAT, ABORT = 1381, 1370, 1383
+SAVE, HEARTBEAT = 1381, 1370
 WAIT_SECONDS, HEARTBEAT_SECONDS = 899, 10
 # The wait takes about a second; nothing else goes faster.
 SPEED = 1000
