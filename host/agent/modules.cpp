@@ -155,7 +155,8 @@ void offer_in(const char *context) {
 int admit_context(int, int, void *server_argument, void *) {
     const netsnmp_pdu *pdu =
         static_cast<struct view_parameters *>(server_argument)->pdu;
-    if (pdu == nullptr || pdu->contextName == nullptr)
+    if (pdu == nullptr || pdu->contextName == nullptr ||
+        pdu->contextNameLen == 0)
         return SNMPERR_SUCCESS;
     try {
         std::string name(pdu->contextName, pdu->contextNameLen);
