@@ -21,6 +21,8 @@ from tools import wait_for
 
 SAVE, HEARTBEAT = 1381, 1370
 WAIT_SECONDS, HEARTBEAT_SECONDS = 899, 10
+# One each time that nothing has come, up to the one that ends the wait.
+SIGNS_OF_LIFE = [SAVE] + [HEARTBEAT] * (WAIT_SECONDS // HEARTBEAT_SECONDS + 1)
 # The wait takes about a second; nothing else goes faster.
 SPEED = 1000
 UPTIME = ".1.3.6.1.2.1.1.3.0"
@@ -31,14 +33,17 @@ class Tap:
     and keeps what it was."""
 
     def __init__(self, agent):
+        self.opcodes = []
         self.point = agent.run_directory / "sap.3"
         self.behind = agent.run_directory / "behind"
-        self.opcodes = []
+
+    def __enter__(self):
         os.rename(self.point, self.behind)
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.socket.bind(str(self.point))
         self.thread = threading.Thread(target=self.run)
         self.thread.start()
+        return self
 
     def run(self):
         while True:
@@ -51,7 +56,7 @@ class Tap:
                 self.socket.sendto(message, socket.MSG_DONTWAIT,
                                    str(self.behind))
 
-    def close(self):
+    def __exit__(self, *_):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as end:
             end.sendto(b"", str(self.point))
         self.thread.join()
@@ -107,13 +112,9 @@ def test_one_that_goes_on(stopped, trap_receiver):
     """The end comes later, and the late first answer is nobody else's."""
     agent = stopped()
     keep_startup(agent, b"hostname old\n")
-    tap = Tap(agent)
-    try:
+    with Tap(agent) as tap:
         wait_in_vain(agent, STARTUP)
-        beats = -(-WAIT_SECONDS // HEARTBEAT_SECONDS)
-        assert tap.opcodes == [SAVE] + [HEARTBEAT] * beats
-    finally:
-        tap.close()
+    assert tap.opcodes == SIGNS_OF_LIFE
     assert completions(trap_receiver) == []
     assert startup(agent) == b"hostname old\n"
     agent.manager.signal(signal.SIGCONT)
@@ -137,7 +138,9 @@ def test_one_that_is_killed(stopped, fabric, trap_receiver):
     results = agent.state / "fabric-results"
     results.write_text("10000000000000ff remote failed 192.0.2.9 Old.\n")
     results.chmod(0o600)
-    wait_in_vain(agent, FABRIC_STARTUP)
+    with Tap(agent) as tap:
+        wait_in_vain(agent, FABRIC_STARTUP)
+    assert tap.opcodes == SIGNS_OF_LIFE
     agent.manager.kill()
     assert agent.fails(1) == SAVE_FAILED
     assert wait_for(lambda: completions(trap_receiver), "the notification") \
