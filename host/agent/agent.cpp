@@ -83,6 +83,8 @@ void start_once() {
     if (!copy_child_watch_forks())
         log_message(LOG_ERR, "forks cannot be watched");
     save_watch_start();
+    if (!modules_watch_contexts())
+        log_message(LOG_ERR, "requests in a VRF cannot be served");
     if (!clock_watch())
         log_message(LOG_ERR, "the clock cannot be watched: %s",
                     strerror(errno));

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <string>
 #include <vector>
 
 #include <dlfcn.h>
@@ -13,7 +15,10 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/agent/old_api.h>
 
+#include <net-snmp/agent/agent_callbacks.h>
+
 #include "host/base/log.h"
+#include "host/base/vrf.h"
 
 namespace xfhost {
 namespace {
@@ -76,43 +81,101 @@ void set_debug(const Module &module) {
         memcpy(flag, &value, sizeof value);
 }
 
-// The read handler that a registration through the old API leads to.
-const void *old_api_handler(const netsnmp_subtree *tree) {
+// The variable that a registration through the old API is for.
+const struct variable *old_api_variable(const netsnmp_subtree *tree) {
     if (tree->reginfo == nullptr)
         return nullptr;
     for (netsnmp_mib_handler *each = tree->reginfo->handler; each != nullptr;
          each = each->next)
         if (each->access_method == netsnmp_old_api_helper &&
             each->myvoid != nullptr)
-            return reinterpret_cast<const void *>(
-                static_cast<struct variable *>(each->myvoid)->findVar);
+            return static_cast<const struct variable *>(each->myvoid);
     return nullptr;
+}
+
+const void *read_handler(const struct variable *variable) {
+    return variable == nullptr
+               ? nullptr
+               : reinterpret_cast<const void *>(variable->findVar);
 }
 
 struct Registration {
     std::vector<oid> name;
     int priority;
-    bool operator==(const Registration &) const = default;
+    struct variable variable; // without its name
+    bool operator==(const Registration &other) const {
+        return name == other.name && priority == other.priority;
+    }
 };
 
-// The names under which an object is registered in the default context. A
-// registration shows up in several parts where others lie inside it.
-std::vector<Registration> registrations_of(const void *base) {
+// The names under which an object is registered in a context. A registration
+// shows up in several parts where others lie inside it.
+std::vector<Registration> registrations_of(const void *base,
+                                           const char *context) {
     std::vector<Registration> found;
-    for (netsnmp_subtree *tree = netsnmp_subtree_find_first(""); tree;
+    for (netsnmp_subtree *tree = netsnmp_subtree_find_first(context); tree;
          tree = tree->next)
         for (netsnmp_subtree *each = tree; each; each = each->children) {
-            if (!in_module(old_api_handler(each), base))
+            const struct variable *variable = old_api_variable(each);
+            if (!in_module(read_handler(variable), base))
                 continue;
             Registration one = {{each->name_a, each->name_a + each->namelen},
-                                each->priority};
+                                each->priority,
+                                {}};
+            one.variable.magic = variable->magic;
+            one.variable.type = variable->type;
+            one.variable.acl = variable->acl;
+            one.variable.findVar = variable->findVar;
             if (std::find(found.begin(), found.end(), one) == found.end())
                 found.push_back(std::move(one));
         }
     return found;
 }
 
+std::vector<std::string> contexts() {
+    std::vector<std::string> names;
+    for (subtree_context_cache *each = get_top_context_cache(); each != nullptr;
+         each = each->next)
+        names.emplace_back(each->context_name);
+    return names;
+}
+
+void offer_in(const char *context) {
+    for (const Module &module : modules) {
+        if (!registrations_of(module.base, context).empty())
+            continue;
+        for (Registration &each : registrations_of(module.base, ""))
+            register_mib_context("vrf", &each.variable, sizeof each.variable, 1,
+                                 each.name.data(), each.name.size(),
+                                 each.priority, 0, 0, nullptr, context, -1, 0);
+    }
+}
+
+// Before the agent asks whether there is such a context.
+int admit_context(int, int, void *server_argument, void *) {
+    const netsnmp_pdu *pdu =
+        static_cast<struct view_parameters *>(server_argument)->pdu;
+    if (pdu == nullptr || pdu->contextName == nullptr ||
+        pdu->contextNameLen == 0)
+        return SNMPERR_SUCCESS;
+    try {
+        std::string name(pdu->contextName, pdu->contextNameLen);
+        if (vrf_id(name) != 0)
+            offer_in(name.c_str());
+    } catch (const std::bad_alloc &) {
+        log_message(LOG_ERR, "a request in a context: no memory");
+    }
+    return SNMPERR_SUCCESS;
+}
+
 } // namespace
+
+bool modules_watch_contexts() {
+    return netsnmp_register_callback(
+               SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_ACM_CHECK_INITIAL,
+               admit_context, nullptr,
+               NETSNMP_CALLBACK_HIGHEST_PRIORITY) == SNMPERR_SUCCESS;
+}
 
 const void *module_loaded(notification_handler *handler) {
     const Module *module = find_or_add(reinterpret_cast<const void *>(handler));
@@ -124,9 +187,10 @@ const void *module_loaded(notification_handler *handler) {
 }
 
 void module_unloaded(const void *base) {
-    for (Registration &each : registrations_of(base))
-        unregister_mib_context(each.name.data(), each.name.size(),
-                               each.priority, 0, 0, "");
+    for (const std::string &context : contexts())
+        for (Registration &each : registrations_of(base, context.c_str()))
+            unregister_mib_context(each.name.data(), each.name.size(),
+                                   each.priority, 0, 0, context.c_str());
 }
 
 bool module_serves_set() {
@@ -138,7 +202,8 @@ bool module_serves_set() {
          each = each->next_variable) {
         netsnmp_subtree *tree =
             netsnmp_subtree_find(each->name, each->name_length, nullptr, "");
-        if (tree != nullptr && known_module(old_api_handler(tree)))
+        if (tree != nullptr &&
+            known_module(read_handler(old_api_variable(tree))))
             return true;
     }
     return false;

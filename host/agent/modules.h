@@ -20,6 +20,11 @@ void module_unloaded(const void *module);
 // a part in.
 bool module_serves_set();
 
+// From now on, a request whose context is the name of a VRF finds the modules'
+// objects there: a stock agent knows no context that nothing is registered in.
+// Names that are no VRF stay unknown to it.
+bool modules_watch_contexts();
+
 // Switches the debug log of every module that has one.
 void modules_set_debug(bool on);
 

@@ -18,14 +18,17 @@
 #include "host/base/log.h"
 #include "host/base/settings.h"
 #include "host/errors.h"
+#include "host/fabric/fabric.h"
+#include "host/fabric/results.h"
 #include "host/ipcbus/queue.h"
 #include "host/procd/protocol.h"
 
 namespace xfhost {
 namespace {
 
-uint32_t token = 0; // of the save that is waited for; 0: none
-Fd manager;         // readable once the system manager has ended
+uint32_t token = 0;  // of the save that is waited for; 0: none
+bool fabric = false; // whether it is one in the fabric
+Fd manager;          // readable once the system manager has ended
 unsigned alarm_id = 0;
 
 // Not fork-safe by itself: what a copy process forgets is only its own.
@@ -40,12 +43,31 @@ void forget() {
     token = 0;
 }
 
+// A save that never began has left no results: each switch gets one that says
+// so.
+void explain_to_fabric() {
+    std::vector<FabricResult> results;
+    std::vector<FabricSwitch> switches;
+    const Settings *s = settings();
+    if (!load_results(results) || !results.empty() || s == nullptr ||
+        !load_fabric(*s, switches).empty())
+        return;
+    for (const FabricSwitch &each : switches)
+        results.push_back({each.wwn, each.local, true, each.address,
+                           "The system manager ended before it began to "
+                           "save."});
+    if (!store_results(results))
+        log_message(LOG_ERR, "fabric results: %s", strerror(errno));
+}
+
 void deliver_failure(unsigned, void *) {
     alarm_id = 0;
     agent_drain(); // the restarted one may have spoken
     if (token == 0)
         return;
     log_message(LOG_WARNING, "%s", "the system manager ended during a save");
+    if (fabric)
+        explain_to_fabric();
     std::vector<uint8_t> payload = save_end_payload(err_manager_gone, token);
     deliver(ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
                         payload.size()));
@@ -76,9 +98,10 @@ Fd watch_process(pid_t pid) {
     return Fd(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)); // it is gone already
 }
 
-void watch_save(uint32_t request) {
+void watch_save(uint32_t request, bool in_fabric) {
     forget();
     token = request;
+    fabric = in_fabric;
     manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
     // While the module waits for the first answer, the main loop stands still.
     if (manager)
@@ -89,12 +112,25 @@ void watch_save(uint32_t request) {
     }
 }
 
+bool saves_in_fabric(const WireMessage &message) {
+    auto request = parse_save_request(message.payload);
+    return request && request->fabric;
+}
+
+// What an earlier save has left must not pass for this one's.
+void sending(const WireMessage &message, uint32_t sap) {
+    if (sap == IPCBUS_SAP_PROCD &&
+        message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
+        saves_in_fabric(message) && !clear_results())
+        log_message(LOG_ERR, "fabric results: %s", strerror(errno));
+}
+
 void sent(const WireMessage &message, uint32_t sap) {
     if (sap != IPCBUS_SAP_PROCD)
         return;
     if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
         message.token != 0)
-        watch_save(message.token);
+        watch_save(message.token, saves_in_fabric(message));
     else if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
              message.payload.size() >= 4 &&
              get_be32(message.payload.data()) == token)
@@ -119,7 +155,7 @@ bool wanted(const ipcbus_message &message) {
 } // namespace
 
 void save_watch_start() {
-    ipcbus_set_hooks({sent, wanted});
+    ipcbus_set_hooks({sending, sent, wanted});
 }
 
 bool save_watch_ends(const std::vector<uint8_t> &payload) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <set>
 
 #include <arpa/inet.h>
@@ -146,6 +147,14 @@ std::string local_wwn(const Settings &settings) {
     return std::find_if(switches.begin(), switches.end(),
                         [](const auto &each) { return each.local; })
         ->wwn;
+}
+
+std::vector<uint8_t> wwn_octets(const std::string &digits) {
+    std::vector<uint8_t> octets;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        octets.push_back(static_cast<uint8_t>(
+            strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
+    return octets;
 }
 
 } // namespace xfhost

@@ -7,6 +7,7 @@
 #ifndef HOST_FABRIC_FABRIC_H
 #define HOST_FABRIC_FABRIC_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,6 +37,9 @@ std::string load_fabric(const Settings &settings,
 // The world wide name of this switch as 16 digits: from the settings, else from
 // the file. Empty if it is not known.
 std::string local_wwn(const Settings &settings);
+
+// The octets of such a name; none of an empty one.
+std::vector<uint8_t> wwn_octets(const std::string &digits);
 
 } // namespace xfhost
 

@@ -71,6 +71,16 @@ bool store_results(const std::vector<FabricResult> &results) {
     return replace_durably(run.get(), file_name, text);
 }
 
+bool clear_results() {
+    bool cleared = true;
+    for (const Fd &directory : {open_state_directory(), open_run_directory()})
+        cleared =
+            directory &&
+            (unlinkat(directory.get(), file_name, 0) == 0 || errno == ENOENT) &&
+            cleared;
+    return cleared;
+}
+
 bool load_results(std::vector<FabricResult> &results) {
     results.clear();
     Fd state = open_state_directory(), run = open_run_directory();

@@ -26,6 +26,9 @@ std::vector<FabricResult> parse_results(std::string_view text);
 // Writes the file durably. False with errno set.
 bool store_results(const std::vector<FabricResult> &results);
 
+// Removes the results of an earlier save. False with errno set.
+bool clear_results();
+
 // Reads the file; no file is no results. False with errno set.
 bool load_results(std::vector<FabricResult> &results);
 

@@ -315,6 +315,8 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
             message.kind = WireKind::request;
         }
         std::string name = "sap." + std::to_string(destination->sap);
+        if (hooks.sending != nullptr && handle->lazy)
+            hooks.sending(message, destination->sap);
         if (send_to(handle, name, message) != 0)
             return -1;
         if (hooks.sent != nullptr && handle->lazy)

@@ -12,6 +12,8 @@
 #include <string>
 
 #include <fcntl.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "host/base/files.h"
@@ -19,6 +21,7 @@
 #include "host/base/settings.h"
 #include "host/base/startup_config.h"
 #include "host/errors.h"
+#include "host/fabric/fabric.h"
 #include "host/ipcbus/queue.h"
 #include "host/procd/protocol.h"
 
@@ -27,6 +30,10 @@ using namespace xfhost;
 namespace {
 
 constexpr int directory_startup = 2;
+
+// What a request and a few signs of life take up until they are read. A system
+// manager's socket holds few messages, and an abort has to find room.
+constexpr int most_unread = 4096;
 
 time_t monotonic_seconds() {
     struct timespec now;
@@ -79,6 +86,27 @@ ipcbus_message *await_response(ipcbus_handle queue, uint32_t token,
     }
 }
 
+// What of this process nobody has read yet, in the kernel's octets.
+int unread() {
+    int octets = 0;
+    if (!ipcbus_response_q->socket ||
+        ioctl(ipcbus_response_q->socket.get(), SIOCOUTQ, &octets) != 0)
+        return 0;
+    return octets;
+}
+
+// The name of this switch needs no system manager: the failure of a save is
+// asked about after its death, too.
+void *own_wwn() {
+    const Settings *s = settings();
+    std::vector<uint8_t> octets =
+        s == nullptr ? std::vector<uint8_t>() : wwn_octets(local_wwn(*s));
+    void *copy = octets.empty() ? nullptr : calloc(1, octets.size());
+    if (copy != nullptr)
+        memcpy(copy, octets.data(), octets.size());
+    return copy;
+}
+
 // NULL with errno set if the answer says nothing.
 void *copy_payload(const ipcbus_message &message) {
     errno = ENODATA;
@@ -88,6 +116,22 @@ void *copy_payload(const ipcbus_message &message) {
     void *copy = calloc(1, std::max<size_t>(payload.size(), 8));
     if (copy != nullptr)
         memcpy(copy, payload.data(), payload.size());
+    return copy;
+}
+
+// NULL with errno set if there is no answer.
+void *ask(uint32_t code, const std::vector<uint8_t> &payload, uint32_t service,
+          ipcbus_handle queue, uint32_t limit) {
+    const ipcbus_address to = {IPCBUS_NODE_LOCAL, service};
+    ipcbus_message *record = nullptr;
+    if (ipcbus_send(queue, &to, code, payload.data(),
+                    static_cast<uint32_t>(payload.size()), 0, 0, &record) != 0)
+        return nullptr;
+    ipcbus_message *answer =
+        await_response(queue, ipcbus_rr_token_get(record), limit);
+    ipcbus_drop(queue, record);
+    void *copy = answer == nullptr ? nullptr : copy_payload(*answer);
+    ipcbus_drop(queue, answer);
     return copy;
 }
 
@@ -115,6 +159,8 @@ int procd_cli_write_ascii_cfg(ipcbus_handle, const char *path) {
 }
 
 void procd_heartbeat(int state) {
+    if (unread() > most_unread)
+        return;
     uint8_t payload[4];
     put_be32(payload, static_cast<uint32_t>(state));
     const ipcbus_address procd = {IPCBUS_NODE_LOCAL, IPCBUS_SAP_PROCD};
@@ -133,20 +179,10 @@ int rpcq_req_resp(uint32_t code, uint32_t arg1, uint32_t arg2,
                   void **response) {
     *response = nullptr;
     try {
-        std::vector<uint8_t> payload =
-            rpc_payload(arg1, arg2, request, request_length);
-        const ipcbus_address to = {IPCBUS_NODE_LOCAL, service};
-        ipcbus_message *record = nullptr;
-        if (ipcbus_send(queue, &to, code, payload.data(),
-                        static_cast<uint32_t>(payload.size()), 0, 0,
-                        &record) != 0)
-            return -1;
-        ipcbus_message *answer =
-            await_response(queue, ipcbus_rr_token_get(record), limit);
-        ipcbus_drop(queue, record);
-        if (answer != nullptr)
-            *response = copy_payload(*answer);
-        ipcbus_drop(queue, answer);
+        *response = ask(code, rpc_payload(arg1, arg2, request, request_length),
+                        service, queue, limit);
+        if (*response == nullptr && code == PROCD_RPC_SWITCH_WWN)
+            *response = own_wwn();
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
     }

@@ -1,7 +1,6 @@
 #include "host/procd/manager.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
@@ -33,14 +32,6 @@ bool bind_point(int sap, ipcbus_handle &handle) {
         return true;
     log_message(LOG_ERR, "access point %d: %s", sap, strerror(errno));
     return false;
-}
-
-std::vector<uint8_t> wwn_octets(const std::string &digits) {
-    std::vector<uint8_t> octets;
-    for (size_t i = 0; i + 1 < digits.size(); i += 2)
-        octets.push_back(static_cast<uint8_t>(
-            strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
-    return octets;
 }
 
 } // namespace

@@ -5,7 +5,9 @@ import shutil
 import pytest
 
 import lab
+import manager
 import tftp_double
+from saves import RUNNING_TEXT
 
 
 def pytest_sessionfinish(session, exitstatus):
@@ -76,3 +78,32 @@ def trap_receiver(tmp_path):
     yield receiver
     receiver.stop()
     print(f"--- snmptrapd\n{receiver.log}")
+
+
+@pytest.fixture
+def with_manager(tmp_path):
+    """Makes an agent and its procd, with the same settings."""
+    agents = []
+
+    def make(*arguments, start=True, **settings):
+        folder = tmp_path / f"agent-{len(agents)}"
+        folder.mkdir()
+        agent = manager.SavingAgent(folder, *arguments, **settings)
+        agents.append(agent)
+        agent.start().running_config(RUNNING_TEXT)
+        if start:
+            agent.manager.start()
+        return agent
+    yield make
+    for agent in agents:
+        agent.manager.close()
+        agent.close()
+
+
+@pytest.fixture
+def fabric(tmp_path):
+    folder = tmp_path / "fabric"
+    folder.mkdir()
+    made = manager.Fabric(folder)
+    yield made
+    made.close()

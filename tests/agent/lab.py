@@ -34,7 +34,7 @@ class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
     def __init__(self, folder, extra_configuration="", after="",
-                 movable_clock=False, **settings):
+                 movable_clock=False, clock_speed=None, **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -50,6 +50,7 @@ class Agent(Program):
                                       f"dlmod config_copy_mib {MODULE}\n" +
                                       after)
         self.clock = folder / "clock" if movable_clock else None
+        self.clock_speed = clock_speed
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
             "state_directory": self.state, "tftp_port": self.tftp_port,
@@ -63,9 +64,12 @@ class Agent(Program):
     def environment(self):
         preload = sanitizer_libraries()
         environment = dict(os.environ)
-        if self.clock:
+        if self.clock or self.clock_speed:
             preload.append(MOVABLE_CLOCK)
+        if self.clock:
             environment["MOVABLE_CLOCK"] = str(self.clock)
+        if self.clock_speed:
+            environment["MOVABLE_CLOCK_SPEED"] = str(self.clock_speed)
         if preload:
             environment["LD_PRELOAD"] = " ".join(preload)
         for key, value in self.settings.items():

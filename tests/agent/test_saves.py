@@ -2,7 +2,6 @@
 
 import os
 import signal
-import socket
 import subprocess
 import threading
 import time
@@ -11,80 +10,16 @@ import pytest
 
 import lab
 import manager
-from snmp import (ACTIVE, COMPLETION, DESTROY, FAILED, IN_PROGRESS, ROOT,
-                  RUNNING, STARTUP, SUCCESSFUL, TRUE, go, name, row)
+from saves import (ALL_STARTUP, FABRIC_STARTUP, RUNNING_TEXT, SAVE_FAILED,
+                   SAVE_REFUSED, completions, errors, keep_startup,
+                   nothing_left, save, startup)
+from snmp import (ACTIVE, DESTROY, FAILED, IN_PROGRESS, STARTUP, SUCCESSFUL,
+                  TRUE, row)
 from tools import children_of, wait_for
-
-FABRIC_STARTUP, ALL_STARTUP = 6, 7
-SAVE_REFUSED, SAVE_FAILED = 8, 9
-ERROR_ENTRY = ROOT + ".1.1.2.1"
-RUNNING_TEXT = b"hostname one\nvlan 7\n"
-
-
-def save(index, to=STARTUP, **more):
-    return go(row(index, xfCopySourceFileType=RUNNING, xfCopyDestFileType=to,
-                  **more))
-
-
-@pytest.fixture
-def with_manager(tmp_path):
-    """Makes an agent and its procd, with the same settings."""
-    agents = []
-
-    def make(*arguments, start=True, **settings):
-        folder = tmp_path / f"agent-{len(agents)}"
-        folder.mkdir()
-        agent = manager.SavingAgent(folder, *arguments, **settings)
-        agents.append(agent)
-        agent.start().running_config(RUNNING_TEXT)
-        if start:
-            agent.manager.start()
-        return agent
-    yield make
-    for agent in agents:
-        agent.manager.close()
-        agent.close()
-
-
-@pytest.fixture
-def fabric(tmp_path):
-    folder = tmp_path / "fabric"
-    folder.mkdir()
-    made = manager.Fabric(folder)
-    yield made
-    made.close()
-
-
-def completions(receiver):
-    """Row index and state of every xfCopyCompletion that came."""
-    state = name("xfCopyState")
-    return [(varbind.rpartition(".")[2], value)
-            for trap in receiver.received
-            if any(value.startswith(COMPLETION + ".") for _, value in trap)
-            for varbind, value in trap if varbind.startswith(state + ".")]
-
-
-def startup(agent):
-    file = agent.state / "startup" / "system.cfg"
-    return file.read_bytes() if file.exists() else None
-
-
-def keep_startup(agent, content):
-    folder = agent.state / "startup"
-    folder.mkdir(mode=0o700, exist_ok=True)
-    (folder / "system.cfg").write_bytes(content)
-    (folder / "system.cfg").chmod(0o600)
-    return content
 
 
 def temporary(agent):
     return (agent.state / "startup" / ".system.cfg.new").exists()
-
-
-def nothing_left(agent):
-    """No trace of a save that has ended."""
-    assert not (agent.state / "save-in-progress").exists()
-    assert not children_of(agent.manager.pid)
 
 
 def start_slow_save(agent, index=1, **more):
@@ -114,46 +49,6 @@ def test_empty_running_configuration(with_manager):
     agent.station.set(save(1))
     agent.succeeds(1)
     assert startup(agent) == b""
-
-
-def ask_uptime(port):
-    """Seconds that one GET takes, without the time to start a tool."""
-    get = build_get(b"private", (1, 3, 6, 1, 2, 1, 1, 3, 0))
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as station:
-        station.settimeout(5)
-        start = time.monotonic()
-        station.sendto(get, ("127.0.0.1", port))
-        assert station.recv(2000)
-        return time.monotonic() - start
-
-
-def tlv(tag, content):
-    assert len(content) < 128
-    return bytes([tag, len(content)]) + content
-
-
-def build_get(community, name):
-    encoded = bytes([40 * name[0] + name[1], *name[2:]])
-    varbind = tlv(0x30, tlv(6, encoded) + tlv(5, b""))
-    number = tlv(2, b"\0")
-    pdu = tlv(0xA0, tlv(2, b"\x11\x22\x33\x44") + number + number +
-              tlv(0x30, varbind))
-    return tlv(0x30, tlv(2, b"\1") + tlv(4, community) + pdu)
-
-
-def test_agent_answers_while_a_save_takes_long(with_manager):
-    agent = with_manager(save_delay_seconds=4)
-    start = time.monotonic()
-    start_slow_save(agent)
-    times = []
-    while agent.station.get("xfCopyState", 1) == IN_PROGRESS:
-        times += [ask_uptime(agent.port) for _ in range(20)]
-        assert time.monotonic() < start + 30
-    assert time.monotonic() - start >= 4
-    assert len(times) >= 100
-    assert max(times) < 0.1
-    agent.succeeds(1)
-    assert startup(agent) == RUNNING_TEXT
 
 
 def test_one_save_at_a_time(with_manager):
@@ -210,15 +105,11 @@ def test_request_that_is_refused(with_manager, trap_receiver):
     nothing_left(agent)
 
 
-def kill(agent):
-    agent.manager.kill()
-
-
 def test_manager_killed_and_restarted(with_manager):
     agent = with_manager(save_delay_seconds=30, manager_restart_seconds=60)
     old = keep_startup(agent, b"hostname old\n")
     start_slow_save(agent)
-    kill(agent)
+    agent.manager.kill()
     time.sleep(0.5)
     assert agent.station.get("xfCopyState", 1) == IN_PROGRESS
     agent.manager.settings["save_delay_seconds"] = 0
@@ -237,7 +128,7 @@ def test_manager_killed_for_good(with_manager, trap_receiver):
                          save_delay_seconds=30, manager_restart_seconds=2)
     old = keep_startup(agent, b"hostname old\n")
     start_slow_save(agent, xfCopyNotificationOnCompletion=TRUE)
-    kill(agent)
+    agent.manager.kill()
     assert agent.fails(1, seconds=8) == SAVE_FAILED
     assert wait_for(lambda: completions(trap_receiver), "the notification") \
         == [("1", str(FAILED))]
@@ -260,7 +151,7 @@ def test_killed_at_any_moment_leaves_a_whole_file(with_manager):
         agent.running_config(text)
         agent.station.set(save(number + 1))
         time.sleep(number * 0.006)
-        kill(agent)
+        agent.manager.kill()
         now = startup(agent)
         print("after the kill:", "new" if now == text else "old")
         assert now in (before, text)
@@ -279,7 +170,7 @@ def test_manager_killed_while_the_agent_waits(with_manager):
     asking.start()
     time.sleep(1)
     assert asking.is_alive()
-    kill(agent)
+    agent.manager.kill()
     asking.join(5)
     assert not asking.is_alive()
     assert agent.fails(1, seconds=5) == SAVE_FAILED
@@ -300,24 +191,6 @@ def test_manager_that_is_ended(with_manager):
     assert agent.manager.stop() == 0
     assert agent.fails(1, seconds=5) == SAVE_FAILED
     assert not (agent.state / "save-in-progress").exists()
-
-
-def errors(agent, index):
-    """The rows of the error table: device number to (type, address, WWN,
-    text)."""
-    station = agent.station
-    found = {}
-    for oid, _ in station.walk(oid=f"{ERROR_ENTRY}.2.{index}"):
-        device = int(oid.rpartition(".")[2])
-
-        def read(column, *options):
-            text = station.run("snmpget", "-Oqv", *options, station.peer,
-                               f"{ERROR_ENTRY}.{column}.{index}.{device}")
-            return text.strip().strip('"')
-        address = bytes.fromhex(read(3, "-Ox"))
-        found[device] = (int(read(2)), socket.inet_ntoa(address),
-                         ":".join(read(4, "-Ox").lower().split()), read(5))
-    return found
 
 
 def test_every_switch_of_the_fabric(with_manager, fabric):
@@ -448,7 +321,7 @@ def test_fabric_save_interrupted(with_manager, fabric):
              results.read_text().count(" done ") == 2, "two results")
     connections = children_of(agent.manager.pid)
     assert connections
-    kill(agent)
+    agent.manager.kill()
     wait_for(lambda: not any(os.path.exists(f"/proc/{pid}")
                              for pid in connections),
              "the connections to end with their manager", 5)
@@ -457,3 +330,27 @@ def test_fabric_save_interrupted(with_manager, fabric):
     rows = errors(agent, 1)
     assert [each[1:] for each in rows.values()] == [
         (late.address, late.wwn, "The save ended before this switch answered.")]
+
+
+def test_fabric_save_whose_manager_is_gone_for_good(with_manager, fabric,
+                                                    trap_receiver):
+    """Nobody starts it again: the agent tells the end, and the rows are there
+    without a manager."""
+    good = fabric.add("good").start()
+    late = fabric.add("late", command="exec sleep 20").start()
+    agent = with_manager(
+        f"trap2sink 127.0.0.1:{trap_receiver.port} public\n",
+        **fabric.settings(fabric_switch_seconds=30, manager_restart_seconds=1))
+    agent.station.set(save(1, FABRIC_STARTUP,
+                           xfCopyNotificationOnCompletion=TRUE))
+    results = agent.state / "fabric-results"
+    wait_for(lambda: results.exists() and
+             results.read_text().count(" done ") == 2, "two results")
+    agent.manager.kill()
+    assert agent.fails(1, seconds=10) == SAVE_FAILED
+    assert wait_for(lambda: completions(trap_receiver), "the notification") \
+        == [("1", str(FAILED))]
+    assert [each[1:] for each in errors(agent, 1).values()] == [
+        (late.address, late.wwn, "The save ended before this switch answered.")]
+    assert (good.state / "startup" / "system.cfg").read_text() == \
+        "hostname good\n"

@@ -6,8 +6,9 @@ import subprocess
 import pytest
 
 import lab
-from snmp import (BAD_FILE_NAME, NETWORK, NO_CONFIG, NO_MEMORY, RUNNING,
-                  STARTUP, STAY_STAGED, TIMEOUT, UNKNOWN, go, row)
+from snmp import (BAD_FILE_NAME, CREATE_AND_WAIT, NETWORK, NO_CONFIG,
+                  NO_MEMORY, RUNNING, STARTUP, STAY_STAGED, TIMEOUT, UNKNOWN,
+                  Failure, Station, go, row)
 from tools import Program, ipv6_loopback, wait_for
 from transfer_servers import (PASSWORD, USER, Servers, needs_servers,
                               why_no_network_namespaces)
@@ -377,6 +378,73 @@ def test_tftp_in_vrfs(make_installed, vrfs, tmp_path):
             server.stop()
     for vrf in vrfs:
         assert (made[vrf].files / "up").read_text() == f"hostname {vrf}\n"
+
+
+def in_context(agent, vrf):
+    return Station(agent.station.peer, agent.alice.who + ["-n", vrf])
+
+
+@needs_namespaces
+@pytest.mark.parametrize("protocol", ["ftp"])
+def test_vrf_of_the_request(make_installed, servers, vrfs, protocol):
+    """The context that a user asks in names it; a row's own VRF wins."""
+    red, blue = vrfs
+    made = servers_in(vrfs, servers, protocol, 4080)
+    agent = agent_for(make_installed, made[red], protocol,
+                      chassis_type=VRF_CHASSIS)
+    for index, vrf in enumerate(vrfs, 1):
+        agent.running_config(b"hostname to-" + vrf.encode() + b"\n")
+        user = in_context(agent, vrf)
+        user.set(go(copy(index, protocol, RUNNING, NETWORK, "up", ADDRESS)))
+        agent.succeeds(index)
+        assert user.rows() == agent.station.rows()
+        assert agent.accounting()[-1].endswith(f'vrf {vrf} (SUCCESS)"')
+        made[vrf].offer("new", b"hostname from-" + vrf.encode() + b"\n")
+        user.set(go(copy(index + 10, protocol, NETWORK, RUNNING, "new",
+                         ADDRESS)))
+        agent.succeeds(index + 10)
+        assert agent.running_config() == \
+            b"hostname from-" + vrf.encode() + b"\n"
+    for vrf in vrfs:
+        assert made[vrf].content("up") == b"hostname to-" + vrf.encode() + b"\n"
+    agent.running_config(b"hostname own\n")
+    in_context(agent, red).set(go(copy(20, protocol, RUNNING, NETWORK, "own",
+                                       ADDRESS, xfCopyVRFName=blue)))
+    agent.succeeds(20)
+    assert made[blue].content("own") == b"hostname own\n"
+    assert not (made[red].files / "own").exists()
+
+
+@needs_namespaces
+def test_contexts_come_with_their_vrf(make_agent):
+    """And stay when it goes: its context id is 0 then."""
+    agent = make_agent(chassis_type=VRF_CHASSIS)
+    with NetworkNamespaces("green") as (green,):
+        user = in_context(agent, green)
+        user.set(row(1, xfCopyEntryRowStatus=CREATE_AND_WAIT))
+        for _ in range(2):
+            agent.hang_up()
+            walked = user.walk()
+            assert len(set(walked)) == len(walked) > 0
+            assert walked == agent.station.walk()
+    user.set(go(copy(2, "ftp", RUNNING, NETWORK, "up", ADDRESS)))
+    assert agent.fails(2) == UNKNOWN
+    assert [each for each in agent.accounting() if "://" in each] == []
+
+
+def test_context_that_is_no_vrf(make_agent):
+    """A stock agent counts such a request and does not answer it."""
+    agent = make_agent(chassis_type=VRF_CHASSIS)
+    request = go(copy(1, "ftp", RUNNING, NETWORK, "up"))
+    for count, name in enumerate(["no-such-vrf", "../x", "lo"], 1):
+        with pytest.raises(Failure, match="No Response"):
+            in_context(agent, name).run(
+                "snmpset", "-t", "0.5", agent.station.peer,
+                *(word for varbind in request for word in varbind))
+        unknown_contexts = agent.station.run(
+            "snmpget", "-Oqv", agent.station.peer, ".1.3.6.1.6.3.12.1.5.0")
+        assert int(unknown_contexts) == count
+    assert agent.station.rows() == []
 
 
 @pytest.mark.parametrize("protocol", SCRIPTS + ["tftp"])

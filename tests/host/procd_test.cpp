@@ -278,9 +278,19 @@ TEST_F(Procd, RequestServiceKnowsNothingElse) {
     EXPECT_EQ(ends.size(), 1u);
 }
 
+TEST(ProcdGone, NameOfThisSwitchIsStillKnown) {
+    void *wwn = nullptr;
+    ASSERT_EQ(
+        rpcq_req_resp(1282, 1, 0, nullptr, 0, 46, ipcbus_response_q, 60, &wwn),
+        0);
+    const uint8_t expected[8] = {0x10, 0, 0, 5, 0x1e, 0x34, 1, 0xff};
+    EXPECT_EQ(memcmp(wwn, expected, 8), 0);
+    free(wwn);
+}
+
 TEST(ProcdGone, CallsFailAtOnce) {
     void *response = &response;
-    EXPECT_NE(rpcq_req_resp(1282, 1, 0, nullptr, 0, 46, ipcbus_response_q, 60,
+    EXPECT_NE(rpcq_req_resp(1283, 1, 0, nullptr, 0, 46, ipcbus_response_q, 60,
                             &response),
               0);
     EXPECT_EQ(response, nullptr);
