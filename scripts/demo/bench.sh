@@ -95,7 +95,7 @@ END
 start_procd() {
     "$XF_ROOT/brim/bin/procd" </dev/null >"$bench/procd.log" 2>&1 &
     started+=($!)
-    until_true 20 grep -q ready "$bench/procd.log" ||
+    until_true 20 grep -qs ready "$bench/procd.log" ||
         { cat "$bench/procd.log" >&2; die "procd does not start"; }
 }
 
