@@ -192,7 +192,7 @@ Everything is left running. To go on by hand:
 The SFTP user is operator, with the password $password.
 A row is deleted some five to seven minutes after its creation. To end:
 
-    $([ "$(id -u)" = 0 ] || echo 'sudo ')kill ${started[*]}
+    $([ "$(id -u)" = 0 ] || echo 'sudo ')kill ${started[*]}; sleep 2
     rm -rf $bench${results_are_ours:+ /tmp/configcopy.txt}${run_sshd_is_ours:+ /run/sshd}
 END
     exit 0
