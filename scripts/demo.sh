@@ -75,7 +75,7 @@ send CONT "$tftp_server"
 finish 1 3
 checked "the copy was successful"
 show cat "$bench/server/rack4.cfg"
-cmp "$bench/server/rack4.cfg" "$bench/running.before"
+cmp "$bench/server/rack4.cfg" "$bench/running.before" || die "not the same"
 checked "the file on the server is the running configuration, octet by octet"
 
 say "The row asked for a notification. This is what snmptrapd received:"
@@ -94,22 +94,23 @@ transfer 2 tftp networkFile runningConfig edited.cfg
 finish 2 3
 running >"$bench/running.after"
 show diff "$bench/running.before" "$bench/running.after" || true
-grep -qx 'hostname rack4-spare' "$bench/running.after"
-grep -qx '  name cameras' "$bench/running.after"
-! grep -q contact "$bench/running.after"
+grep -qx 'hostname rack4-spare' "$bench/running.after" &&
+    grep -qx '  name cameras' "$bench/running.after" &&
+    ! grep -q contact "$bench/running.after" ||
+    die "the running configuration is another one"
 checked "the running configuration has changed as the file says"
 
 say "3. A copy that must fail: the server has no such file."
 transfer 3 tftp networkFile runningConfig missing.cfg
 fails 3 2
 until_true 20 notified 3 || die "no notification"
-running | cmp - "$bench/running.after"
+running | cmp - "$bench/running.after" || die "the configuration has changed"
 checked "failed, because of the file name; the configuration is as it was"
 
 # --- SFTP -------------------------------------------------------------------
 
-say "4. The same by SFTP, with an OpenSSH sshd on the server. A server whose host
-key the switch does not know is not trusted:"
+say "4. The same by SFTP, with an OpenSSH sshd on the server. A server whose
+host key the switch does not know is not trusted:"
 transfer 4 sftp runningConfig networkFile secure.cfg
 fails 4 1
 [ ! -e "$bench/server/secure.cfg" ] || die "the file was sent all the same"
@@ -121,7 +122,7 @@ show "$XF_ROOT/brim/bin/xfenrol" "$server" \
     "$(ssh-keygen -l -f "$bench/sftp/host_key.pub" | cut -d ' ' -f 2)"
 transfer 5 sftp runningConfig networkFile secure.cfg
 finish 5 3
-cmp "$bench/server/secure.cfg" "$bench/running.after"
+cmp "$bench/server/secure.cfg" "$bench/running.after" || die "not the same"
 checked "the file on the server is the running configuration, octet by octet"
 
 say "And from the server to the running configuration:"
@@ -132,7 +133,8 @@ transfer 6 sftp networkFile runningConfig name.cfg
 finish 6 3
 running >"$bench/running.secure"
 show diff "$bench/running.after" "$bench/running.secure" || true
-grep -qx 'hostname rack4-secure' "$bench/running.secure"
+grep -qx 'hostname rack4-secure' "$bench/running.secure" ||
+    die "the name is another one"
 [ "$(diff "$bench/running.after" "$bench/running.secure" |
     grep -c '^[<>]')" = 2 ] || die "more has changed than the name"
 checked "the name has changed, and nothing else"
@@ -142,11 +144,14 @@ checked "the name has changed, and nothing else"
 say "5. Running to startup configuration: what the switch will start with."
 save 7 startupConfig
 finish 7 3
-startup | cmp - "$bench/running.secure"
+startup | cmp - "$bench/running.secure" || die "not the same"
 checked "the startup configuration is the running configuration"
 
-say "6. The same in the whole fabric, while the switch south is down. These are the
-switches:"
+say "6. After one more change the same in the whole fabric, while the switch south
+is down. These are the switches:"
+echo 'contact night shift' >"$bench/change.cfg"
+"$qsh" --apply "$bench/change.cfg" "$bench/results"
+running >"$bench/running.last"
 show cat "$XF_FABRIC_FILE"
 save 8 fabricStartupConfig
 fails 8 9
@@ -157,8 +162,11 @@ show snmpwalk "$agent" "$error_object"
 say "As a person would read it:"
 error_table 8 | tee "$bench/errors"
 [ "$(wc -l <"$bench/errors")" = 2 ] || die "one row was expected"
-grep -q "^$south .*south .*Connection refused" "$bench/errors"
-grep -qx 'hostname north' "$bench/north/state/startup/system.cfg"
+grep -q "^$south .*south .*Connection refused" "$bench/errors" ||
+    die "the row does not tell of south"
+startup | cmp - "$bench/running.last" || die "this switch has not saved"
+grep -qx 'hostname north' "$bench/north/state/startup/system.cfg" ||
+    die "north has not saved"
 [ ! -e "$bench/south/state/startup/system.cfg" ] || die "south was saved"
 checked "this switch and north have saved; south has not, and the table says so"
 
@@ -166,7 +174,8 @@ say "South comes up, and the save is repeated."
 start_switch south "$south"
 save 9 fabricStartupConfig
 finish 9 3
-grep -qx 'hostname south' "$bench/south/state/startup/system.cfg"
+grep -qx 'hostname south' "$bench/south/state/startup/system.cfg" ||
+    die "south has not saved"
 checked "now south has saved, too"
 
 # --- the end ----------------------------------------------------------------

@@ -37,8 +37,8 @@ SEED = int(os.environ.get("XF_TEST_SEED", "20240611"))
 COPIES = 200
 # What is used for the first time takes its memory in the first half.
 SETTLED, MEASURED = 100, 20
-# The allocator's own play. One leaked row a copy would be 100 KiB or more in the
-# second half.
+# The allocator's own play. One leaked row a copy would be 100 KiB or more in
+# the second half.
 PLAY_KIB = 48
 ROWS_KEPT = 4
 
@@ -811,7 +811,8 @@ def test_mixed_copies(bench, capsys):
         print(f"copy {index}: {said}")
         start = time.monotonic()
         run.one(index, kind)
-        print(f"    {outcome_of(run, index)}, {time.monotonic() - start:.1f} s")
+        seconds = time.monotonic() - start
+        print(f"    {outcome_of(run, index)}, {seconds:.1f} s")
         outcomes[said, outcome_of(run, index)] += 1
         if index % MEASURED == 0:
             memory[index] = bench.agent.resident_kib()
