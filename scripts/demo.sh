@@ -2,6 +2,8 @@
 # Shows copies through a stock SNMP agent, each step checked.
 #   --keep   leaves everything running and prints how to go on by hand
 source "$(dirname "$0")/lib.sh"
+source "$top/scripts/demo/bench.sh"
+source "$top/scripts/demo/snmp.sh"
 
 keep=false
 case "${1-}" in
@@ -12,204 +14,39 @@ esac
 
 say() { printf '\n%s\n' "$*"; }
 
-show() {
-    printf '$ %s\n' "$*"
+show() { # shows a command as one would type it, and runs it
+    local word line=
+    for word in "$@"; do
+        case $word in *' '*) word="'$word'" ;; esac
+        line+=" $word"
+    done
+    printf '$%s\n' "$line"
     "$@"
 }
 
 checked() { printf '    checked: %s\n' "$*"; }
 
-# Every started process by its id; in.tftpd needs sudo for an ordinary user.
-started=()
+running() { "$qsh" -c "show running-config"; }
 
-send() { # SIGNAL PID
-    kill "-$1" "$2" 2>/dev/null ||
-        { [ -d "/proc/$2" ] && as_root kill "-$1" "$2"; }
-}
+startup() { "$qsh" -c "show startup-config"; }
 
-children_of() { cat "/proc/$1/task/$1/children" 2>/dev/null || true; }
+saving() { [ -e "$XF_STATE_DIRECTORY/save-in-progress" ]; }
 
-gone() {
-    local pid
-    for pid in "${started[@]}"; do
-        # A zombie of ours is gone as well.
-        ! grep -qs '^State:[[:space:]]*[^Z]' "/proc/$pid/status" || return 1
-    done
-}
-
-stop_all() {
-    local pid
-    # in.tftpd has processes of its own that linger after a transfer.
-    [ -z "${tftp_server-}" ] || started+=($(children_of "$tftp_server"))
-    for pid in "${started[@]}"; do
-        send CONT "$pid" 2>/dev/null || true
-        send TERM "$pid" 2>/dev/null || true
-    done
-    if ! until_true 10 gone; then
-        for pid in "${started[@]}"; do
-            send KILL "$pid" 2>/dev/null || true
-        done
-    fi
-    if [ -n "${results_are_ours-}" ]; then
-        rm -f /tmp/configcopy.txt
-    fi
-    [ -z "${bench-}" ] || rm -rf "$bench"
-}
-
-until_true() { # SECONDS COMMAND...
-    local end=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        [ $SECONDS -lt $end ] || return 1
-        sleep 0.05
-    done
-}
-
-free_port() {
-    python3 -c 'import socket
-probe = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-probe.bind(("", 0))
-print(probe.getsockname()[1])'
-}
-
-bound() { # ADDRESS PORT
-    python3 -c 'import socket, sys
-probe = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-try:
-    probe.bind((sys.argv[1], int(sys.argv[2])))
-except OSError:
-    sys.exit(0)
-sys.exit(1)' "$1" "$2"
-}
-
-# --- what snmpset and snmpget are given -------------------------------------
-
-table=1.3.6.1.4.1.32473.1.1.1.1.1.1
-notification=1.3.6.1.4.1.32473.1.1.2.1.2
-declare -A column=(
-    [xfCopyProtocol]=2 [xfCopySourceFileType]=3 [xfCopyDestFileType]=4
-    [xfCopyServerAddress]=5 [xfCopyFileName]=6
-    [xfCopyNotificationOnCompletion]=9 [xfCopyState]=10 [xfCopyFailCause]=13
-    [xfCopyEntryRowStatus]=14)
-declare -A number=(
-    [tftp]=1 [networkFile]=1 [runningConfig]=4 [true]=1 [createAndGo]=4
-    [destroy]=6)
-
-object() { # COLUMN ROW
-    if $names; then echo "$1.$2"; else echo "$table.${column[$1]}.$2"; fi
-}
-
-value() { if $names; then echo "$1"; else echo "${number[$1]}"; fi; }
-
-copy() { # ROW SOURCE DESTINATION FILE
-    show snmpset "$agent" \
-        "$(object xfCopyProtocol "$1")" i "$(value tftp)" \
-        "$(object xfCopySourceFileType "$1")" i "$(value "$2")" \
-        "$(object xfCopyDestFileType "$1")" i "$(value "$3")" \
-        "$(object xfCopyServerAddress "$1")" a 127.0.0.2 \
-        "$(object xfCopyFileName "$1")" s "$4" \
-        "$(object xfCopyNotificationOnCompletion "$1")" i "$(value true)" \
-        "$(object xfCopyEntryRowStatus "$1")" i "$(value createAndGo)"
-}
-
-shown() { # COLUMN ROW: shows it and leaves the number in $got
-    printf '$ snmpget %s %s\n' "$agent" "$(object "$1" "$2")"
-    snmpget "$agent" "$(object "$1" "$2")"
-    got=$(snmpget -Oqve "$agent" "$(object "$1" "$2")")
-}
-
-ended() { [ "$(snmpget -Oqve "$agent" "$(object xfCopyState "$1")")" -gt 2 ]; }
-
-notified() { grep -q "\.2\.1\.2\.$1\b\|xfCopyCompletion\.$1\b" "$bench/traps.log"; }
-
-finish() { # ROW STATE
-    until_true 30 ended "$1" || die "the copy does not end"
-    shown xfCopyState "$1"
-    [ "$got" = "$2" ] || die "xfCopyState is $got"
-}
-
-# --- the bench --------------------------------------------------------------
-
-start_agent() {
-    cat >"$bench/snmpd.conf" <<END
-rwcommunity private 127.0.0.1
-trap2sink 127.0.0.1:$trap_port public
-dlmod config_copy_mib $module
-END
-    (cd "$bench/staging" && exec snmpd -f -Lf "$bench/snmpd.log" -C \
-        -c "$bench/snmpd.conf" -I -smux "udp:$agent") \
-        </dev/null >>"$bench/snmpd.log" 2>&1 &
-    started+=($!)
-    until_true 20 snmpget -t 1 -r 0 "$agent" 1.3.6.1.2.1.1.3.0 \
-        >/dev/null 2>&1 || { cat "$bench/snmpd.log" >&2
-                             die "snmpd does not answer"; }
-}
-
-start_trap_receiver() {
-    echo 'disableAuthorization yes' >"$bench/snmptrapd.conf"
-    snmptrapd -f -Lo -C -c "$bench/snmptrapd.conf" -n \
-        -F 'received\n%V\n    %v\n' "udp:127.0.0.1:$trap_port" \
-        </dev/null >"$bench/traps.log" 2>"$bench/snmptrapd.log" &
-    started+=($!)
-    until_true 20 bound 127.0.0.1 "$trap_port" || die "snmptrapd does not start"
-}
-
-start_tftp_server() {
-    local root=()
-    [ "$(id -u)" = 0 ] || root=(sudo -n)
-    "${root[@]}" /usr/sbin/in.tftpd -L -a "127.0.0.2:$XF_TFTP_PORT" \
-        -u nobody -s -c "$bench/server" \
-        </dev/null >"$bench/tftpd.log" 2>&1 &
-    tftp_server=$!
-    started+=("$tftp_server")
-    until_true 20 bound 127.0.0.2 "$XF_TFTP_PORT" ||
-        die "in.tftpd does not start"
-    # Behind sudo it is a child's child.
-    if [ "$(id -u)" != 0 ]; then
-        while child=$(children_of "$tftp_server") && [ -n "$child" ]; do
-            tftp_server=${child%% *}
-            started+=("$tftp_server")
-        done
-    fi
-}
+# Addresses of the loopback interface: the server, and the other two switches.
+server=127.0.0.2 north=127.0.0.21 south=127.0.0.22
 
 echo "Installing what is missing, building what the demonstration needs"
 install_packages
 fetch_base_mibs
-build build -- configcopymib xfplatform qsh
+build build -- configcopymib xfplatform qsh procd transfer_programs
+start_bench
 
-[ -e /tmp/configcopy.txt ] || results_are_ours=yes
-trap stop_all EXIT
-bench=$(mktemp -d /tmp/xfdemo.XXXXXX)
-chmod 755 "$bench"
-mkdir -m 700 "$bench/staging" "$bench/state" "$bench/run" "$bench/persistent"
-mkdir -m 777 "$bench/server"
-chmod 777 "$bench/server"
-
-names=false
-export MIBS='' MIBDIRS=''
-if [ -d "$top/.cache/mibs" ]; then
-    names=true
-    export MIBS=XF-CONFIG-COPY-MIB MIBDIRS="$top/.cache/mibs:$top/build/mibs"
-fi
-export SNMPCONFPATH=$bench SNMP_PERSISTENT_DIR=$bench/persistent
-printf 'defVersion 2c\ndefCommunity private\n' >"$bench/snmp.conf"
-XF_TFTP_PORT=$(free_port)
-export XF_TFTP_PORT XF_ROOT=$top/build/root
-export XF_RUN_DIRECTORY=$bench/run XF_STATE_DIRECTORY=$bench/state
-module=$(find "$top/build/infra" -name libconfigcopymib.so)
-qsh=$XF_ROOT/brim/bin/qsh
-agent=127.0.0.1:$(free_port)
-trap_port=$(free_port)
-
-start_trap_receiver
-start_agent
-start_tftp_server
-
-# --- the demonstration ------------------------------------------------------
-
-say "A stock snmpd has loaded the module, in.tftpd serves an empty folder on
-127.0.0.2, snmptrapd listens. The switch runs this configuration:"
+say "This machine plays a switch: a stock snmpd on $agent has loaded the
+module, procd keeps the startup configuration, snmptrapd listens. A server on
+$server offers one empty folder by TFTP and SFTP. Two more switches, north
+($north) and south ($south), make up the fabric with it. The commands
+below need no community: their configuration file has it. The switch runs this
+configuration:"
 cat >"$bench/first.cfg" <<'END'
 hostname rack4-switch2
 contact operations
@@ -220,14 +57,17 @@ interface eth1
   description uplink
   vlan 10
 END
-"$qsh" --apply "$bench/first.cfg" "$bench/first.results"
+"$qsh" --apply "$bench/first.cfg" "$bench/results"
 show "$qsh" -c "show running-config"
-"$qsh" -c "show running-config" >"$bench/running.before"
+running >"$bench/running.before"
 
-say "One request creates a row and starts the copy to the server. The server is
-held for a moment, so that the row can be seen while its copy runs."
+# --- TFTP -------------------------------------------------------------------
+
+say "1. Running configuration to the server, by TFTP. One request creates a row
+and starts its copy. The server is held for a moment, so that the row can be
+seen while its copy runs."
 send STOP "$tftp_server"
-copy 1 runningConfig networkFile rack4.cfg
+transfer 1 tftp runningConfig networkFile rack4.cfg
 shown xfCopyState 1
 [ "$got" = 2 ] || die "the copy does not run"
 checked "the copy is running"
@@ -235,41 +75,116 @@ send CONT "$tftp_server"
 finish 1 3
 checked "the copy was successful"
 show cat "$bench/server/rack4.cfg"
-cmp "$bench/server/rack4.cfg" "$bench/running.before"
+cmp "$bench/server/rack4.cfg" "$bench/running.before" || die "not the same"
 checked "the file on the server is the running configuration, octet by octet"
 
 say "The row asked for a notification. This is what snmptrapd received:"
 until_true 20 notified 1 || die "no notification"
 awk '/^received$/ { text = ""; next } { text = text "\n    " $0 }
     END { print substr(text, 2) }' "$bench/traps.log"
-checked "xfCopyCompletion was received"
+checked "xfCopyCompletion was received (a success has fail cause 1, too)"
 
-say "The other way round: the file is edited on the server and copied to the
+say "2. The other way round: the file is edited on the server and copied to the
 running configuration."
 sed -e 's/^hostname .*/hostname rack4-spare/' -e '/^contact/s/^/no /' \
     "$bench/server/rack4.cfg" >"$bench/edited.cfg"
 printf 'vlan 20\n  name cameras\n' >>"$bench/edited.cfg"
 install -m 644 "$bench/edited.cfg" "$bench/server/edited.cfg"
-copy 2 networkFile runningConfig edited.cfg
+transfer 2 tftp networkFile runningConfig edited.cfg
 finish 2 3
-"$qsh" -c "show running-config" >"$bench/running.after"
+running >"$bench/running.after"
 show diff "$bench/running.before" "$bench/running.after" || true
-grep -qx 'hostname rack4-spare' "$bench/running.after"
-grep -qx '  name cameras' "$bench/running.after"
-! grep -q contact "$bench/running.after"
+grep -qx 'hostname rack4-spare' "$bench/running.after" &&
+    grep -qx '  name cameras' "$bench/running.after" &&
+    ! grep -q contact "$bench/running.after" ||
+    die "the running configuration is another one"
 checked "the running configuration has changed as the file says"
 
-say "A copy that must fail: the server has no such file."
-copy 3 networkFile runningConfig missing.cfg
-finish 3 4
-shown xfCopyFailCause 3
-[ "$got" = 2 ] || die "xfCopyFailCause is $got"
+say "3. A copy that must fail: the server has no such file."
+transfer 3 tftp networkFile runningConfig missing.cfg
+fails 3 2
 until_true 20 notified 3 || die "no notification"
-"$qsh" -c "show running-config" | cmp - "$bench/running.after"
+running | cmp - "$bench/running.after" || die "the configuration has changed"
 checked "failed, because of the file name; the configuration is as it was"
 
+# --- SFTP -------------------------------------------------------------------
+
+say "4. The same by SFTP, with an OpenSSH sshd on the server. A server whose
+host key the switch does not know is not trusted:"
+transfer 4 sftp runningConfig networkFile secure.cfg
+fails 4 1
+[ ! -e "$bench/server/secure.cfg" ] || die "the file was sent all the same"
+checked "failed, for a reason that has no number of its own; nothing was sent"
+
+say "So the key is enrolled, by the fingerprint that the server's console shows."
+show ssh-keygen -l -f "$bench/sftp/host_key.pub"
+show "$XF_ROOT/brim/bin/xfenrol" "$server" \
+    "$(ssh-keygen -l -f "$bench/sftp/host_key.pub" | cut -d ' ' -f 2)"
+transfer 5 sftp runningConfig networkFile secure.cfg
+finish 5 3
+cmp "$bench/server/secure.cfg" "$bench/running.after" || die "not the same"
+checked "the file on the server is the running configuration, octet by octet"
+
+say "And from the server to the running configuration:"
+echo 'hostname rack4-secure' >"$bench/server/name.cfg"
+chmod 644 "$bench/server/name.cfg"
+show cat "$bench/server/name.cfg"
+transfer 6 sftp networkFile runningConfig name.cfg
+finish 6 3
+running >"$bench/running.secure"
+show diff "$bench/running.after" "$bench/running.secure" || true
+grep -qx 'hostname rack4-secure' "$bench/running.secure" ||
+    die "the name is another one"
+[ "$(diff "$bench/running.after" "$bench/running.secure" |
+    grep -c '^[<>]')" = 2 ] || die "more has changed than the name"
+checked "the name has changed, and nothing else"
+
+# --- saves ------------------------------------------------------------------
+
+say "5. Running to startup configuration: what the switch will start with."
+save 7 startupConfig
+finish 7 3
+startup | cmp - "$bench/running.secure" || die "not the same"
+checked "the startup configuration is the running configuration"
+
+say "6. After one more change the same in the whole fabric, while the switch south
+is down. These are the switches:"
+echo 'contact night shift' >"$bench/change.cfg"
+"$qsh" --apply "$bench/change.cfg" "$bench/results"
+running >"$bench/running.last"
+show cat "$XF_FABRIC_FILE"
+save 8 fabricStartupConfig
+fails 8 9
+error_object=$error_entry
+! $names || error_object=xfCopyErrorTable
+say "The error table tells on which switches it failed, and why:"
+show snmpwalk "$agent" "$error_object"
+say "As a person would read it:"
+error_table 8 | tee "$bench/errors"
+[ "$(wc -l <"$bench/errors")" = 2 ] || die "one row was expected"
+grep -q "^$south .*south .*Connection refused" "$bench/errors" ||
+    die "the row does not tell of south"
+startup | cmp - "$bench/running.last" || die "this switch has not saved"
+grep -qx 'hostname north' "$bench/north/state/startup/system.cfg" ||
+    die "north has not saved"
+[ ! -e "$bench/south/state/startup/system.cfg" ] || die "south was saved"
+checked "this switch and north have saved; south has not, and the table says so"
+
+say "South comes up, and the save is repeated."
+start_switch south "$south"
+save 9 fabricStartupConfig
+finish 9 3
+grep -qx 'hostname south' "$bench/south/state/startup/system.cfg" ||
+    die "south has not saved"
+checked "now south has saved, too"
+
+# --- the end ----------------------------------------------------------------
+
+say "At the end:"
 [ -z "$(ls -A "$bench/staging")" ] || die "files left in the staging directory"
 checked "nothing is left in the staging directory"
+! saving || die "a save is still in progress"
+checked "no save is in progress"
 
 if $keep; then
     trap - EXIT
@@ -279,14 +194,15 @@ Everything is left running. To go on by hand:
 
     export SNMPCONFPATH=$bench MIBS='$MIBS' MIBDIRS='$MIBDIRS'
     export XF_ROOT=$XF_ROOT XF_STATE_DIRECTORY=$XF_STATE_DIRECTORY
-    snmpwalk $agent $(if $names; then echo xfCopyTable; else echo $table; fi)
+    snmpwalk $agent $(if $names; then echo xfCopyTable; else echo $copy_entry; fi)
     $qsh -c "show running-config"
-    ls $bench/server; tail $bench/traps.log $bench/snmpd.log
+    ls $bench/server; tail $bench/traps.log $bench/snmpd.log $bench/procd.log
 
+The SFTP user is operator, with the password $password.
 A row is deleted some five to seven minutes after its creation. To end:
 
-    $([ "$(id -u)" = 0 ] || echo 'sudo ')kill ${started[*]}
-    rm -rf $bench${results_are_ours:+ /tmp/configcopy.txt}
+    $([ "$(id -u)" = 0 ] || echo 'sudo ')kill ${started[*]}; sleep 2
+    rm -rf $bench${results_are_ours:+ /tmp/configcopy.txt}${run_sshd_is_ours:+ /run/sshd}
 END
     exit 0
 fi
