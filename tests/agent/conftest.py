@@ -1,5 +1,7 @@
 """Fixtures. Each test has an agent of its own, with an empty table."""
 
+import os
+import pathlib
 import shutil
 
 import pytest
@@ -13,6 +15,36 @@ def pytest_sessionfinish(session, exitstatus):
     folder = session.config.option.basetemp
     if exitstatus == 0 and folder:
         shutil.rmtree(folder, ignore_errors=True)
+
+
+ROWS = pytest.StashKey()
+
+
+@pytest.fixture
+def fault(request):
+    """Writes rows of docs/faults.md: fault(area, what was done, what came of
+    it), after the test has seen it come. They count if the test passes."""
+    rows = request.node.stash.setdefault(ROWS, [])
+    return lambda *row: rows.append(row)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    report = outcome.get_result()
+    folder = os.environ.get("XF_TEST_FAULTS")
+    if "fault" not in item.fixturenames:
+        return
+    assert folder, "add this file to the recorders in CMakeLists.txt"
+    test = f"agent.{item.path.stem.removeprefix('test_')} {item.name}"
+    if report.failed:
+        item.stash[ROWS] = []
+    elif report.skipped:
+        item.stash[ROWS] = [("skipped", str(call.excinfo.value), "")]
+    rows = item.stash.get(ROWS, [])
+    file = pathlib.Path(folder) / test.replace("/", "-")
+    file.parent.mkdir(exist_ok=True)
+    file.write_text("".join("\t".join((*row, test)) + "\n" for row in rows))
 
 
 @pytest.fixture
@@ -61,11 +93,22 @@ def tftp_server(make_tftp_server):
 
 
 @pytest.fixture
-def double(agent):
-    """A TFTP server that does as it is told, on an address of its own."""
-    server = tftp_double.TftpDouble("127.0.0.3", agent.tftp_port)
-    yield server
-    server.close()
+def make_double():
+    """Makes TFTP servers that do as they are told, on an address of their own.
+    """
+    servers = []
+
+    def make(agent):
+        servers.append(tftp_double.TftpDouble("127.0.0.3", agent.tftp_port))
+        return servers[-1]
+    yield make
+    for server in servers:
+        server.close()
+
+
+@pytest.fixture
+def double(agent, make_double):
+    return make_double(agent)
 
 
 @pytest.fixture

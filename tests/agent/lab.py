@@ -12,6 +12,7 @@ from tools import Program, children_of, free_port, taken, wait_for
 BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
+FAULT_POINTS = os.environ["XF_TEST_FAULT_POINTS"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
 
 CONFIGURATION = """\
@@ -34,7 +35,8 @@ class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
     def __init__(self, folder, extra_configuration="", after="",
-                 movable_clock=False, **settings):
+                 movable_clock=False, fault_points=False, wrapper=(),
+                 **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -50,6 +52,9 @@ class Agent(Program):
                                       f"dlmod config_copy_mib {MODULE}\n" +
                                       after)
         self.clock = folder / "clock" if movable_clock else None
+        # A step that kills the copy process, see fault_points.c.
+        self.fault_point = folder / "fault-point" if fault_points else None
+        self.wrapper = list(wrapper)
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
             "state_directory": self.state, "tftp_port": self.tftp_port,
@@ -66,6 +71,9 @@ class Agent(Program):
         if self.clock:
             preload.append(MOVABLE_CLOCK)
             environment["MOVABLE_CLOCK"] = str(self.clock)
+        if self.fault_point:
+            preload.append(FAULT_POINTS)
+            environment["FAULT_POINT"] = str(self.fault_point)
         if preload:
             environment["LD_PRELOAD"] = " ".join(preload)
         for key, value in self.settings.items():
@@ -80,7 +88,7 @@ class Agent(Program):
     def start(self):
         if self.clock:
             os.mkfifo(self.clock)
-        self.run(["snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+        self.run([*self.wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
                  cwd=self.staging, env=self.environment())
         wait_for(self.answers, "the agent to answer")
