@@ -181,6 +181,7 @@ void before_fork() {
         return;
     learn_pid();
     newborn->store(0);
+    agent_keep_access_point(); // for the report
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         return;

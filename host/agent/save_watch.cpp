@@ -27,6 +27,9 @@ namespace {
 uint32_t token = 0; // of the save that is waited for; 0: none
 Fd manager;         // readable once the system manager has ended
 unsigned alarm_id = 0;
+unsigned keep_id = 0;
+
+constexpr unsigned keep_seconds = 5;
 
 // Not fork-safe by itself: what a copy process forgets is only its own.
 void forget() {
@@ -37,7 +40,15 @@ void forget() {
     if (alarm_id != 0)
         snmp_alarm_unregister(alarm_id);
     alarm_id = 0;
+    if (keep_id != 0)
+        snmp_alarm_unregister(keep_id);
+    keep_id = 0;
     token = 0;
+}
+
+// The system manager tries for a while to tell the end of a save.
+void keep_access_point(unsigned, void *) {
+    agent_keep_access_point();
 }
 
 void deliver_failure(unsigned, void *) {
@@ -79,6 +90,9 @@ Fd watch_process(pid_t pid) {
 void watch_save(uint32_t request) {
     forget();
     token = request;
+    agent_keep_access_point();
+    keep_id = snmp_alarm_register(keep_seconds, SA_REPEAT, keep_access_point,
+                                  nullptr);
     manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
     // While the module waits for the first answer, the main loop stands still.
     if (manager)

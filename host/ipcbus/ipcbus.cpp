@@ -91,17 +91,9 @@ bool take_access_point(ipcbus_queue &queue, int directory) {
            write_whole(queue.lock.get(), holder);
 }
 
-bool bind_socket(ipcbus_queue &queue) {
-    Fd directory = open_run_directory();
-    if (!directory)
-        return false;
-    queue.name =
-        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
-    if (queue.sap != IPCBUS_SAP_ANY &&
-        !take_access_point(queue, directory.get()))
-        return false;
-    if (queue.sap == IPCBUS_SAP_ANY) // left by an earlier process of this pid
-        unlinkat(directory.get(), queue.name.c_str(), 0);
+// A new socket under the name of the queue, in the place of whatever is there.
+bool make_socket(ipcbus_queue &queue, int directory) {
+    unlinkat(directory, queue.name.c_str(), 0);
     queue.socket =
         Fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     struct sockaddr_un address;
@@ -111,14 +103,26 @@ bool bind_socket(ipcbus_queue &queue) {
         queue.socket &&
         setsockopt(queue.socket.get(), SOL_SOCKET, SO_PASSCRED, &on,
                    sizeof on) == 0 &&
-        socket_address(directory.get(), queue.name, address) &&
+        socket_address(directory, queue.name, address) &&
         bind(queue.socket.get(), reinterpret_cast<struct sockaddr *>(&address),
              sizeof address) == 0;
     umask(mask);
     if (bound)
-        adopt_at(directory.get(), queue.name.c_str());
+        adopt_at(directory, queue.name.c_str());
     queue.owner = getpid();
     return bound;
+}
+
+bool bind_socket(ipcbus_queue &queue) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return false;
+    queue.name =
+        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
+    if (queue.sap != IPCBUS_SAP_ANY &&
+        !take_access_point(queue, directory.get()))
+        return false;
+    return make_socket(queue, directory.get());
 }
 
 // The handle ready for use in this process. False with errno set.
@@ -238,6 +242,30 @@ int wait_readable(int socket, int peer, int64_t deadline) {
     return count > 0 ? 0 : -1;
 }
 
+bool somebody_listens(int directory, const std::string &name) {
+    Fd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    struct sockaddr_un address;
+    if (!probe || !socket_address(directory, name, address))
+        return true; // who knows
+    return connect(probe.get(), reinterpret_cast<struct sockaddr *>(&address),
+                   sizeof address) == 0 ||
+           (errno != ENOENT && errno != ECONNREFUSED);
+}
+
+// Removes the sockets whose names `unwanted` tells.
+void remove_sockets(const std::function<bool(int, std::string_view)> &unwanted) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return;
+    DIR *listing = fdopendir(fcntl(directory.get(), F_DUPFD_CLOEXEC, 3));
+    if (listing == nullptr)
+        return;
+    while (const struct dirent *entry = readdir(listing))
+        if (unwanted(directory.get(), entry->d_name))
+            unlinkat(directory.get(), entry->d_name, 0);
+    closedir(listing);
+}
+
 WireMessage outgoing(ipcbus_handle queue, uint32_t opcode, const void *payload,
                      size_t length) {
     WireMessage message;
@@ -307,6 +335,10 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
     }
     try {
         if (!ready(handle))
+            return -1;
+        // Where the answer is to come.
+        if (request != nullptr && handle->lazy && !ipcbus_reachable(handle) &&
+            !ipcbus_rebind(handle))
             return -1;
         WireMessage message = outgoing(handle, opcode, payload, length);
         if (request != nullptr) {
@@ -418,6 +450,16 @@ int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
     return send_to(queue, request->wire.sender, message);
 }
 
+bool ipcbus_reachable(ipcbus_handle queue) {
+    Fd directory = open_run_directory();
+    return !directory || somebody_listens(directory.get(), queue->name);
+}
+
+bool ipcbus_rebind(ipcbus_handle queue) {
+    Fd directory = open_run_directory();
+    return directory && make_socket(*queue, directory.get());
+}
+
 void ipcbus_disown(ipcbus_handle queue) {
     queue->peer.reset();
     queue->socket.reset();
@@ -425,17 +467,17 @@ void ipcbus_disown(ipcbus_handle queue) {
 }
 
 void ipcbus_sweep(pid_t pid) {
-    Fd directory = open_run_directory();
-    if (!directory)
-        return;
     std::string prefix = "q." + std::to_string(pid) + ".";
-    DIR *listing = fdopendir(fcntl(directory.get(), F_DUPFD_CLOEXEC, 3));
-    if (listing == nullptr)
-        return;
-    while (const struct dirent *entry = readdir(listing))
-        if (std::string_view(entry->d_name).starts_with(prefix))
-            unlinkat(directory.get(), entry->d_name, 0);
-    closedir(listing);
+    remove_sockets([&](int, std::string_view name) {
+        return name.starts_with(prefix);
+    });
+}
+
+void ipcbus_sweep_dead() {
+    remove_sockets([](int directory, std::string_view name) {
+        return name.starts_with("q.") &&
+               !somebody_listens(directory, std::string(name));
+    });
 }
 
 } // namespace xfhost

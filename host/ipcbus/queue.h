@@ -57,12 +57,23 @@ ipcbus_message *ipcbus_make(uint32_t opcode, const void *payload,
 int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
                    const void *payload, size_t length);
 
+// Whether somebody listens under the name of the queue; false only if that is
+// certain.
+bool ipcbus_reachable(ipcbus_handle queue);
+
+// Makes the socket of a queue that is bound anew, under the same name. What
+// waited in the old one is lost. False with errno set.
+bool ipcbus_rebind(ipcbus_handle queue);
+
 // In a child process: lets go of a queue that is its parent's, without
 // touching its name.
 void ipcbus_disown(ipcbus_handle queue);
 
 // Removes the sockets that the process `pid` has left behind.
 void ipcbus_sweep(pid_t pid);
+
+// Removes the sockets of processes that were killed, the access points aside.
+void ipcbus_sweep_dead();
 
 } // namespace xfhost
 
