@@ -3,10 +3,12 @@
 import os
 import pathlib
 import shutil
+import subprocess
 
 import pytest
 
 import lab
+import manager
 import tftp_double
 
 
@@ -52,14 +54,60 @@ def make_agent(tmp_path):
     """Makes agents. Those of a test that passed leave nothing behind."""
     agents = []
 
-    def make(*arguments, **settings):
+    def make(*arguments, prepare=None, **settings):
         folder = tmp_path / f"agent-{len(agents)}"
         folder.mkdir()
         agents.append(lab.Agent(folder, *arguments, **settings))
+        if prepare:
+            prepare(agents[-1])
         return agents[-1].start()
     yield make
     for agent in agents:
         agent.close()
+
+
+@pytest.fixture
+def with_manager(tmp_path):
+    """Makes an agent and its procd, with the same settings."""
+    agents = []
+
+    def make(*arguments, start=True, prepare=None, **settings):
+        folder = tmp_path / f"agent-{len(agents)}"
+        folder.mkdir()
+        agent = manager.SavingAgent(folder, *arguments, **settings)
+        agents.append(agent)
+        if prepare:
+            prepare(agent)
+        agent.start().running_config(manager.RUNNING_TEXT)
+        if start:
+            agent.manager.start()
+        return agent
+    yield make
+    for agent in agents:
+        agent.manager.close()
+        agent.close()
+
+
+@pytest.fixture
+def mount_small():
+    """Mounts a file system with hardly any room on a folder."""
+    places = []
+    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
+
+    def mount(place):
+        place.mkdir(exist_ok=True)
+        try:
+            subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
+                            f"size=64k,mode=700,uid={os.getuid()}", "small",
+                            str(place)], check=True, capture_output=True)
+        except (OSError, subprocess.CalledProcessError) as error:
+            pytest.skip(f"no file system can be mounted: {error}")
+        places.append(place)
+        return place
+    yield mount
+    for place in places:
+        # A process that has just been killed may be in it.
+        subprocess.run([*sudo, "umount", "-l", str(place)], check=True)
 
 
 @pytest.fixture

@@ -14,6 +14,9 @@ from tools import Program, wait_for
 PROCD = lab.BUILD / "root/brim/bin/procd"
 SSHD = "/usr/sbin/sshd"
 
+# What is running at the start of an agent with its manager.
+RUNNING_TEXT = b"hostname one\nvlan 7\n"
+
 
 class Procd(Program):
     """procd of an agent: the same settings, the same folders."""

@@ -3,7 +3,6 @@
 import os
 import signal
 import socket
-import subprocess
 import threading
 import time
 
@@ -11,6 +10,7 @@ import pytest
 
 import lab
 import manager
+from manager import RUNNING_TEXT
 from snmp import (ACTIVE, COMPLETION, DESTROY, FAILED, IN_PROGRESS, ROOT,
                   RUNNING, STARTUP, SUCCESSFUL, TRUE, go, name, row)
 from tools import children_of, wait_for
@@ -18,32 +18,11 @@ from tools import children_of, wait_for
 FABRIC_STARTUP, ALL_STARTUP = 6, 7
 SAVE_REFUSED, SAVE_FAILED = 8, 9
 ERROR_ENTRY = ROOT + ".1.1.2.1"
-RUNNING_TEXT = b"hostname one\nvlan 7\n"
 
 
 def save(index, to=STARTUP, **more):
     return go(row(index, xfCopySourceFileType=RUNNING, xfCopyDestFileType=to,
                   **more))
-
-
-@pytest.fixture
-def with_manager(tmp_path):
-    """Makes an agent and its procd, with the same settings."""
-    agents = []
-
-    def make(*arguments, start=True, **settings):
-        folder = tmp_path / f"agent-{len(agents)}"
-        folder.mkdir()
-        agent = manager.SavingAgent(folder, *arguments, **settings)
-        agents.append(agent)
-        agent.start().running_config(RUNNING_TEXT)
-        if start:
-            agent.manager.start()
-        return agent
-    yield make
-    for agent in agents:
-        agent.manager.close()
-        agent.close()
 
 
 @pytest.fixture
@@ -373,24 +352,10 @@ def test_switches_that_fail(with_manager, fabric):
     assert errors(agent, 4) == {}
 
 
-@pytest.fixture
-def small_disk(tmp_path):
-    """A file system of its own with hardly any room."""
-    place = tmp_path / "disk"
-    place.mkdir()
-    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
-    try:
-        subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
-                        f"size=64k,mode=700,uid={os.getuid()}", "small",
-                        str(place)], check=True, capture_output=True)
-    except (OSError, subprocess.CalledProcessError) as error:
-        pytest.skip(f"no file system can be mounted: {error}")
-    yield place
-    subprocess.run([*sudo, "umount", str(place)], check=True)
-
-
-def test_switch_with_a_full_disk(with_manager, fabric, small_disk):
+def test_switch_with_a_full_disk(with_manager, fabric, mount_small, tmp_path,
+                                 fault):
     """Its own shell finds that there is no room, and says so over SSH."""
+    small_disk = mount_small(tmp_path / "disk")
     full = fabric.add("full", command=manager.saving_command(
         lab.BUILD / "root", small_disk)).start()
     fabric.add("good").start()
