@@ -79,7 +79,7 @@ bool bind_access_point() {
     if (ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_SNMP_AGENT, &access_point,
                     "snmp-agent") < 0)
         return false;
-    ipcbus_sweep_dead(); // of an agent before us
+    ipcbus_sweep(); // an agent before us may have been killed
     access_point->owner = 0;
     struct timeval soon = {0, 1000};
     snmp_alarm_register_hr(soon, 0, claim, nullptr);

@@ -56,6 +56,7 @@ constexpr int most_looks = 500; // ten seconds
 using Children = std::list<Child>;
 
 Children children;
+Children spare; // the next one: nothing is allocated between two forks
 std::atomic<pid_t> *newborn = nullptr; // what the latest child says
 bool forking = false;                  // a child to be watched
 Fd next_pipe[2];                       // of that one
@@ -88,16 +89,34 @@ bool runs_other_program(pid_t pid) {
     return flags && (*flags & forked_not_executed) == 0;
 }
 
+void pay_failure(unsigned, void *);
+
+// Delivered later if nobody takes it now, or if there is no memory.
 void deliver_failure() {
     constexpr uint8_t failed[4] = {0, 0, 0, 1};
-    owed_failure = !deliver(
-        ipcbus_make(IPCBUS_OPC_CONFIG_COPY_STATUS, failed, sizeof failed));
+    owed_failure = true;
+    try {
+        owed_failure = !deliver(
+            ipcbus_make(IPCBUS_OPC_CONFIG_COPY_STATUS, failed, sizeof failed));
+    } catch (const std::bad_alloc &) {
+        snmp_alarm_register(1, 0, pay_failure, nullptr);
+    }
 }
 
 void forget(Children::iterator child) {
     if (child->pipe)
         loop_unwatch(child->pipe.get());
-    children.erase(child);
+    *child = {};
+    spare.splice(spare.end(), children, child);
+}
+
+bool make_spare() {
+    try {
+        if (spare.empty())
+            spare.emplace_back();
+    } catch (const std::bad_alloc &) {
+    }
+    return !spare.empty();
 }
 
 // The child is gone and reaped, or was never made.
@@ -107,7 +126,7 @@ void finish(Children::iterator child) {
     bool reported = child->reported;
     forget(child);
     if (pid != 0)
-        ipcbus_sweep(pid); // it may leave handles to its end
+        ipcbus_sweep(); // it may leave handles to its end
     if (reported)
         return;
     if (pid != 0)
@@ -179,6 +198,11 @@ void before_fork() {
     forking = !in_child && module_serves_set();
     if (!forking)
         return;
+    forking = make_spare();
+    if (!forking) {
+        log_message(LOG_ERR, "a copy goes unwatched: no memory");
+        return;
+    }
     learn_pid();
     newborn->store(0);
     agent_keep_access_point(); // for the report
@@ -195,8 +219,9 @@ void in_parent() {
     int saved = errno; // fork's own
     forking = false;
     next_pipe[1].reset();
-    children.push_back({std::move(next_pipe[0])});
-    auto child = std::prev(children.end());
+    auto child = spare.begin();
+    children.splice(children.end(), spare, child);
+    child->pipe = std::move(next_pipe[0]);
     if (!child->pipe ||
         !loop_watch(child->pipe.get(), [child] { pipe_readable(child); })) {
         child->pipe.reset();
@@ -254,7 +279,7 @@ bool copy_child_watch_forks() {
     if (page == MAP_FAILED)
         return false;
     newborn = new (page) std::atomic<pid_t>(0);
-    return pthread_atfork(before_fork, in_parent, in_new_process) == 0;
+    return make_spare() && pthread_atfork(before_fork, in_parent, in_new_process) == 0;
 }
 
 void copy_child_reported(pid_t pid) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -51,15 +52,28 @@ void keep_access_point(unsigned, void *) {
     agent_keep_access_point();
 }
 
+ipcbus_message *make_failure() {
+    try {
+        auto payload = save_end_payload(err_manager_gone, token);
+        return ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
+                           payload.size());
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
 void deliver_failure(unsigned, void *) {
     alarm_id = 0;
     agent_drain(); // the restarted one may have spoken
     if (token == 0)
         return;
+    ipcbus_message *failure = make_failure();
+    if (failure == nullptr) {
+        alarm_id = snmp_alarm_register(1, 0, deliver_failure, nullptr);
+        return;
+    }
     log_message(LOG_WARNING, "%s", "the system manager ended during a save");
-    std::vector<uint8_t> payload = save_end_payload(err_manager_gone, token);
-    deliver(ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
-                        payload.size()));
+    deliver(failure);
     forget();
 }
 
@@ -106,12 +120,16 @@ void watch_save(uint32_t request) {
 void sent(const WireMessage &message, uint32_t sap) {
     if (sap != IPCBUS_SAP_PROCD)
         return;
-    if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-        message.token != 0)
-        watch_save(message.token);
-    else if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
-             message.payload.size() >= 4 &&
-             get_be32(message.payload.data()) == token)
+    try {
+        if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
+            message.token != 0)
+            watch_save(message.token);
+    } catch (const std::bad_alloc &) {
+        log_message(LOG_ERR, "a save goes unwatched: no memory");
+    }
+    if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
+        message.payload.size() >= 4 &&
+        get_be32(message.payload.data()) == token)
         forget();
 }
 

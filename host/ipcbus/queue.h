@@ -46,7 +46,8 @@ void ipcbus_set_hooks(const IpcbusHooks &hooks);
 pid_t ipcbus_holder(uint32_t sap);
 
 // Takes the next message that waits on a queue, without waiting for one.
-// NULL if there is none (errno EAGAIN) or the transport failed.
+// NULL if there is none (errno EAGAIN), if the transport failed, or if there is
+// no memory for it (ENOMEM): it then waits on.
 ipcbus_message *ipcbus_take(ipcbus_handle queue);
 
 // A message that no other process sent, for the same handlers.
@@ -69,11 +70,9 @@ bool ipcbus_rebind(ipcbus_handle queue);
 // touching its name.
 void ipcbus_disown(ipcbus_handle queue);
 
-// Removes the sockets that the process `pid` has left behind.
-void ipcbus_sweep(pid_t pid);
-
-// Removes the sockets of processes that were killed, the access points aside.
-void ipcbus_sweep_dead();
+// Removes the sockets that processes which are gone have left behind, those of
+// access points aside.
+void ipcbus_sweep();
 
 } // namespace xfhost
 
