@@ -13,6 +13,7 @@ BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
 FAULT_POINTS = os.environ["XF_TEST_FAULT_POINTS"]
+NO_MEMORY = os.environ["XF_TEST_NO_MEMORY"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
 
 CONFIGURATION = """\
@@ -35,8 +36,8 @@ class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
     def __init__(self, folder, extra_configuration="", after="",
-                 movable_clock=False, fault_points=False, wrapper=(),
-                 **settings):
+                 movable_clock=False, fault_points=False,
+                 no_memory=False, wrapper=(), **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -54,6 +55,8 @@ class Agent(Program):
         self.clock = folder / "clock" if movable_clock else None
         # A step that kills the copy process, see fault_points.c.
         self.fault_point = folder / "fault-point" if fault_points else None
+        # Which allocation fails, see no_memory.cpp.
+        self.countdown = folder / "countdown" if no_memory else None
         self.wrapper = list(wrapper)
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
@@ -74,6 +77,10 @@ class Agent(Program):
         if self.fault_point:
             preload.append(FAULT_POINTS)
             environment["FAULT_POINT"] = str(self.fault_point)
+        if self.countdown:
+            self.countdown.write_bytes(bytes(8))
+            preload.append(NO_MEMORY)
+            environment["NO_MEMORY"] = str(self.countdown)
         if preload:
             environment["LD_PRELOAD"] = " ".join(preload)
         for key, value in self.settings.items():
