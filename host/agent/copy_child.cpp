@@ -279,7 +279,8 @@ bool copy_child_watch_forks() {
     if (page == MAP_FAILED)
         return false;
     newborn = new (page) std::atomic<pid_t>(0);
-    return make_spare() && pthread_atfork(before_fork, in_parent, in_new_process) == 0;
+    return make_spare() &&
+           pthread_atfork(before_fork, in_parent, in_new_process) == 0;
 }
 
 void copy_child_reported(pid_t pid) {

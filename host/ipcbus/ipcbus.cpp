@@ -468,7 +468,8 @@ int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
 bool ipcbus_reachable(ipcbus_handle queue) {
     try {
         Fd directory = open_run_directory();
-        return !directory || somebody_listens(directory.get(), queue->name.c_str());
+        return !directory ||
+               somebody_listens(directory.get(), queue->name.c_str());
     } catch (const std::bad_alloc &) {
         return true;
     }

@@ -18,8 +18,8 @@
 namespace xfhost {
 namespace {
 
-// The agent may be busy for a while, or find its socket gone and make a new one,
-// but not for ever.
+// The agent may be busy for a while, or find its socket gone and make a new
+// one, but not for ever.
 constexpr int64_t report_ms = 60000;
 constexpr int retry_ms = 100;
 

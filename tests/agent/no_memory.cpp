@@ -26,8 +26,8 @@ __attribute__((constructor)) void map_countdown() {
     int fd = name == nullptr ? -1 : open(name, O_RDWR | O_CLOEXEC);
     if (fd < 0)
         return;
-    void *mapped = mmap(nullptr, sizeof *page, PROT_READ | PROT_WRITE,
-                        MAP_SHARED, fd, 0);
+    void *mapped =
+        mmap(nullptr, sizeof *page, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
     if (mapped == MAP_FAILED)
         return;

@@ -33,7 +33,7 @@ using Outcomes = std::vector<std::pair<std::string, std::string>>;
 
 struct Scenario {
     std::string name;
-    std::function<void(Platform &)> prepare; /* without failures */
+    std::function<void(Platform &)> prepare;    /* without failures */
     std::function<std::string(Platform &)> act; /* and what came of it */
     /* What comes of it without a failure. */
     std::string undisturbed;
@@ -75,7 +75,7 @@ std::string row_now(int32_t index) {
         return "row successful";
     default:
         return "row failed, " +
-               (row->xfCopyFailCause == XF_FAIL_UNKNOWN ? "unknown"s
+               (row->xfCopyFailCause == XF_FAIL_UNKNOWN       ? "unknown"s
                 : row->xfCopyFailCause == XF_FAIL_SAVE_FAILED ? "saveFailed"s
                 : row->xfCopyFailCause == XF_FAIL_SAVE_REFUSED
                     ? "saveRefused"s
@@ -118,12 +118,11 @@ void check(const Scenario &scenario) {
         }
         ASSERT_NE(most_calls, number) << "there is no end to it";
         seen.emplace_back(call, outcome);
-        const bool known = !rows.empty() && rows.back().outcome == outcome &&
-                           rows.back().fault ==
-                               scenario.name + ", no memory in " + call;
+        const bool known =
+            !rows.empty() && rows.back().outcome == outcome &&
+            rows.back().fault == scenario.name + ", no memory in " + call;
         if (!known)
-            rows.push_back(
-                {scenario.name + ", no memory in " + call, outcome});
+            rows.push_back({scenario.name + ", no memory in " + call, outcome});
     }
     EXPECT_EQ(scenario.outcomes, seen);
     if (rows.empty())
@@ -158,9 +157,9 @@ Outcomes each_varbind(const std::string &before) {
         outcomes.emplace_back(
             "build_varbind",
             before + std::to_string(sent) + " of 7 varbinds sent" +
-                (sent == 6 ? ""
-                           : ", " + std::to_string(6 - sent) +
-                                 " not released"));
+                (sent == 6
+                     ? ""
+                     : ", " + std::to_string(6 - sent) + " not released"));
     return outcomes;
 }
 
@@ -175,8 +174,8 @@ Outcomes join(std::initializer_list<Outcomes> parts) {
 std::vector<Binding> columns(int32_t index) {
     return {integer(3, index, XF_FILE_RUNNING),
             integer(4, index, XF_FILE_NETWORK),
-            ip_address(5, index, "\xc0\x00\x02\x07"),
-            octets(6, index, "x.cfg"), integer(9, index, XF_TRUE)};
+            ip_address(5, index, "\xc0\x00\x02\x07"), octets(6, index, "x.cfg"),
+            integer(9, index, XF_TRUE)};
 }
 
 std::vector<Binding> with_status(std::vector<Binding> bindings, int32_t index,
@@ -234,7 +233,8 @@ TEST(NoMemory, createAndGo) {
 }
 
 TEST(NoMemory, createAndWait) {
-    check({"createAndWait with columns", nullptr,
+    check({"createAndWait with columns",
+           nullptr,
            [](Platform &) {
                return set_and_look(with_status(columns(5), 5, 5), 5);
            },
@@ -286,7 +286,8 @@ TEST(NoMemory, active) {
 }
 
 TEST(NoMemory, destroy) {
-    check({"destroy", [](Platform &) { store(make_row(5)); },
+    check({"destroy",
+           [](Platform &) { store(make_row(5)); },
            [](Platform &) { return set_and_look({integer(14, 5, 6)}, 5); },
            "noError, no row",
            {{"malloc", "genErr, row notReady"},
@@ -298,11 +299,9 @@ TEST(NoMemory, save) {
            [](Platform &p) {
                p.to_receive.push_back(
                    {0, 0, p.message(1381, "\x40\x49\x00\x01"s)});
-               const int error =
-                   set_request({integer(14, 5, 4),
-                                integer(3, 5, XF_FILE_RUNNING),
-                                integer(4, 5, XF_FILE_STARTUP),
-                                integer(9, 5, XF_TRUE)});
+               const int error = set_request(
+                   {integer(14, 5, 4), integer(3, 5, XF_FILE_RUNNING),
+                    integer(4, 5, XF_FILE_STARTUP), integer(9, 5, XF_TRUE)});
                EXPECT_EQ(nullptr, module_state.save_request);
                std::string outcome = error_name(error) + ", " + row_now(5);
                outcome += ", " + sent(p) + alarm_now();
@@ -383,19 +382,16 @@ TEST(NoMemory, failedSaveInTheFabric) {
 
 TEST(NoMemory, reads) {
     check({"reads of both tables",
-           [](Platform &) {
-               store(running(5, XF_FILE_FABRIC_STARTUP));
-           },
+           [](Platform &) { store(running(5, XF_FILE_FABRIC_STARTUP)); },
            [](Platform &) {
                int found = 0;
                for (int magic = 4; magic <= 28; magic++) {
                    if (magic > 19 && magic < 25)
                        continue;
-                   const oid column = static_cast<oid>(
-                       magic <= 19 ? magic - 2 : magic - 23);
+                   const oid column =
+                       static_cast<oid>(magic <= 19 ? magic - 2 : magic - 23);
                    const std::vector<oid> name =
-                       magic <= 19 ? copy_column(column)
-                                   : error_column(column);
+                       magic <= 19 ? copy_column(column) : error_column(column);
                    found += get_next(magic, name).found ? 1 : 0;
                }
                return counted(static_cast<size_t>(found), "value") + ", " +
@@ -406,7 +402,8 @@ TEST(NoMemory, reads) {
 }
 
 TEST(NoMemory, copyProcess) {
-    check({"copy process, upload", nullptr,
+    check({"copy process, upload",
+           nullptr,
            [](Platform &p) {
                struct xfCopyEntry row = running(5, XF_FILE_NETWORK);
                row.xfCopyProtocol = XF_PROTO_TFTP;
@@ -416,8 +413,8 @@ TEST(NoMemory, copyProcess) {
                for (const Event &event : p.calls_of("ipcbus_send"))
                    if (event.text.find("10277") != std::string::npos &&
                        p.failed_call != "ipcbus_send")
-                       reported = "reported " +
-                                  std::to_string(event.octets.back());
+                       reported =
+                           "reported " + std::to_string(event.octets.back());
                return reported;
            },
            "reported 0",
