@@ -1,5 +1,6 @@
 /*
- * Kills a copy process at a chosen step. Preloaded into the agent.
+ * Kills a copy process at a chosen step, and lets it pause for a tenth of the
+ * time only. Preloaded into the agent.
  *
  * FAULT_POINT names a file with a step and a moment in it, "before" or "after".
  * Only a process that the agent forked and that runs no other program obeys:
@@ -71,6 +72,11 @@ static void *platform_call(const char *name) {
     type result = (call);                                                      \
     reach(step, "after");                                                      \
     return result
+
+unsigned sleep(unsigned seconds) {
+    usleep(seconds * 100000);
+    return 0;
+}
 
 /* The first thing that a new process does is to close what is the agent's. */
 int close(int fd) {

@@ -118,11 +118,9 @@ void check(const Scenario &scenario) {
         }
         ASSERT_NE(most_calls, number) << "there is no end to it";
         seen.emplace_back(call, outcome);
-        const bool known =
-            !rows.empty() && rows.back().outcome == outcome &&
-            rows.back().fault == scenario.name + ", no memory in " + call;
-        if (!known)
-            rows.push_back({scenario.name + ", no memory in " + call, outcome});
+        rows.push_back({scenario.name + "; no memory in call " +
+                            std::to_string(number) + ", " + call,
+                        outcome});
     }
     EXPECT_EQ(scenario.outcomes, seen);
     if (rows.empty())
