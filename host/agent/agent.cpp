@@ -101,6 +101,7 @@ bool bind_access_point() {
     if (ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_SNMP_AGENT, &access_point,
                     "snmp-agent") < 0)
         return false;
+    ipcbus_sweep(); // an agent before us may have been killed
     access_point->owner = 0;
     snmp_alarm_register_hr(soon, 0, claim, nullptr);
     return loop_watch(access_point->socket.get(), agent_drain);
@@ -134,6 +135,19 @@ void agent_drain() {
         return;
     while (ipcbus_message *message = ipcbus_take(access_point))
         deliver(message);
+}
+
+void agent_keep_access_point() {
+    if (access_point == nullptr || ipcbus_reachable(access_point))
+        return;
+    log_message(LOG_WARNING, "access point %d was gone", IPCBUS_SAP_SNMP_AGENT);
+    agent_drain();
+    if (access_point->socket)
+        loop_unwatch(access_point->socket.get());
+    if (!ipcbus_rebind(access_point) ||
+        !loop_watch(access_point->socket.get(), agent_drain))
+        log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
+                    strerror(errno));
 }
 
 void agent_abandon() {

@@ -12,6 +12,9 @@ bool agent_start();
 // Delivers the messages that wait at the agent's access point.
 void agent_drain();
 
+// Makes the access point anew if its socket has gone from the run directory.
+void agent_keep_access_point();
+
 // In a forked child: the access point is the agent's, not ours.
 void agent_abandon();
 

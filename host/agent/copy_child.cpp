@@ -1,9 +1,10 @@
 // How the end of a copy child is noticed:
 //
-// - fork() handlers open a pipe whose write end only the child keeps. The child
-//   says its process id and holds its end for as long as it lives; the kernel
-//   closes it however the child ends. A fork that failed leaves an end of file
-//   without a process id.
+// - fork() handlers open a pipe whose write end only the child keeps, for as
+//   long as it lives; the kernel closes it however the child ends. Without
+//   descriptors for a pipe the child is looked at every some milliseconds.
+// - The first thing that a child does is to say its process id, in a page that
+//   both have. None is said by a child that was never made.
 // - A child that starts another program loses its end too (close on exec); it
 //   is the agent's own business and is left alone. The kernel knows the
 //   difference: the "forked but never executed" flag of the process.
@@ -11,17 +12,20 @@
 //   is looked at again after some milliseconds instead of blocking the agent.
 #include "host/agent/copy_child.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <new>
 #include <optional>
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/wait.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <net-snmp/net-snmp-config.h>
@@ -45,12 +49,18 @@ struct Child {
     Fd pipe;       // read end, until the child's end is closed
     pid_t pid = 0; // 0: not known yet
     bool reported = false;
+    int looks = 0; // without a pipe, for one that has not said its id
 };
+
+constexpr int most_looks = 500; // ten seconds
 
 using Children = std::list<Child>;
 
 Children children;
-Fd next_pipe[2];   // of the fork being made
+Children spare; // the next one: nothing is allocated between two forks
+std::atomic<pid_t> *newborn = nullptr; // what the latest child says
+bool forking = false;                  // a child to be watched
+Fd next_pipe[2];                       // of that one
 int held_end = -1; // in a child: its write end, open as long as it lives
 bool in_child = false;
 bool owed_failure = false;
@@ -80,16 +90,34 @@ bool runs_other_program(pid_t pid) {
     return flags && (*flags & forked_not_executed) == 0;
 }
 
+void pay_failure(unsigned, void *);
+
+// Delivered later if nobody takes it now, or if there is no memory.
 void deliver_failure() {
     constexpr uint8_t failed[4] = {0, 0, 0, 1};
-    owed_failure = !deliver(
-        ipcbus_make(IPCBUS_OPC_CONFIG_COPY_STATUS, failed, sizeof failed));
+    owed_failure = true;
+    try {
+        owed_failure = !deliver(
+            ipcbus_make(IPCBUS_OPC_CONFIG_COPY_STATUS, failed, sizeof failed));
+    } catch (const std::bad_alloc &) {
+        snmp_alarm_register(1, 0, pay_failure, nullptr);
+    }
 }
 
 void forget(Children::iterator child) {
     if (child->pipe)
         loop_unwatch(child->pipe.get());
-    children.erase(child);
+    *child = {};
+    spare.splice(spare.end(), children, child);
+}
+
+bool make_spare() {
+    try {
+        if (spare.empty())
+            spare.emplace_back();
+    } catch (const std::bad_alloc &) {
+    }
+    return !spare.empty();
 }
 
 // The child is gone and reaped, or was never made.
@@ -99,7 +127,7 @@ void finish(Children::iterator child) {
     bool reported = child->reported;
     forget(child);
     if (pid != 0)
-        ipcbus_sweep(pid); // it may leave handles to its end
+        ipcbus_sweep(); // it may leave handles to its end
     if (reported)
         return;
     if (pid != 0)
@@ -111,8 +139,22 @@ void finish(Children::iterator child) {
 
 void look_again_soon();
 
-// The child's end of the pipe is closed: by its death, or by its exec.
+void learn_pid() {
+    if (!children.empty() && children.back().pid == 0)
+        children.back().pid = newborn->load();
+}
+
+// The child's end of the pipe is closed: by its death, or by its exec. Or there
+// is no pipe.
 void look_at(Children::iterator child) {
+    learn_pid();
+    if (child->pid == 0) {
+        if (++child->looks < most_looks)
+            look_again_soon();
+        else
+            finish(child);
+        return;
+    }
     siginfo_t info = {};
     int result = waitid(P_PID, static_cast<id_t>(child->pid), &info,
                         WEXITED | WNOHANG | WNOWAIT);
@@ -143,20 +185,10 @@ void look_again_soon() {
     snmp_alarm_register_hr(delay, 0, look_again, nullptr);
 }
 
-// True at the end of the pipe.
-bool read_pid(Child &child) {
-    pid_t pid;
-    ssize_t count = read(child.pipe.get(), &pid, sizeof pid);
-    if (count == sizeof pid)
-        child.pid = pid;
-    return count == 0;
-}
-
 void pipe_readable(Children::iterator child) {
-    if (!read_pid(*child))
-        return;
     loop_unwatch(child->pipe.get());
     child->pipe.reset();
+    learn_pid();
     if (child->pid == 0)
         finish(child);
     else
@@ -164,27 +196,37 @@ void pipe_readable(Children::iterator child) {
 }
 
 void before_fork() {
-    if (in_child || !module_serves_set())
+    forking = !in_child && module_serves_set();
+    if (!forking)
         return;
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        log_message(LOG_ERR, "a copy goes unwatched: %s", strerror(errno));
+    forking = make_spare();
+    if (!forking) {
+        log_message(LOG_ERR, "a copy goes unwatched: no memory");
         return;
     }
+    learn_pid();
+    newborn->store(0);
+    agent_keep_access_point(); // for the report
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
     next_pipe[0] = Fd(ends[0]);
     next_pipe[1] = Fd(ends[1]);
 }
 
 void in_parent() {
-    if (!next_pipe[0])
+    if (!forking)
         return;
     int saved = errno; // fork's own
+    forking = false;
     next_pipe[1].reset();
-    children.push_back({std::move(next_pipe[0]), 0, false});
-    auto child = std::prev(children.end());
-    if (!loop_watch(child->pipe.get(), [child] { pipe_readable(child); })) {
-        log_message(LOG_ERR, "a copy goes unwatched: %s", strerror(errno));
-        children.erase(child);
+    auto child = spare.begin();
+    children.splice(children.end(), spare, child);
+    child->pipe = std::move(next_pipe[0]);
+    if (!child->pipe ||
+        !loop_watch(child->pipe.get(), [child] { pipe_readable(child); })) {
+        child->pipe.reset();
+        look_again_soon();
     }
     errno = saved;
 }
@@ -209,20 +251,20 @@ bool enter_private_directory() {
 // Only in a child that the agent side watches. Other children go on to run
 // another program, or are the agent itself on its way to the background.
 void in_new_process() {
-    if (in_child || !next_pipe[1])
+    if (in_child || !forking)
         return;
+    newborn->store(getpid());
     in_child = true;
     agent_abandon();
     loop_abandon();
     children.clear();
     next_pipe[0].reset();
-    held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
+    if (next_pipe[1])
+        held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
     next_pipe[1].reset();
-    pid_t pid = getpid();
     umask(077); // a configuration on its way is for nobody else
     // Its end is a failed copy, which the agent sees.
-    if (write(held_end, &pid, sizeof pid) != sizeof pid ||
-        !enter_private_directory())
+    if (!enter_private_directory())
         _exit(1);
 }
 
@@ -234,17 +276,20 @@ void pay_failure(unsigned, void *) {
 } // namespace
 
 bool copy_child_watch_forks() {
-    return pthread_atfork(before_fork, in_parent, in_new_process) == 0;
+    void *page = mmap(nullptr, sizeof *newborn, PROT_READ | PROT_WRITE,
+                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED)
+        return false;
+    newborn = new (page) std::atomic<pid_t>(0);
+    return make_spare() &&
+           pthread_atfork(before_fork, in_parent, in_new_process) == 0;
 }
 
 void copy_child_reported(pid_t pid) {
-    for (Child &child : children) {
-        // The report may be seen before the pipe is.
-        if (child.pid == 0 && child.pipe)
-            read_pid(child);
+    learn_pid(); // the report may be seen before the pipe is
+    for (Child &child : children)
         if (child.pid == pid)
             child.reported = true;
-    }
 }
 
 void copy_child_subscribed() {

@@ -1,6 +1,8 @@
 #include "host/agent/event_loop.h"
 
+#include <cerrno>
 #include <map>
+#include <new>
 
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -12,6 +14,7 @@
 #include <net-snmp/library/fd_event_manager.h>
 
 #include "host/base/files.h"
+#include "host/base/log.h"
 
 namespace xfhost {
 namespace {
@@ -27,8 +30,12 @@ void dispatch(int, void *) {
         auto found = handlers.find(events[i].data.fd);
         if (found == handlers.end())
             continue;
-        auto handler = found->second;
-        handler();
+        try {
+            auto handler = found->second;
+            handler();
+        } catch (const std::bad_alloc &) {
+            log_message(LOG_ERR, "an event is lost: no memory");
+        }
     }
 }
 
@@ -49,10 +56,16 @@ bool loop_watch(int fd, std::function<void()> handler) {
     struct epoll_event event = {};
     event.events = EPOLLIN;
     event.data.fd = fd;
-    if (!open_set() || epoll_ctl(set.get(), EPOLL_CTL_ADD, fd, &event) != 0)
+    try {
+        handlers[fd] = std::move(handler);
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
         return false;
-    handlers[fd] = std::move(handler);
-    return true;
+    }
+    if (open_set() && epoll_ctl(set.get(), EPOLL_CTL_ADD, fd, &event) == 0)
+        return true;
+    handlers.erase(fd);
+    return false;
 }
 
 void loop_unwatch(int fd) {

@@ -1,6 +1,7 @@
 // Who is asking: session, user and context of the request in progress. A child
 // that was forked while the request was served has its own copy of all of it.
 #include <cerrno>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -81,13 +82,21 @@ std::string user_name() {
 
 const char *get_snmp_sessionid(int) {
     static std::string text;
-    text = peer_address();
+    try {
+        text = peer_address();
+    } catch (const std::bad_alloc &) {
+        text.clear();
+    }
     return text.c_str();
 }
 
 const char *get_snmp_username(int) {
     static std::string text;
-    text = user_name();
+    try {
+        text = user_name();
+    } catch (const std::bad_alloc &) {
+        text.clear();
+    }
     return text.c_str();
 }
 
@@ -96,10 +105,14 @@ const char *snmp_get_ctx_vrf_for_current_req(int32_t *error) {
     netsnmp_pdu *pdu = current_pdu();
     const Settings *s = settings();
     text.clear();
-    if (pdu != nullptr && pdu->contextName != nullptr)
-        text.assign(pdu->contextName, pdu->contextNameLen);
-    if (pdu != nullptr && text.empty() && s != nullptr)
-        text = s->default_vrf;
+    try {
+        if (pdu != nullptr && pdu->contextName != nullptr)
+            text.assign(pdu->contextName, pdu->contextNameLen);
+        if (pdu != nullptr && text.empty() && s != nullptr)
+            text = s->default_vrf;
+    } catch (const std::bad_alloc &) {
+        text.clear();
+    }
     *error = text.empty() ? ENOENT : 0;
     return text.empty() ? nullptr : text.c_str();
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
@@ -30,6 +31,9 @@ uint32_t token = 0;  // of the save that is waited for; 0: none
 bool fabric = false; // whether it is one in the fabric
 Fd manager;          // readable once the system manager has ended
 unsigned alarm_id = 0;
+unsigned keep_id = 0;
+
+constexpr unsigned keep_seconds = 5;
 
 // Not fork-safe by itself: what a copy process forgets is only its own.
 void forget() {
@@ -40,6 +44,9 @@ void forget() {
     if (alarm_id != 0)
         snmp_alarm_unregister(alarm_id);
     alarm_id = 0;
+    if (keep_id != 0)
+        snmp_alarm_unregister(keep_id);
+    keep_id = 0;
     token = 0;
 }
 
@@ -60,17 +67,43 @@ void explain_to_fabric() {
         log_message(LOG_ERR, "fabric results: %s", strerror(errno));
 }
 
+void try_to_explain() {
+    try {
+        explain_to_fabric();
+    } catch (const std::bad_alloc &) {
+        log_message(LOG_ERR, "fabric results: no memory");
+    }
+}
+
+// The system manager tries for a while to tell the end of a save.
+void keep_access_point(unsigned, void *) {
+    agent_keep_access_point();
+}
+
+ipcbus_message *make_failure() {
+    try {
+        auto payload = save_end_payload(err_manager_gone, token);
+        return ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
+                           payload.size());
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
 void deliver_failure(unsigned, void *) {
     alarm_id = 0;
     agent_drain(); // the restarted one may have spoken
     if (token == 0)
         return;
+    ipcbus_message *failure = make_failure();
+    if (failure == nullptr) {
+        alarm_id = snmp_alarm_register(1, 0, deliver_failure, nullptr);
+        return;
+    }
     log_message(LOG_WARNING, "%s", "the system manager ended during a save");
     if (fabric)
-        explain_to_fabric();
-    std::vector<uint8_t> payload = save_end_payload(err_manager_gone, token);
-    deliver(ipcbus_make(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE, payload.data(),
-                        payload.size()));
+        try_to_explain();
+    deliver(failure);
     forget();
 }
 
@@ -102,6 +135,9 @@ void watch_save(uint32_t request, bool in_fabric) {
     forget();
     token = request;
     fabric = in_fabric;
+    agent_keep_access_point();
+    keep_id = snmp_alarm_register(keep_seconds, SA_REPEAT, keep_access_point,
+                                  nullptr);
     manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
     // While the module waits for the first answer, the main loop stands still.
     if (manager)
@@ -128,12 +164,16 @@ void sending(const WireMessage &message, uint32_t sap) {
 void sent(const WireMessage &message, uint32_t sap) {
     if (sap != IPCBUS_SAP_PROCD)
         return;
-    if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-        message.token != 0)
-        watch_save(message.token, saves_in_fabric(message));
-    else if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
-             message.payload.size() >= 4 &&
-             get_be32(message.payload.data()) == token)
+    try {
+        if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
+            message.token != 0)
+            watch_save(message.token, saves_in_fabric(message));
+    } catch (const std::bad_alloc &) {
+        log_message(LOG_ERR, "a save goes unwatched: no memory");
+    }
+    if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
+        message.payload.size() >= 4 &&
+        get_be32(message.payload.data()) == token)
         forget();
 }
 

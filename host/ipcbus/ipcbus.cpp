@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -67,12 +68,12 @@ std::string free_name() {
     return "q." + std::to_string(getpid()) + "." + std::to_string(++count);
 }
 
-bool socket_address(int directory, const std::string &name,
+bool socket_address(int directory, const char *name,
                     struct sockaddr_un &address) {
     address = {};
     address.sun_family = AF_UNIX;
     int length = snprintf(address.sun_path, sizeof address.sun_path,
-                          "/proc/self/fd/%d/%s", directory, name.c_str());
+                          "/proc/self/fd/%d/%s", directory, name);
     return length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
 }
 
@@ -92,17 +93,9 @@ bool take_access_point(ipcbus_queue &queue, int directory) {
            write_whole(queue.lock.get(), holder);
 }
 
-bool bind_socket(ipcbus_queue &queue) {
-    Fd directory = open_run_directory();
-    if (!directory)
-        return false;
-    queue.name =
-        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
-    if (queue.sap != IPCBUS_SAP_ANY &&
-        !take_access_point(queue, directory.get()))
-        return false;
-    if (queue.sap == IPCBUS_SAP_ANY) // left by an earlier process of this pid
-        unlinkat(directory.get(), queue.name.c_str(), 0);
+// A new socket under the name of the queue, in the place of whatever is there.
+bool make_socket(ipcbus_queue &queue, int directory) {
+    unlinkat(directory, queue.name.c_str(), 0);
     queue.socket =
         Fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     struct sockaddr_un address;
@@ -112,14 +105,26 @@ bool bind_socket(ipcbus_queue &queue) {
         queue.socket &&
         setsockopt(queue.socket.get(), SOL_SOCKET, SO_PASSCRED, &on,
                    sizeof on) == 0 &&
-        socket_address(directory.get(), queue.name, address) &&
+        socket_address(directory, queue.name.c_str(), address) &&
         bind(queue.socket.get(), reinterpret_cast<struct sockaddr *>(&address),
              sizeof address) == 0;
     umask(mask);
     if (bound)
-        adopt_at(directory.get(), queue.name.c_str());
+        adopt_at(directory, queue.name.c_str());
     queue.owner = getpid();
     return bound;
+}
+
+bool bind_socket(ipcbus_queue &queue) {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return false;
+    queue.name =
+        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
+    if (queue.sap != IPCBUS_SAP_ANY &&
+        !take_access_point(queue, directory.get()))
+        return false;
+    return make_socket(queue, directory.get());
 }
 
 // The handle ready for use in this process. False with errno set.
@@ -161,7 +166,7 @@ int send_to(ipcbus_handle queue, const std::string &name,
     }
     Fd directory = open_run_directory();
     struct sockaddr_un address;
-    if (!directory || !socket_address(directory.get(), name, address))
+    if (!directory || !socket_address(directory.get(), name.c_str(), address))
         return -1;
     ssize_t sent =
         sendto(queue->socket.get(), octets.data(), octets.size(),
@@ -189,8 +194,16 @@ const struct ucred *credentials(struct msghdr &header) {
     return nullptr;
 }
 
+// Takes a datagram that was looked at.
+void consume(int socket) {
+    char octet;
+    if (recv(socket, &octet, 1, MSG_DONTWAIT) < 0)
+        return;
+}
+
 // One datagram: a message, NULL with errno 0 for one that is dropped, NULL
-// with errno set if there was none.
+// with errno set if there was none. It stays where it is if there is no memory
+// for the message.
 ipcbus_message *receive_one(int socket) {
     uint8_t octets[wire_header_size + wire_largest_payload + 1];
     struct iovec vector = {octets, sizeof octets};
@@ -200,17 +213,19 @@ ipcbus_message *receive_one(int socket) {
     header.msg_iovlen = 1;
     header.msg_control = control;
     header.msg_controllen = sizeof control;
-    ssize_t length = recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    ssize_t length =
+        recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC | MSG_PEEK);
     if (length < 0)
         return nullptr;
     const struct ucred *sender = credentials(header);
+    ipcbus_message *message = nullptr;
+    if (sender != nullptr && trusted_owner(sender->uid) &&
+        (header.msg_flags & MSG_TRUNC) == 0)
+        if (auto wire = wire_decode(octets, static_cast<size_t>(length)))
+            message = new_message(std::move(*wire), sender->pid);
+    consume(socket);
     errno = 0;
-    if (sender == nullptr || !trusted_owner(sender->uid) ||
-        (header.msg_flags & MSG_TRUNC) != 0)
-        return nullptr;
-    auto wire = wire_decode(octets, static_cast<size_t>(length));
-    errno = 0;
-    return wire ? new_message(std::move(*wire), sender->pid) : nullptr;
+    return message;
 }
 
 int64_t monotonic_ms() {
@@ -237,6 +252,25 @@ int wait_readable(int socket, int peer, int64_t deadline) {
     if (count == 0 && watched[1].revents != 0)
         errno = EPIPE;
     return count > 0 ? 0 : -1;
+}
+
+bool somebody_listens(int directory, const char *name) {
+    Fd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    struct sockaddr_un address;
+    if (!probe || !socket_address(directory, name, address))
+        return true; // who knows
+    return connect(probe.get(), reinterpret_cast<struct sockaddr *>(&address),
+                   sizeof address) == 0 ||
+           (errno != ENOENT && errno != ECONNREFUSED);
+}
+
+// Whether a socket was left by a process that was killed. A name alone may be
+// that of a socket which is just being bound; a process alone, that of another
+// one with the same id.
+bool left_behind(int directory, const char *name) {
+    int pid = 0;
+    return sscanf(name, "q.%d.", &pid) == 1 && pid > 0 && kill(pid, 0) != 0 &&
+           errno == ESRCH && !somebody_listens(directory, name);
 }
 
 WireMessage outgoing(ipcbus_handle queue, uint32_t opcode, const void *payload,
@@ -309,11 +343,19 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
     try {
         if (!ready(handle))
             return -1;
+        // Where the answer is to come.
+        if (request != nullptr && handle->lazy && !ipcbus_reachable(handle) &&
+            !ipcbus_rebind(handle))
+            return -1;
         WireMessage message = outgoing(handle, opcode, payload, length);
         if (request != nullptr) {
             message.token = fresh_token();
             message.kind = WireKind::request;
         }
+        // Before the message is out: it cannot be taken back.
+        std::unique_ptr<ipcbus_message> record;
+        if (request != nullptr)
+            record.reset(new_message(WireMessage(message), getpid()));
         std::string name = "sap." + std::to_string(destination->sap);
         if (hooks.sending != nullptr && handle->lazy)
             hooks.sending(message, destination->sap);
@@ -322,7 +364,7 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         if (hooks.sent != nullptr && handle->lazy)
             hooks.sent(message, destination->sap);
         if (request != nullptr)
-            *request = new_message(std::move(message), getpid());
+            *request = record.release();
         return 0;
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
@@ -333,8 +375,13 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
 int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
                 const struct ipcbus_recv_options *options) {
     *message = nullptr;
-    if (!ready(handle))
+    try {
+        if (!ready(handle))
+            return -1;
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
         return -1;
+    }
     int64_t deadline = -1;
     if (options != nullptr && options->mode == 1)
         deadline = monotonic_ms() + int64_t{options->timeout} * 1000;
@@ -421,24 +468,47 @@ int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
     return send_to(queue, request->wire.sender, message);
 }
 
+bool ipcbus_reachable(ipcbus_handle queue) {
+    try {
+        Fd directory = open_run_directory();
+        return !directory ||
+               somebody_listens(directory.get(), queue->name.c_str());
+    } catch (const std::bad_alloc &) {
+        return true;
+    }
+}
+
+bool ipcbus_rebind(ipcbus_handle queue) {
+    try {
+        Fd directory = open_run_directory();
+        return directory && make_socket(*queue, directory.get());
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return false;
+    }
+}
+
 void ipcbus_disown(ipcbus_handle queue) {
     queue->peer.reset();
     queue->socket.reset();
     queue->lock.reset();
 }
 
-void ipcbus_sweep(pid_t pid) {
-    Fd directory = open_run_directory();
-    if (!directory)
-        return;
-    std::string prefix = "q." + std::to_string(pid) + ".";
-    DIR *listing = fdopendir(fcntl(directory.get(), F_DUPFD_CLOEXEC, 3));
-    if (listing == nullptr)
-        return;
-    while (const struct dirent *entry = readdir(listing))
-        if (std::string_view(entry->d_name).starts_with(prefix))
-            unlinkat(directory.get(), entry->d_name, 0);
-    closedir(listing);
+void ipcbus_sweep() {
+    try {
+        Fd directory = open_run_directory();
+        if (!directory)
+            return;
+        DIR *listing = fdopendir(fcntl(directory.get(), F_DUPFD_CLOEXEC, 3));
+        if (listing == nullptr)
+            return;
+        while (const struct dirent *entry = readdir(listing))
+            if (left_behind(directory.get(), entry->d_name))
+                unlinkat(directory.get(), entry->d_name, 0);
+        closedir(listing);
+    } catch (const std::bad_alloc &) {
+        // The next sweep finds them too.
+    }
 }
 
 } // namespace xfhost

@@ -48,7 +48,8 @@ void ipcbus_set_hooks(const IpcbusHooks &hooks);
 pid_t ipcbus_holder(uint32_t sap);
 
 // Takes the next message that waits on a queue, without waiting for one.
-// NULL if there is none (errno EAGAIN) or the transport failed.
+// NULL if there is none (errno EAGAIN), if the transport failed, or if there is
+// no memory for it (ENOMEM): it then waits on.
 ipcbus_message *ipcbus_take(ipcbus_handle queue);
 
 // A message that no other process sent, for the same handlers.
@@ -59,12 +60,21 @@ ipcbus_message *ipcbus_make(uint32_t opcode, const void *payload,
 int ipcbus_respond(ipcbus_handle queue, const ipcbus_message *request,
                    const void *payload, size_t length);
 
+// Whether somebody listens under the name of the queue; false only if that is
+// certain.
+bool ipcbus_reachable(ipcbus_handle queue);
+
+// Makes the socket of a queue that is bound anew, under the same name. What
+// waited in the old one is lost. False with errno set.
+bool ipcbus_rebind(ipcbus_handle queue);
+
 // In a child process: lets go of a queue that is its parent's, without
 // touching its name.
 void ipcbus_disown(ipcbus_handle queue);
 
-// Removes the sockets that the process `pid` has left behind.
-void ipcbus_sweep(pid_t pid);
+// Removes the sockets that processes which are gone have left behind, those of
+// access points aside.
+void ipcbus_sweep();
 
 } // namespace xfhost
 

@@ -17,7 +17,8 @@
 namespace xfhost {
 namespace {
 
-// The agent may be busy for a while, but not for ever.
+// The agent may be busy for a while, or find its socket gone and make a new
+// one, but not for ever.
 constexpr int64_t report_ms = 60000;
 constexpr int retry_ms = 100;
 
@@ -222,8 +223,9 @@ void Manager::send_ends() {
             requests_, &agent, IPCBUS_OPC_PROCD_COPY_RUN2START_DONE,
             end.payload.data(), static_cast<uint32_t>(end.payload.size()), 0, 0,
             nullptr);
-        bool full = result != 0 && (errno == EAGAIN || errno == ENOBUFS);
-        if (full && now_ms() < end.deadline)
+        bool later = result != 0 && (errno == EAGAIN || errno == ENOBUFS ||
+                                     errno == ENOENT || errno == ECONNREFUSED);
+        if (later && now_ms() < end.deadline)
             return;
         if (result != 0)
             log_message(LOG_WARNING,

@@ -25,7 +25,7 @@ namespace {
 constexpr uint32_t ring_slots = 4096;
 constexpr size_t longest_name = 64;
 
-std::unique_ptr<Ring> open_ring() {
+std::unique_ptr<Ring> try_to_open() {
     const Settings *s = settings();
     if (s == nullptr || !s->trace_history)
         return nullptr;
@@ -41,6 +41,15 @@ std::unique_ptr<Ring> open_ring() {
     if (ring == nullptr)
         log_message(LOG_WARNING, "no trace history: %s", strerror(errno));
     return ring;
+}
+
+std::unique_ptr<Ring> open_ring() {
+    try {
+        return try_to_open();
+    } catch (const std::bad_alloc &) {
+        log_message(LOG_WARNING, "no trace history: no memory");
+        return nullptr;
+    }
 }
 
 // The ring of this process and of its children; NULL if there is none.

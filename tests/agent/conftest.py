@@ -1,6 +1,9 @@
 """Fixtures. Each test has an agent of its own, with an empty table."""
 
+import os
+import pathlib
 import shutil
+import subprocess
 
 import pytest
 
@@ -17,19 +20,95 @@ def pytest_sessionfinish(session, exitstatus):
         shutil.rmtree(folder, ignore_errors=True)
 
 
+ROWS = pytest.StashKey()
+
+
+@pytest.fixture
+def fault(request):
+    """Writes rows of docs/faults.md: fault(area, what was done, what came of
+    it), after the test has seen it come. They count if the test passes."""
+    rows = request.node.stash.setdefault(ROWS, [])
+    return lambda *row: rows.append(row)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    report = outcome.get_result()
+    folder = os.environ.get("XF_TEST_FAULTS")
+    if "fault" not in item.fixturenames:
+        return
+    assert folder, "add this file to the recorders in CMakeLists.txt"
+    test = f"agent.{item.path.stem.removeprefix('test_')} {item.name}"
+    if report.failed:
+        item.stash[ROWS] = []
+    elif report.skipped:
+        item.stash[ROWS] = [("skipped", str(call.excinfo.value), "")]
+    rows = item.stash.get(ROWS, [])
+    file = pathlib.Path(folder) / test.replace("/", "-")
+    file.parent.mkdir(exist_ok=True)
+    file.write_text("".join("\t".join((*row, test)) + "\n" for row in rows))
+
+
 @pytest.fixture
 def make_agent(tmp_path):
     """Makes agents. Those of a test that passed leave nothing behind."""
     agents = []
 
-    def make(*arguments, **settings):
+    def make(*arguments, prepare=None, **settings):
         folder = tmp_path / f"agent-{len(agents)}"
         folder.mkdir()
         agents.append(lab.Agent(folder, *arguments, **settings))
+        if prepare:
+            prepare(agents[-1])
         return agents[-1].start()
     yield make
     for agent in agents:
         agent.close()
+
+
+@pytest.fixture
+def with_manager(tmp_path):
+    """Makes an agent and its procd, with the same settings."""
+    agents = []
+
+    def make(*arguments, start=True, prepare=None, **settings):
+        folder = tmp_path / f"agent-{len(agents)}"
+        folder.mkdir()
+        agent = manager.SavingAgent(folder, *arguments, **settings)
+        agents.append(agent)
+        if prepare:
+            prepare(agent)
+        agent.start().running_config(RUNNING_TEXT)
+        if start:
+            agent.manager.start()
+        return agent
+    yield make
+    for agent in agents:
+        agent.manager.close()
+        agent.close()
+
+
+@pytest.fixture
+def mount_small():
+    """Mounts a file system with hardly any room on a folder."""
+    places = []
+    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
+
+    def mount(place):
+        place.mkdir(exist_ok=True)
+        try:
+            subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
+                            f"size=64k,mode=700,uid={os.getuid()}", "small",
+                            str(place)], check=True, capture_output=True)
+        except (OSError, subprocess.CalledProcessError) as error:
+            pytest.skip(f"no file system can be mounted: {error}")
+        places.append(place)
+        return place
+    yield mount
+    for place in places:
+        # A process that has just been killed may be in it.
+        subprocess.run([*sudo, "umount", "-l", str(place)], check=True)
 
 
 @pytest.fixture
@@ -63,11 +142,22 @@ def tftp_server(make_tftp_server):
 
 
 @pytest.fixture
-def double(agent):
-    """A TFTP server that does as it is told, on an address of its own."""
-    server = tftp_double.TftpDouble("127.0.0.3", agent.tftp_port)
-    yield server
-    server.close()
+def make_double():
+    """Makes TFTP servers that do as they are told, on an address of their own.
+    """
+    servers = []
+
+    def make(agent):
+        servers.append(tftp_double.TftpDouble("127.0.0.3", agent.tftp_port))
+        return servers[-1]
+    yield make
+    for server in servers:
+        server.close()
+
+
+@pytest.fixture
+def double(agent, make_double):
+    return make_double(agent)
 
 
 @pytest.fixture
@@ -78,26 +168,6 @@ def trap_receiver(tmp_path):
     yield receiver
     receiver.stop()
     print(f"--- snmptrapd\n{receiver.log}")
-
-
-@pytest.fixture
-def with_manager(tmp_path):
-    """Makes an agent and its procd, with the same settings."""
-    agents = []
-
-    def make(*arguments, start=True, **settings):
-        folder = tmp_path / f"agent-{len(agents)}"
-        folder.mkdir()
-        agent = manager.SavingAgent(folder, *arguments, **settings)
-        agents.append(agent)
-        agent.start().running_config(RUNNING_TEXT)
-        if start:
-            agent.manager.start()
-        return agent
-    yield make
-    for agent in agents:
-        agent.manager.close()
-        agent.close()
 
 
 @pytest.fixture

@@ -12,6 +12,8 @@ from tools import Program, children_of, free_port, taken, wait_for
 BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
+FAULT_POINTS = os.environ["XF_TEST_FAULT_POINTS"]
+NO_MEMORY = os.environ["XF_TEST_NO_MEMORY"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
 
 CONFIGURATION = """\
@@ -34,7 +36,8 @@ class Agent(Program):
     """snmpd with the module, its own folders and its own port."""
 
     def __init__(self, folder, extra_configuration="", after="",
-                 movable_clock=False, clock_speed=None, **settings):
+                 movable_clock=False, clock_speed=None, fault_points=False,
+                 no_memory=False, wrapper=(), **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
         self.staging = folder / "staging"
@@ -51,6 +54,11 @@ class Agent(Program):
                                       after)
         self.clock = folder / "clock" if movable_clock else None
         self.clock_speed = clock_speed
+        # A step that kills the copy process, see fault_points.c.
+        self.fault_point = folder / "fault-point" if fault_points else None
+        # Which allocation fails, see no_memory.cpp.
+        self.countdown = folder / "countdown" if no_memory else None
+        self.wrapper = list(wrapper)
         self.settings = {
             "root": BUILD / "root", "run_directory": self.run_directory,
             "state_directory": self.state, "tftp_port": self.tftp_port,
@@ -70,6 +78,13 @@ class Agent(Program):
             environment["MOVABLE_CLOCK"] = str(self.clock)
         if self.clock_speed:
             environment["MOVABLE_CLOCK_SPEED"] = str(self.clock_speed)
+        if self.fault_point:
+            preload.append(FAULT_POINTS)
+            environment["FAULT_POINT"] = str(self.fault_point)
+        if self.countdown:
+            self.countdown.write_bytes(bytes(8))
+            preload.append(NO_MEMORY)
+            environment["NO_MEMORY"] = str(self.countdown)
         if preload:
             environment["LD_PRELOAD"] = " ".join(preload)
         for key, value in self.settings.items():
@@ -84,7 +99,7 @@ class Agent(Program):
     def start(self):
         if self.clock:
             os.mkfifo(self.clock)
-        self.run(["snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+        self.run([*self.wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
                  cwd=self.staging, env=self.environment())
         wait_for(self.answers, "the agent to answer")

@@ -8,6 +8,7 @@ from tools import children_of
 FABRIC_STARTUP, ALL_STARTUP = 6, 7
 SAVE_REFUSED, SAVE_FAILED = 8, 9
 ERROR_ENTRY = ROOT + ".1.1.2.1"
+# What is running at the start of an agent with its manager.
 RUNNING_TEXT = b"hostname one\nvlan 7\n"
 
 

@@ -158,16 +158,18 @@ def test_name_that_does_not_exist(agent, station, tftp_server):
 
 
 @pytest.mark.parametrize("direction", [upload, download])
-def test_server_that_does_not_answer(make_agent, direction):
+def test_server_that_does_not_answer(make_agent, fault, direction):
     agent = make_agent(tftp_packet_seconds=1, tftp_total_seconds=10)
     with silent_server(agent) as server:
         agent.station.set(go(direction(1, "x.cfg", server.address)))
         assert agent.fails(1) == TIMEOUT
         assert server.requests
+    fault("Servers", f"TFTP server that does not answer, {direction.__name__}",
+          "row failed, timeout")
 
 
 @pytest.mark.parametrize("direction", [upload, download])
-def test_server_that_stops_in_the_middle(make_agent, direction):
+def test_server_that_stops_in_the_middle(make_agent, fault, direction):
     agent = make_agent(tftp_packet_seconds=1, tftp_total_seconds=20)
     agent.running_config(bytes(5000))
     with silent_server(agent) as server:
@@ -177,6 +179,9 @@ def test_server_that_stops_in_the_middle(make_agent, direction):
         agent.station.set(go(direction(1, "x.cfg", server.address)))
         assert agent.fails(1) == TIMEOUT
     assert agent.running_config() == bytes(5000)
+    fault("Servers", f"TFTP server that stops in the middle, "
+          f"{direction.__name__}",
+          "row failed, timeout, running configuration unchanged")
 
 
 def test_transfer_that_never_ends_is_ended(make_agent):
@@ -186,7 +191,8 @@ def test_transfer_that_never_ends_is_ended(make_agent):
         assert agent.fails(1, seconds=8) == TIMEOUT
 
 
-def test_server_that_takes_nothing(agent, station, make_tftp_server):
+def test_server_that_takes_nothing(agent, station, make_tftp_server,
+                                   fault):
     # Another user's server tells "permission denied" without its error code.
     server = make_tftp_server(options=[], user="root")
     old = server.offer("old.cfg", b"hostname old\n")
@@ -197,15 +203,20 @@ def test_server_that_takes_nothing(agent, station, make_tftp_server):
     assert agent.fails(2) == BAD_FILE_NAME
     assert server.content("old.cfg") == old
     assert not (server.files / "new.cfg").exists()
+    fault("Servers", "TFTP server that takes no file", "row failed, badFileName")
 
 
 @pytest.mark.parametrize("code, cause", [
     (0, UNKNOWN), (1, BAD_FILE_NAME), (2, BAD_FILE_NAME), (3, NO_MEMORY),
     (4, UNKNOWN), (6, UNKNOWN), (7, UNKNOWN)])
-def test_errors_that_a_server_tells(agent, station, double, code, cause):
+def test_errors_that_a_server_tells(agent, station, double, code, cause,
+                                    fault):
     double.error = code
     station.set(go(upload(1, "x.cfg", double.address)))
     assert agent.fails(1) == cause
+    if code == 3:
+        fault("Servers", "TFTP server whose disk is full",
+              "row failed, noMem")
 
 
 def test_file_without_configuration(agent, station, tftp_server):
@@ -223,14 +234,16 @@ def test_line_that_cannot_be_applied(agent, station, tftp_server):
     assert len(lines) == 1 and "2" in lines[0] and "flux on" in lines[0]
 
 
-def test_folder_that_takes_no_file(agent, station, tftp_server):
+def test_folder_that_takes_no_file(agent, station, tftp_server, fault):
     (agent.staging / "up.cfg").mkdir()
     station.set(go(upload(1, "up.cfg")))
     assert agent.fails(1) == UNKNOWN
     agent.stays_staged = {"up.cfg"}
+    fault("Disk", "folder in the place of the staged file",
+          "row failed, unknown")
 
 
-def test_copy_process_that_is_killed(agent, station, double):
+def test_copy_process_that_is_killed(agent, station, double, fault):
     """The agent learns of it and can go on."""
     double.gate.clear()
     double.files["x.cfg"] = b"hostname two\n"
@@ -242,6 +255,8 @@ def test_copy_process_that_is_killed(agent, station, double):
     double.gate.set()
     station.set(go(download(2, "x.cfg", double.address)))
     agent.succeeds(2)
+    fault("Copy process", "killed while it waits for the server",
+          "row failed, unknown; goes on")
 
 
 def keep_startup(agent, content):

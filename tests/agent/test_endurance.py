@@ -3,9 +3,8 @@
 import pytest
 
 import lab
-from snmp import (COMPLETION, CREATE_AND_GO, DESTROY, SUCCESSFUL, TRUE, go, row,
-                  upload)
-from tools import children_of, wait_for
+from snmp import COMPLETION, DESTROY, TRUE, go, row, upload
+from tools import wait_for
 
 COPIES = 1000
 SETTLED = 100

@@ -6,8 +6,7 @@ import subprocess
 import pytest
 
 from lab import BUILD
-from snmp import (COLUMNS, COMPLETION, CREATE_AND_WAIT, ENTRY, ROOT, download,
-                  name, row)
+from snmp import COLUMNS, COMPLETION, ROOT, name
 
 BASE = pathlib.Path(__file__).resolve().parents[2] / ".cache" / "mibs"
 

@@ -3,8 +3,8 @@
 import pytest
 
 from snmp import (BAD_FILE_NAME, COMPLETION, FAILED, FALSE, SUCCESSFUL, TRUE,
-                  UNKNOWN, download, go, name, row, upload)
-from tools import free_port, wait_for
+                  UNKNOWN, download, go, name, upload)
+from tools import wait_for
 
 UP_TIME = ".1.3.6.1.2.1.1.3.0"
 TRAP_OID = ".1.3.6.1.6.3.1.1.4.1.0"

@@ -4,8 +4,7 @@ import random
 
 import pytest
 
-from snmp import (COLUMNS, CREATE_AND_WAIT, ENTRY, ROOT, V2C, download, name,
-                  row)
+from snmp import COLUMNS, CREATE_AND_WAIT, ENTRY, ROOT, download, name, row
 
 MANY = 10_000
 

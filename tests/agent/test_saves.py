@@ -2,7 +2,6 @@
 
 import os
 import signal
-import subprocess
 import threading
 import time
 
@@ -82,7 +81,7 @@ def test_abort_by_destroy(with_manager):
     nothing_left(agent)
 
 
-def test_without_a_manager(with_manager):
+def test_without_a_manager(with_manager, fault):
     agent = with_manager(start=False)
     start = time.monotonic()
     agent.station.set(save(1))
@@ -92,6 +91,8 @@ def test_without_a_manager(with_manager):
     agent.manager.start()
     agent.station.set(save(2))
     agent.succeeds(2)
+    fault("System manager", "not there when a save is requested",
+          "row failed at once; the next save works when it is there")
 
 
 def test_request_that_is_refused(with_manager, trap_receiver):
@@ -121,9 +122,11 @@ def test_manager_killed_and_restarted(with_manager):
     assert startup(agent) == RUNNING_TEXT
     assert not temporary(agent)
     nothing_left(agent)
+    fault("System manager", "killed during a save and started again",
+          "row failed, saveFailed, old startup configuration kept; goes on")
 
 
-def test_manager_killed_for_good(with_manager, trap_receiver):
+def test_manager_killed_for_good(with_manager, trap_receiver, fault):
     agent = with_manager(f"trap2sink 127.0.0.1:{trap_receiver.port} public\n",
                          save_delay_seconds=30, manager_restart_seconds=2)
     old = keep_startup(agent, b"hostname old\n")
@@ -139,9 +142,12 @@ def test_manager_killed_for_good(with_manager, trap_receiver):
     start_slow_save(agent, 2)
     agent.succeeds(2)
     assert startup(agent) == RUNNING_TEXT
+    fault("System manager", "killed during a save, not started again in time",
+          "row failed, saveFailed, one notification, old startup configuration "
+          "kept; goes on with another one")
 
 
-def test_killed_at_any_moment_leaves_a_whole_file(with_manager):
+def test_killed_at_any_moment_leaves_a_whole_file(with_manager, fault):
     agent = with_manager(manager_restart_seconds=60)
     texts = [b"hostname " + bytes([c]) * 50 + b"\n" + b"! " + bytes([c]) * 70 +
              b"\n" for c in b"abcdefgh"]
@@ -159,9 +165,11 @@ def test_killed_at_any_moment_leaves_a_whole_file(with_manager):
         agent.manager.start()
         if agent.ended(number + 1, 10) == SUCCESSFUL:
             assert now == text
+    fault("System manager", "killed at eight moments of a save",
+          "the startup configuration is the old or the new one, whole")
 
 
-def test_manager_killed_while_the_agent_waits(with_manager):
+def test_manager_killed_while_the_agent_waits(with_manager, fault):
     """Stopped before it answers, then killed: the agent need not wait any
     longer than that."""
     agent = with_manager(manager_restart_seconds=0)
@@ -174,23 +182,29 @@ def test_manager_killed_while_the_agent_waits(with_manager):
     asking.join(5)
     assert not asking.is_alive()
     assert agent.fails(1, seconds=5) == SAVE_FAILED
+    fault("System manager", "stopped before it answers, then killed",
+          "the agent waits no longer; row failed, saveFailed")
 
 
-def test_disk_that_takes_nothing(with_manager):
+def test_disk_that_takes_nothing(with_manager, fault):
     agent = with_manager()
     (agent.state / "startup").mkdir(mode=0o700)
     (agent.state / "startup" / "system.cfg").mkdir(mode=0o700)
     agent.station.set(save(1))
     assert agent.fails(1) == SAVE_FAILED
     nothing_left(agent)
+    fault("Disk", "startup configuration that cannot be replaced, save",
+          "row failed, saveFailed")
 
 
-def test_manager_that_is_ended(with_manager):
+def test_manager_that_is_ended(with_manager, fault):
     agent = with_manager(save_delay_seconds=60)
     start_slow_save(agent)
     assert agent.manager.stop() == 0
     assert agent.fails(1, seconds=5) == SAVE_FAILED
     assert not (agent.state / "save-in-progress").exists()
+    fault("System manager", "ended by SIGTERM during a save",
+          "row failed, saveFailed, nothing left")
 
 
 def test_every_switch_of_the_fabric(with_manager, fabric):
@@ -207,7 +221,7 @@ def test_every_switch_of_the_fabric(with_manager, fabric):
     nothing_left(agent)
 
 
-def test_switches_that_fail(with_manager, fabric):
+def test_switches_that_fail(with_manager, fabric, fault):
     """Each in its own way, and the rest is saved all the same."""
     good = fabric.add("good").start()
     down = fabric.add("down")
@@ -244,26 +258,16 @@ def test_switches_that_fail(with_manager, fabric):
     # Rows go with their copy.
     agent.station.set(row(4, xfCopyEntryRowStatus=DESTROY))
     assert errors(agent, 4) == {}
+    for what in ("is down", "refuses the key", "does not finish",
+                 "has another host key", "says its disk is full"):
+        fault("Switches of the fabric", "one that " + what,
+              "row failed, saveFailed, an error row for it; the others saved")
 
 
-@pytest.fixture
-def small_disk(tmp_path):
-    """A file system of its own with hardly any room."""
-    place = tmp_path / "disk"
-    place.mkdir()
-    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
-    try:
-        subprocess.run([*sudo, "mount", "-t", "tmpfs", "-o",
-                        f"size=64k,mode=700,uid={os.getuid()}", "small",
-                        str(place)], check=True, capture_output=True)
-    except (OSError, subprocess.CalledProcessError) as error:
-        pytest.skip(f"no file system can be mounted: {error}")
-    yield place
-    subprocess.run([*sudo, "umount", str(place)], check=True)
-
-
-def test_switch_with_a_full_disk(with_manager, fabric, small_disk):
+def test_switch_with_a_full_disk(with_manager, fabric, mount_small, tmp_path,
+                                 fault):
     """Its own shell finds that there is no room, and says so over SSH."""
+    small_disk = mount_small(tmp_path / "disk")
     full = fabric.add("full", command=manager.saving_command(
         lab.BUILD / "root", small_disk)).start()
     fabric.add("good").start()
@@ -283,9 +287,12 @@ def test_switch_with_a_full_disk(with_manager, fabric, small_disk):
                     "configuration.")
     assert (old / "system.cfg").read_bytes() == b"hostname old\n"
     assert set(os.listdir(old)) == {"system.cfg", "system.cfg.lock"}
+    fault("Switches of the fabric", "one with a full disk",
+          "row failed, saveFailed, an error row; old startup configuration "
+          "kept there")
 
 
-def test_local_switch_that_fails(with_manager, fabric):
+def test_local_switch_that_fails(with_manager, fabric, fault):
     fabric.add("north").start()
     agent = with_manager(**fabric.settings())
     (agent.state / "startup").mkdir(mode=0o700)
@@ -296,6 +303,8 @@ def test_local_switch_that_fails(with_manager, fabric):
     assert (number, kind, address) == (1, 1, "127.0.0.1")
     assert wwn == "10:00:00:05:1e:34:01:00"
     assert text.startswith("The startup configuration cannot be kept: ")
+    fault("Switches of the fabric", "this one cannot keep its configuration",
+          "row failed, saveFailed, an error row for it")
 
 
 def test_fabric_save_aborted(with_manager, fabric):
@@ -309,7 +318,7 @@ def test_fabric_save_aborted(with_manager, fabric):
     nothing_left(agent)
 
 
-def test_fabric_save_interrupted(with_manager, fabric):
+def test_fabric_save_interrupted(with_manager, fabric, fault):
     """The rows are there after the restart: the results were kept."""
     fabric.add("good").start()
     late = fabric.add("late", command="exec sleep 20").start()

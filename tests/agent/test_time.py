@@ -2,9 +2,8 @@
 
 import pytest
 
-from snmp import (ACTIVE, CREATE_AND_WAIT, DESTROY, IN_PROGRESS, TRUE, download,
-                  go, row, upload)
-from tools import children_of, wait_for
+from snmp import ACTIVE, CREATE_AND_WAIT, DESTROY, IN_PROGRESS, go, row, upload
+from tools import wait_for
 
 ALARM_SECONDS = 101
 
@@ -45,7 +44,7 @@ def test_new_first_row_gets_a_new_alarm(agent, station):
     assert station.rows() == []
 
 
-def test_running_row_stays(agent, station, double):
+def test_running_row_stays(agent, station, double, fault):
     double.gate.clear()
     station.set(go(upload(1, "1.cfg", double.address)))
     wait_for(lambda: double.requests, "the transfer")
@@ -56,14 +55,47 @@ def test_running_row_stays(agent, station, double):
     agent.succeeds(1)
     agent.pass_time(ALARM_SECONDS)
     assert station.rows() == []
+    fault("Clock", "age-out while a copy runs",
+          "row stays until the copy has ended")
 
 
-def test_clock_step_moves_the_creation_once(agent, station):
+def test_clock_step_moves_the_creation_once(agent, station, fault):
     waiting_rows(station, 1, 2)
     assert_steps_count_once(agent, station, [1, 2])
+    fault("Clock", "stepped back and forward, rows of before",
+          "rows age out as if it had not been")
 
 
-def test_six_hangups(agent, station, double, trap_receiver):
+@pytest.mark.parametrize("seconds", [1000, -1000, 100_000, -100_000])
+def test_clock_stepped_during_a_copy(agent, station, double, fault, seconds):
+    """And over the age of the rows, beside one that is only waiting."""
+    waiting_rows(station, 1)
+    double.gate.clear()
+    station.set(go(upload(2, "2.cfg", double.address)))
+    wait_for(lambda: double.requests, "the transfer")
+    agent.set_clock(seconds)
+    agent.pass_time(ALARM_SECONDS)
+    assert station.rows() == [1, 2]
+    assert station.get("xfCopyState", 2) == IN_PROGRESS
+    double.gate.set()
+    agent.succeeds(2)
+    started, completed = station.columns(2, "xfCopyTimeStarted",
+                                         "xfCopyTimeCompleted")
+    agent.pass_time(ALARM_SECONDS)
+    assert station.rows() == [1, 2]
+    agent.pass_time(2 * ALARM_SECONDS)
+    assert station.rows() == []
+    # In up-time; an agent was not up before its start.
+    assert completed == 0 if seconds < 0 else \
+        completed >= started + 100 * seconds
+    fault("Clock", f"stepped by {seconds} s during a copy",
+          "the copy ends successful, its completion time is " +
+          ("moved with the clock" if seconds > 0 else "before the start: 0") +
+          "; both rows age out in their time")
+
+
+def test_six_hangups(agent, station, double, trap_receiver,
+                     fault):
     """One of them during a copy. Rows stay, the copy ends, and a clock step
     still counts once."""
     waiting_rows(station, 1)
@@ -87,14 +119,18 @@ def test_six_hangups(agent, station, double, trap_receiver):
     assert station.rows() == [1, 2, 3]
     assert_every_column_once(station)
     assert_steps_count_once(agent, station, [1, 2, 3])
+    fault("Agent", "SIGHUP six times, once during a copy",
+          "rows stay, the copy ends successful, every column there once; goes "
+          "on")
 
 
-def test_hangups_leave_no_files_open(agent, station):
+def test_hangups_leave_no_files_open(agent, station, fault):
     agent.hang_up()
     before = agent.open_files()
     for _ in range(5):
         agent.hang_up()
     assert agent.open_files() == before
+    fault("Agent", "SIGHUP five times", "no more files open")
 
 
 def test_agent_without_rows_hangs_up(agent, station):

@@ -201,32 +201,37 @@ def test_host_key(make_agent, servers, protocol, known):
     assert not (server.files / "up").exists()
 
 
-def test_full_disk_of_the_server(make_agent, servers, protocol):
+def test_full_disk_of_the_server(make_agent, servers, protocol, fault):
     server = servers.ftp(full=True) if protocol == "ftp" else \
         servers.ssh(full=True)
     agent = agent_for(make_agent, server, protocol)
     agent.running_config(os.urandom(500_000))
     agent.station.set(go(copy(1, protocol, RUNNING, NETWORK, "full/up")))
     assert agent.fails(1) == NO_MEMORY
+    fault("Servers", f"{protocol} server whose disk is full",
+          "row failed, noMem")
 
 
-def test_full_staging_directory(make_installed, server, protocol):
+def test_full_staging_directory(make_installed, server, protocol, fault):
     agent = agent_for(make_installed, server, protocol, full=True)
     server.offer("large", os.urandom(500_000))
     agent.station.set(go(copy(1, protocol, NETWORK, RUNNING, "large")))
     assert agent.fails(1) == NO_MEMORY
     assert os.listdir(f"/proc/{agent.pid}/cwd/") == []
+    fault("Disk", f"staging directory full, {protocol} download",
+          "row failed, noMem, nothing left")
 
 
-def test_server_that_stalls(make_agent, servers, protocol):
+def test_server_that_stalls(make_agent, servers, protocol, fault):
     server = servers.ftp_double() if protocol == "ftp" else \
         servers.ssh(stalls=True)
     agent = agent_for(make_agent, server, protocol, transfer_seconds=2)
     agent.station.set(go(copy(1, protocol, NETWORK, RUNNING, "x")))
     assert agent.fails(1, seconds=30) == TIMEOUT
+    fault("Servers", f"{protocol} server that stalls", "row failed, timeout")
 
 
-def test_server_that_dies_in_the_middle(make_agent, servers, protocol):
+def test_server_that_dies_in_the_middle(make_agent, servers, protocol, fault):
     if protocol == "ftp":
         server = servers.ftp_double(dies_after=100_000)
     else:
@@ -238,6 +243,8 @@ def test_server_that_dies_in_the_middle(make_agent, servers, protocol):
     agent.station.set(go(copy(1, protocol, NETWORK, RUNNING, "x")))
     assert agent.fails(1) == UNKNOWN
     assert agent.running_config() == b"hostname one\n"
+    fault("Servers", f"{protocol} server that dies in the middle",
+          "row failed, unknown, running configuration unchanged")
 
 
 # ---- VRFs and the storage pod ------------------------------------------------

@@ -100,8 +100,8 @@ class TftpDouble:
                 block += 1
             tries = 0 if data else tries + 1
         if last:
+            self.files[name] = content  # before the client is done
             transfer.send(struct.pack("!HH", ACKNOWLEDGE, block & 0xffff))
-            self.files[name] = content
 
     @staticmethod
     def _exchange(transfer, packet, expected):

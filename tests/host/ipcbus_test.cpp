@@ -332,12 +332,12 @@ TEST_F(Ipcbus, AChildHasAResponseQueueOfItsOwn) {
         bool sent = ipcbus_send(ipcbus_response_q, &service, 2, nullptr, 0, 0,
                                 0, &own) == 0;
         bool other = ipcbus_response_q->name != name;
-        ipcbus_sweep(getpid());
         _exit(sent && other ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+    ipcbus_sweep();
     ipcbus_drop(server, receive());
     ipcbus_message *message = receive();
     ASSERT_NE(message, nullptr);
@@ -348,8 +348,6 @@ TEST_F(Ipcbus, AChildHasAResponseQueueOfItsOwn) {
 }
 
 TEST_F(Ipcbus, SweepRemovesWhatAProcessLeft) {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
     pid_t child = fork();
     if (child == 0) {
         ipcbus_handle handle = nullptr;
@@ -366,10 +364,44 @@ TEST_F(Ipcbus, SweepRemovesWhatAProcessLeft) {
         return false;
     };
     EXPECT_TRUE(any_left());
-    ipcbus_sweep(child);
+    ipcbus_sweep();
     EXPECT_FALSE(any_left());
-    close(ready[0]);
-    close(ready[1]);
+    EXPECT_TRUE(ipcbus_reachable(client));
+    EXPECT_TRUE(ipcbus_reachable(server));
+}
+
+TEST_F(Ipcbus, ASocketThatWasRemovedIsMadeAnew) {
+    ASSERT_TRUE(ipcbus_reachable(server));
+    ASSERT_EQ(unlink((settings()->run_directory + "/" + server->name).c_str()),
+              0);
+    EXPECT_FALSE(ipcbus_reachable(server));
+    EXPECT_NE(ipcbus_send(client, &service, 1, nullptr, 0, 0, 0, nullptr), 0);
+    EXPECT_EQ(errno, ENOENT);
+    ASSERT_TRUE(ipcbus_rebind(server));
+    EXPECT_TRUE(ipcbus_reachable(server));
+    EXPECT_EQ(ipcbus_send(client, &service, 2, nullptr, 0, 0, 0, nullptr), 0);
+    ipcbus_message *message = receive();
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(ipcbus_opc_get(message), 2u);
+    ipcbus_drop(server, message);
+}
+
+TEST_F(Ipcbus, ARequestHasASocketForItsAnswer) {
+    ipcbus_message *request = nullptr;
+    ASSERT_EQ(
+        ipcbus_send(ipcbus_response_q, &service, 1, nullptr, 0, 0, 0, &request),
+        0);
+    ipcbus_drop(ipcbus_response_q, request);
+    ipcbus_drop(server, receive());
+    std::string name = ipcbus_response_q->name;
+    ASSERT_EQ(unlink((settings()->run_directory + "/" + name).c_str()), 0);
+    ASSERT_EQ(
+        ipcbus_send(ipcbus_response_q, &service, 2, nullptr, 0, 0, 0, &request),
+        0);
+    EXPECT_TRUE(ipcbus_reachable(ipcbus_response_q));
+    EXPECT_EQ(ipcbus_response_q->name, name);
+    ipcbus_drop(ipcbus_response_q, request);
+    ipcbus_drop(server, receive());
 }
 
 TEST_F(Ipcbus, ATimeoutIsETIME) {

@@ -242,6 +242,17 @@ static bool fails_now(int *countdown) {
     return *countdown > 0 && --*countdown == 0;
 }
 
+/* Whether this is the call that has no memory. */
+static bool no_memory(const char *function) {
+    Platform &p = platform();
+
+    if (!p.recording || !fails_now(&p.fail_memory_at))
+        return false;
+    p.failed_call = function;
+    errno = ENOMEM;
+    return true;
+}
+
 /* ---- Texts on streams ------------------------------------------------------
  */
 
@@ -374,7 +385,7 @@ int ordset_create(struct ordset **set, int keyed, int unique,
         delete *set;
         *set = nullptr;
     }
-    if (fails_now(&p.fail_ordset_create_at))
+    if (fails_now(&p.fail_ordset_create_at) || no_memory(__func__))
         return p.ordset_create_failure;
     *set = new ordset{std::multiset<const void *, Before>(Before{compare}),
                       unique == 1};
@@ -385,7 +396,8 @@ int ordset_create(struct ordset **set, int keyed, int unique,
 void *ordset_add(struct ordset *set, const void *key, void *object) {
     set_call(__func__, key_call(__func__, key));
     EXPECT_EQ(key, object);
-    if (fails_now(&platform().fail_ordset_add_at) || set == nullptr)
+    if (fails_now(&platform().fail_ordset_add_at) || no_memory(__func__) ||
+        set == nullptr)
         return nullptr;
     if (set->unique && set->objects.find(key) != set->objects.end())
         return nullptr;
@@ -528,6 +540,8 @@ int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *name) {
                            text_or_null(name).c_str()))
         .strings = {copy_or_empty(name)};
     hook(__func__);
+    if (no_memory(__func__))
+        return -1;
     const int result = p.bind_results.take();
     if (result < 0)
         return result;
@@ -567,10 +581,13 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         EXPECT_EQ(0, handle->unbound) << handle->name << " was given back";
     }
     hook(__func__);
+    if (request != nullptr)
+        *request = nullptr;
+    if (no_memory(__func__))
+        return -1;
     const int result = p.send_results.take();
     if (request == nullptr)
         return result;
-    *request = nullptr;
     if (result < 0)
         return result;
     *request = p.message(opcode, octets);
@@ -647,6 +664,8 @@ int register_for_notification(uint32_t opcode, notification_handler *handler) {
         __func__,
         print("%s(%u, %s)", __func__, opcode,
               handler == handle_notifications ? "handle_notifications" : "?"));
+    if (no_memory(__func__))
+        return -1;
     platform().subscriptions[opcode] = handler;
     return platform().subscribe_results.take();
 }
@@ -673,7 +692,7 @@ netsnmp_variable_list *build_varbind(netsnmp_variable_list *previous,
                            dotted(name, name_len).c_str()))
         .octets = std::string(static_cast<const char *>(value), length);
     hook(__func__);
-    if (fails_now(&p.fail_varbind_at))
+    if (fails_now(&p.fail_varbind_at) || no_memory(__func__))
         return nullptr;
     netsnmp_variable_list *head = nullptr;
     netsnmp_variable_list *const varbind = snmp_varlist_add_variable(
@@ -695,6 +714,10 @@ int enqueue_notification(int trap_type, const oid *name, size_t name_len,
     called(__func__,
            print("%s(%d, %s, %zu varbinds)", __func__, trap_type,
                  dotted(name, name_len).c_str(), p.varbinds_of(list).size()));
+    if (no_memory(__func__)) {
+        p.notifications.pop_back();
+        return -1;
+    }
     return p.enqueue_results.take();
 }
 
@@ -835,6 +858,8 @@ int ipconf_get_if_inet_addrs(ipcbus_handle queue, uint32_t if_index,
     const int result = p.interface_results.take();
 
     asked(__func__, print("%s(%s, 0x%x)", __func__, name_of(queue), if_index));
+    if (no_memory(__func__))
+        return ENOMEM;
     if (!p.interface_addresses.has_value())
         return result;
     const auto &given = *p.interface_addresses;
@@ -939,6 +964,8 @@ int rpcq_req_resp(uint32_t code, uint32_t arg1, uint32_t arg2,
                            request_length, service, name_of(queue), limit));
     hook(__func__);
     *response = nullptr;
+    if (no_memory(__func__))
+        return -1;
     if (p.rpcq_response.has_value()) {
         const size_t size = std::max<size_t>(8, p.rpcq_response->size());
         *response = allocated_for_module(size);
@@ -1036,6 +1063,8 @@ int execute_program_and_wait_redirect(int in, int out_fd, int err_fd,
 pid_t intercept_fork(void) {
     called("fork", "fork()");
     hook("fork");
+    if (no_memory("fork"))
+        return -1;
     return platform().fork_results.take();
 }
 
@@ -1109,7 +1138,7 @@ static void *counted_allocation(size_t size, const void *contents) {
     Platform &p = platform();
 
     p.record(Kind::Memory, "malloc", print("malloc(%zu)", size));
-    if (fails_now(&p.fail_malloc_at)) {
+    if (fails_now(&p.fail_malloc_at) || no_memory("malloc")) {
         errno = ENOMEM;
         return nullptr;
     }
@@ -1181,7 +1210,7 @@ FILE *intercept_fopen(const char *name, const char *mode) {
                           text_or_null(mode).c_str()))
         .strings = {name, mode};
     hook("fopen");
-    if (!p.file_opens.take())
+    if (no_memory("fopen") || !p.file_opens.take())
         return nullptr;
     return tmpfile();
 }
@@ -1343,7 +1372,7 @@ unsigned intercept_snmp_alarm_register(unsigned when, unsigned flags,
                   ? "cfgentry_age_timer_handler"
                   : "?",
               argument == nullptr ? "NULL" : "?"));
-    return platform().alarm_ids.take();
+    return no_memory("snmp_alarm_register") ? 0 : platform().alarm_ids.take();
 }
 
 void intercept_snmp_alarm_unregister(unsigned id) {

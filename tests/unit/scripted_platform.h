@@ -219,6 +219,10 @@ class Platform {
     int fail_malloc_at = 0; /* 1: the next malloc fails, 0: none */
     int expected_leaks = 0; /* blocks that no container holds at the end */
     size_t mallocs = 0;     /* successful, of the module, since forget() */
+    /* Calls that need memory, the module's own and those of the platform: the
+     * one of this number fails as documented. 1: the next, 0: none. */
+    int fail_memory_at = 0;
+    std::string failed_call; /* the one that did */
 
     /* -- ordset -- */
     int fail_ordset_create_at = 0; /* counted from now; 0: none */

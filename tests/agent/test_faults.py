@@ -1,0 +1,480 @@
+"""Copy processes that are killed, forks that fail, descriptors that run out,
+disks that are full or cannot be written, agents that are killed or hung up."""
+
+import errno
+import os
+import pathlib
+import signal
+import subprocess
+import time
+
+import pytest
+
+import lab
+from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
+                    wait_for_copy_process)
+from saves import RUNNING_TEXT, keep_startup, save, startup
+from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
+from tools import wait_for
+
+# The copies, and the steps of each in their order with what has to come of a
+# process that is killed there.
+KILLED = "row failed, unknown"
+STAYS = "row failed, unknown; the staged file stays"
+REPORTED = "row successful"
+STEPS = {
+    "upload": [
+        ("start before", "as soon as it runs", KILLED),
+        ("bind before", "before it binds its handle", KILLED),
+        ("bind after", "after it has bound its handle", KILLED),
+        ("stage before", "before it opens the staged file", KILLED),
+        ("stage after", "after it has opened the staged file", STAYS),
+        ("show before", "before the configuration is shown", STAYS),
+        ("show after", "after the configuration was shown", STAYS),
+        ("tell before", "before it tells the system manager", STAYS),
+        ("send before", "before the transfer", STAYS),
+        ("send after", "after the transfer", STAYS),
+        ("remove before", "before it removes the staged file", STAYS),
+        ("remove after", "after it has removed the staged file", KILLED),
+        ("bind-report before", "before it binds for its report", KILLED),
+        ("bind-report after", "after it has bound for its report", KILLED),
+        ("report before", "before its report", KILLED),
+        ("report after", "after its report", REPORTED),
+    ],
+    "download": [
+        ("fetch before", "before the transfer", KILLED),
+        ("fetch after", "after the transfer", STAYS),
+        ("apply before", "before the configuration is applied", STAYS),
+        ("apply after", "after the configuration was applied", STAYS),
+        ("remove after", "after it has removed the fetched file", KILLED),
+        ("report before", "before its report", KILLED),
+        ("report after", "after its report", REPORTED),
+    ],
+    "startup to running": [
+        ("bind after", "after it has bound its handle", KILLED),
+        ("apply before", "before the configuration is applied", KILLED),
+        ("apply after", "after the configuration was applied", KILLED),
+        ("report after", "after its report", REPORTED),
+    ],
+}
+
+
+@pytest.mark.parametrize("copy", STEPS)
+def test_copy_process_killed_at_every_step(make_agent, make_double, fault,
+                                           copy):
+    agent = make_agent(fault_points=True)
+    double = make_double(agent)
+    station = agent.station
+    agent.running_config(b"hostname one\n")
+    keep_startup(agent, b"hostname kept\n")
+    double.files["down.cfg"] = b"hostname two\n"
+    files = None
+    for index, (step, words, expected) in enumerate(STEPS[copy], 1):
+        agent.fault_point.write_text(step)
+        station.set({
+            "upload": go(upload(index, "up.cfg", double.address)),
+            "download": go(download(index, "down.cfg", double.address)),
+            "startup to running": startup_to_running(index)}[copy])
+        outcome = outcome_of(agent, index)
+        agent.idle()
+        left = sorted(os.listdir(agent.staging))
+        if left:
+            assert left == [{"upload": "up.cfg"}.get(copy, "down.cfg")]
+            (agent.staging / left[0]).unlink()
+            outcome += "; the staged file stays"
+        assert outcome == expected, step
+        fault("Copy process", f"{copy}, killed {words}", outcome)
+        agent.fault_point.unlink()
+        forget(agent, index)
+        # Nothing of it is left in the run directory, nor in the agent.
+        assert not [each for each in agent.sockets()
+                    if not each.startswith(("sap.28", f"q.{agent.pid}."))]
+        files = files or agent.open_files()
+        assert agent.open_files() == files, step
+    goes_on(agent, double)
+
+
+# ---- Forks and descriptors ---------------------------------------------------
+
+# Forks of root cannot be limited. Everything else is as root has it.
+AGENTS_USER = ["setpriv", "--reuid", "64123", "--clear-groups",
+               "--inh-caps", "-all,+dac_override,+dac_read_search,+fowner",
+               "--ambient-caps", "-all,+dac_override,+dac_read_search,+fowner"
+               ] if os.getuid() == 0 else []
+
+
+def limit(agent, what, soft):
+    """The soft limit; only a process of the same user may set it."""
+    subprocess.run([*agent.wrapper, "prlimit", "--pid", str(agent.pid),
+                    f"--{what}={soft}:"], check=True)
+
+
+def test_fork_that_fails(make_agent, make_double, fault):
+    agent = make_agent(wrapper=AGENTS_USER)
+    double = make_double(agent)
+    station = agent.station
+    agent.running_config(b"hostname one\n")
+    goes_on(agent, double)
+    files = agent.open_files()
+    limit(agent, "nproc", 0)
+    for index in (1, 2):  # the second is not refused: the first has ended
+        station.set(go(upload(index, "up.cfg", double.address)))
+        outcome = outcome_of(agent, index)
+        assert outcome == "row failed, unknown"
+        assert agent.log.count("a copy process could not be started") == index
+    assert not double.files.get("up.cfg")
+    assert agent.open_files() == files
+    limit(agent, "nproc", 4096)
+    fault("Fork", "fork fails (RLIMIT_NPROC), twice",
+          f"SET answered noError; {outcome}, each time; "
+          f"{goes_on(agent, double, 3)} once forks work")
+
+
+def lowest_free(pid):
+    taken = set(map(int, os.listdir(f"/proc/{pid}/fd")))
+    return next(number for number in range(1024) if number not in taken)
+
+
+@pytest.mark.parametrize("spare, expected", [
+    (1, "row failed, unknown"), (3, "row successful")], ids=["one", "three"])
+def test_few_descriptors_left(make_agent, make_double, fault, spare, expected):
+    """Without any, a stock agent answers nobody. With one, there is none for
+    the report, which is given up after ten pauses."""
+    agent = make_agent(fault_points=True)
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    goes_on(agent, double)
+    files = agent.open_files()
+    limit(agent, "nofile", lowest_free(agent.pid) + spare)
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == expected
+    agent.idle()
+    limit(agent, "nofile", 1024)
+    assert agent.open_files() == files
+    for file in agent.staging.iterdir():
+        assert file.read_bytes() == b""
+        file.unlink()
+    fault("Descriptors", f"agent with {spare} to spare (RLIMIT_NOFILE)",
+          f"{outcome}; {goes_on(agent, double)} when there are more")
+
+
+# ---- A copy process killed while others work ---------------------------------
+
+def hold_shell(agent):
+    """From now on the shell waits while the file "hold" is there."""
+    root = agent.folder / "root"
+    (root / "brim/bin").mkdir(parents=True)
+    real = lab.BUILD / "root/brim/bin"
+    for each in real.iterdir():
+        if each.name != "qsh":
+            (root / "brim/bin" / each.name).symlink_to(each)
+    shell = root / "brim/bin/qsh"
+    hold = agent.folder / "hold"
+    shell.write_text("#!/bin/sh\n"
+                     f"echo $$ >>{agent.folder}/shells\n"
+                     "for i in $(seq 300); do\n"
+                     f"    [ -e {hold} ] || break\n"
+                     "    sleep 0.1\n"
+                     "done\n"
+                     f"exec {real}/qsh \"$@\"\n")
+    shell.chmod(0o755)
+    agent.settings["root"] = root
+
+
+def shells(agent):
+    """The ids of the shells that run."""
+    file = agent.folder / "shells"
+    pids = file.read_text().split() if file.exists() else []
+    return [each for each in pids if os.path.exists(f"/proc/{each}")]
+
+
+@pytest.mark.parametrize("copy", ["shown", "sent", "fetched", "applied"])
+def test_copy_process_killed_in_the_middle(make_agent, make_double, fault,
+                                           copy):
+    agent = make_agent(prepare=hold_shell)
+    double = make_double(agent)
+    hold = agent.folder / "hold"
+    agent.running_config(b"hostname one\n")
+    double.files["down.cfg"] = b"hostname two\n"
+    if copy in ("shown", "applied"):
+        hold.touch()
+    else:
+        double.gate.clear()
+    agent.station.set(go(
+        upload(1, "up.cfg", double.address) if copy in ("shown", "sent") else
+        download(1, "down.cfg", double.address)))
+    child = wait_for_copy_process(agent)
+    wait_for(lambda: shells(agent) if hold.exists() else double.requests,
+             "the step")
+    os.kill(child, signal.SIGKILL)
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, unknown"
+    agent.idle()
+    # The shell is a process of its own and does what it was told.
+    hold.unlink(missing_ok=True)
+    double.gate.set()
+    wait_for(lambda: not shells(agent), "the shell to end")
+    if copy == "applied":
+        assert agent.running_config() == b"hostname two\n"
+        outcome += "; the shell applies the file to its end"
+    else:
+        assert agent.running_config() == b"hostname one\n"
+    left = os.listdir(agent.staging)
+    if copy == "fetched":
+        assert left == []
+    else:
+        assert len(left) == 1
+        outcome += "; the staged file stays"
+        (agent.staging / left[0]).unlink()
+    fault("Copy process", "killed while the configuration is " + copy,
+          f"{outcome}; {goes_on(agent, double)}")
+
+
+# ---- Disks -------------------------------------------------------------------
+
+BIG = b"! " + b"x" * 76 + b"\n"
+
+
+def fill(path):
+    """Leaves no room on the disk of that file."""
+    with open(path, "ab", buffering=0) as filler:
+        try:
+            while filler.write(bytes(4096)):
+                pass
+        except OSError as error:
+            assert error.errno == errno.ENOSPC
+
+
+def test_full_staging_directory(mount_small, make_agent, make_double, fault):
+    agent = make_agent(prepare=lambda agent: mount_small(agent.staging))
+    double = make_double(agent)
+    big = agent.running_config(BIG * 2000)
+    double.files["down.cfg"] = b"hostname two\n" + BIG * 2000
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, unknown"
+    assert "up.cfg" not in double.files
+    (agent.staging / "up.cfg").unlink()
+    agent.station.set(go(download(2, "down.cfg", double.address)))
+    fetched = outcome_of(agent, 2)
+    assert agent.running_config() == big
+    assert os.listdir(agent.staging) == []
+    agent.running_config(b"hostname one\n")
+    fault("Disk", "staging directory full, upload",
+          f"{outcome}, nothing sent; the staged file stays")
+    fault("Disk", "staging directory full, download",
+          f"{fetched}, nothing left; {goes_on(agent, double)} with less")
+
+
+def test_staging_directory_that_cannot_be_written(mount_small, make_agent,
+                                                  make_double, fault):
+    agent = make_agent(prepare=lambda agent: mount_small(agent.staging))
+    double = make_double(agent)
+    sudo = ["sudo", "-n"] if os.getuid() != 0 else []
+
+    def remount(mode):
+        subprocess.run([*sudo, "mount", "-o", f"remount,{mode}",
+                        str(agent.staging)], check=True)
+    agent.running_config(b"hostname one\n")
+    double.files["down.cfg"] = b"hostname two\n"
+    remount("ro")
+    for index, (words, copy) in enumerate([("upload", upload),
+                                           ("download", download)], 1):
+        agent.station.set(go(copy(index, "down.cfg", double.address)))
+        outcome = outcome_of(agent, index)
+        assert outcome == "row failed, unknown"
+        assert os.listdir(agent.staging) == []
+        fault("Disk", f"staging directory read-only, {words}", outcome)
+    assert double.requests == []
+    assert agent.running_config() == b"hostname one\n"
+    remount("rw")
+    goes_on(agent, double)
+
+
+def test_state_directory_full(mount_small, make_agent, make_double, fault):
+    """Trace history and records are lost, copies are not."""
+    agent = make_agent(prepare=lambda agent: mount_small(agent.state))
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    fill(agent.state / "filler")
+    outcome = goes_on(agent, double)
+    assert "accounting record lost: No space left on device" in agent.log
+    fault("Disk", "state directory full, upload",
+          f"row successful, no accounting record, which is logged; {outcome}")
+    double.files["down.cfg"] = b"hostname two\n" + b"".join(
+        b"vlan %d\n" % number for number in range(1, 3000))
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, unknown"
+    assert agent.running_config() == b"hostname one\n"
+    fault("Disk", "state directory full, configuration applied",
+          f"{outcome}, running configuration unchanged")
+
+
+def test_save_on_a_full_disk(mount_small, with_manager, fault):
+    def prepare(agent):
+        mount_small(agent.state / "startup")
+    agent = with_manager(prepare=prepare)
+    old = keep_startup(agent, b"hostname old\n")
+    agent.running_config(BIG * 2000)
+    agent.station.set(save(1))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, saveFailed"
+    assert startup(agent) == old
+    assert set(os.listdir(agent.state / "startup")) == {"system.cfg",
+                                                        "system.cfg.lock"}
+    agent.running_config(b"hostname one\n")
+    fault("Disk", "startup directory full, save", f"{outcome}, old startup "
+          f"configuration kept; {saves_on(agent)} with less")
+
+
+# The agent sees another /tmp, with the folders of the old one that it needs.
+OTHER_TMP = """
+new=$1 needed=$2
+shift 2
+for each in $needed; do
+    mkdir -p "$new/$each" && mount --rbind "/tmp/$each" "$new/$each" || exit
+done
+mount --rbind "$new" /tmp && exec "$@"
+"""
+
+
+def test_results_file_on_a_full_disk(mount_small, make_agent, make_double,
+                                     tmp_path, fault):
+    small = mount_small(tmp_path / "tmp")
+    needed = {pathlib.Path(each).parts[2]
+              for each in (tmp_path, lab.BUILD, lab.MODULE)
+              if str(each).startswith("/tmp/")}
+    for each in needed:
+        (small / each).mkdir()
+    wrapper = ["unshare", "-m", "sh", "-c", OTHER_TMP, "sh", str(small),
+               " ".join(needed)]
+    if os.getuid() != 0:
+        pytest.skip("only root has a view of the disks of its own")
+    fill(small / "filler")
+    agent = make_agent(wrapper=wrapper)
+    double = make_double(agent)
+    double.files["down.cfg"] = b"hostname two\nflux on\n"
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, someConfigApplyFailed"
+    assert agent.running_config() == b"hostname two\n"
+    assert "qsh: /tmp/configcopy.txt: No space left on device" in agent.log
+    assert set(os.listdir(small)) == needed | {"filler"}
+    fault("Disk", "disk of the results file full, one line refused",
+          f"{outcome}, the other lines applied, as with more room; logged")
+
+
+# ---- Agents that are killed --------------------------------------------------
+
+def kill_agent(agent):
+    agent.signal(signal.SIGKILL)
+    agent.process.wait()
+
+
+def test_agent_killed_during_a_copy(make_agent, make_double, fault):
+    agent = make_agent()
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    double.gate.clear()
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    child = wait_for_copy_process(agent)
+    wait_for(lambda: double.requests, "the transfer")
+    kill_agent(agent)
+    double.gate.set()
+    # The copy is done to its end; its report reaches nobody.
+    wait_for(lambda: not os.path.exists(f"/proc/{child}"), "the copy process")
+    assert double.files["up.cfg"] == b"hostname one\n"
+    assert os.listdir(agent.staging) == []
+    agent.start()
+    assert agent.station.rows() == []
+    fault("Agent", "killed during a copy and started again",
+          "the copy process ends its work, nothing is left; no rows; " +
+          goes_on(agent, double))
+
+
+def test_agent_killed_with_its_copy_process(make_agent, make_double, fault):
+    agent = make_agent()
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    double.files["down.cfg"] = b"hostname two\n" * 1000
+    double.stop_after = 5
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    child = wait_for_copy_process(agent)
+    wait_for(lambda: double.requests, "the transfer")
+    kill_agent(agent)
+    os.kill(child, signal.SIGKILL)
+    wait_for(lambda: not os.path.exists(f"/proc/{child}"), "the copy process")
+    assert os.listdir(agent.staging) == []
+    double.stop_after = None
+    agent.start()
+    assert agent.running_config() == b"hostname one\n"
+    fault("Agent", "killed with its copy process in the middle of a download",
+          "no part of the file, no rows; " + goes_on(agent, double))
+
+
+def test_agent_killed_during_a_save(with_manager, fault):
+    agent = with_manager(save_delay_seconds=2)
+    keep_startup(agent, b"hostname old\n")
+    agent.station.set(save(1))
+    assert agent.station.get("xfCopyState", 1) == IN_PROGRESS
+    kill_agent(agent)
+    agent.start()
+    assert agent.station.rows() == []
+    wait_for(lambda: startup(agent) == RUNNING_TEXT,
+             "the save to end")
+    wait_for(lambda: not (agent.state / "save-in-progress").exists(),
+             "the note to go")
+    # The end of that save must not end another one.
+    agent.running_config(b"hostname new\n")
+    fault("Agent", "killed during a save and started again",
+          "the save is done to its end; no rows; " + saves_on(agent))
+
+
+# ---- SIGHUP ------------------------------------------------------------------
+
+HANGUPS = 300
+
+
+def storm(agent):
+    for _ in range(HANGUPS):
+        agent.signal(signal.SIGHUP)
+        time.sleep(0.002)
+
+
+def test_hundreds_of_hangups(make_agent, make_double, fault):
+    agent = make_agent(movable_clock=True)
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    agent.station.set(row(7, xfCopyEntryRowStatus=CREATE_AND_WAIT))
+    double.gate.clear()
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    wait_for(lambda: double.requests, "the transfer")
+    for _ in range(3):
+        agent.hang_up()
+    files, memory = agent.open_files(), agent.resident_kib()
+    storm(agent)
+    wait_for(agent.answers, "the agent to answer")
+    assert agent.station.get("xfCopyState", 1) == IN_PROGRESS
+    double.gate.set()
+    agent.succeeds(1)
+    agent.idle()
+    assert agent.station.rows() == [1, 7]
+    loads = agent.log.count("NET-SNMP version")
+    print(f"{loads} loads, {files} and {agent.open_files()} files, "
+          f"{memory} and {agent.resident_kib()} KiB")
+    assert loads > 20
+    assert agent.open_files() <= files
+    if not lab.SANITIZED:  # which keeps what is freed
+        assert agent.resident_kib() < memory + 1024
+    # A step of the clock moves the rows once, so there is one callback.
+    agent.set_clock(-1000)
+    agent.pass_time(101)
+    assert agent.station.rows() == [1, 7]
+    agent.set_clock(2000)
+    agent.pass_time(101)
+    assert agent.station.rows() == [1, 7]
+    fault("Agent", f"{HANGUPS} SIGHUPs while a copy runs",
+          "rows stay, the copy ends successful, one callback, no more files "
+          f"open, less than 1 MiB more memory; {goes_on(agent, double)}")
