@@ -87,8 +87,8 @@ void settings_file(const std::string &text) {
         load_settings(from_file, [&](const char *name) -> const char * {
             return strcmp(name, "XF_CONFIG") == 0 ? path.c_str() : nullptr;
         });
-    FUZZ_CHECK(file_error.empty() == error.empty(), "\"%s\", from a file \"%s\"",
-               error.c_str(), file_error.c_str());
+    FUZZ_CHECK(file_error.empty() == error.empty(),
+               "\"%s\", from a file \"%s\"", error.c_str(), file_error.c_str());
 }
 
 // As the environment gives it: a variable is the whole value.
@@ -131,8 +131,9 @@ void results_file(const std::string &text) {
     const std::vector<FabricResult> again = parse_results(printed);
     FUZZ_CHECK(again.size() == results.size(), "%zu results, read back %zu",
                results.size(), again.size());
-    FUZZ_CHECK(print_results(again) == printed, "printed:\n%.200s\nthen:\n%.200s",
-               printed.c_str(), print_results(again).c_str());
+    FUZZ_CHECK(print_results(again) == printed,
+               "printed:\n%.200s\nthen:\n%.200s", printed.c_str(),
+               print_results(again).c_str());
     for (size_t i = 0; i < results.size(); i++)
         FUZZ_CHECK(again[i].wwn == results[i].wwn &&
                        again[i].local == results[i].local &&
