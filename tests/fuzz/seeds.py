@@ -136,7 +136,7 @@ pdu("save-nobody-answers", save_row(1), activate(1), SENT, SILENCE * 12, message
 pdu("save-aborted", save_row(1), activate(1), SENT, ACCEPTED, destroy(1), SENT)
 pdu("fabric-save-fails", save_row(1, 6), activate(1), SENT, ACCEPTED,
     bytes([SAVE_END, 1]) + word(1), b"\x00",
-    b"\x01" + b"WWWWWWWW" + b"\x00\x01\xc0\x00\x02\x09" + b"\x04disk full",
+    b"\x01" + b"WWWWWWWW" + b"\x00\x01\xc0\x00\x02\x09" + b"\x05full disk!",
     b"\x01" + b"LLLLLLLL" + b"\x01" + b"\x03busy..", b"\x01\x01\xc0\x00\x02\x08",
     b"\x01" + b"VVVVVVVV" + b"\x02\x02" + bytes(range(16)) + b"\xff", b"x" * 256, b"\x00",
     b"\x00" * 8, WALK, get_bulk(0, 9, b"\x10\x01", b"\x11\x01", b"\x12\x01", b"\x13\x01"),
@@ -163,8 +163,8 @@ pdu("old-rows-go", create(1), save_row(2), activate(2), SENT, ACCEPTED, OLD, AGE
     message(SAVE_END, 0), AGE)
 pdu("no-memory", b"\x0d\x00", create(1), create(1), b"\x0d\x00", activate(1), WALK)
 pdu("wrong-types", create(1),
-    set_(*(name(c, 1) + b"\x0f" + bytes([t, 4]) + b"abcd"
-           for c, t in ((PROTOCOL, 1), (ADDRESS, 1), (FILE, 0), (PASSWORD, 2)))),
+    *(set_(name(c, 1) + b"\x0f" + bytes([t, 4]) + b"abcd")
+      for c, t in ((PROTOCOL, 1), (ADDRESS, 1), (FILE, 0), (PASSWORD, 2), (ROW_STATUS, 7))),
     set_(name(SOURCE, 1) + b"\x0e" + word(0x80000000)), WALK)
 
 # ---- read_fuzzer: rows, error rows, reads -----------------------------------
@@ -209,6 +209,50 @@ reads("big-sub-identifiers", some, (), b"\x04\x00\x01\x01\x00\xff\xff\xff\xff\x0
       b"\x04\x01\x01\x01\x01\x03\x01\x00\x0e\x01")
 reads("other-magic-numbers", some, (), *(bytes([20, m]) + b"\x01\x01\x01\x01\x03\x01\x01"
                                          for m in (0, 3, 12, 20, 24, 29, 255)))
+
+# ---- write_fuzzer: requests, see request() there ----------------------------
+
+
+def write_(column, row, value, kind=None):
+    """A value of the column's type, or octets of another one."""
+    head = bytes([column - 2, 0, row])
+    if kind is not None:
+        return head + bytes([0, kind, len(value)]) + value + b"\x01"
+    if column in STRINGS or column == ADDRESS:
+        return head + bytes([1, len(value)]) + value + (b"\x01" if column == PASSWORD else b"")
+    return head + bytes([1, 0, value & 0xFF])
+
+
+def writes(*each, fails_after=0):
+    return bytes([0, fails_after, len(each) - 1]) + b"".join(each)
+
+
+def phases(file, *parts):
+    write("write_fuzzer", file, *parts)
+
+
+made = writes(write_(ROW_STATUS, 1, CREATE_AND_WAIT))
+upload = (writes(write_(SOURCE, 1, 4), write_(DEST, 1, 1), write_(FILE, 1, b"a.cfg"),
+                 write_(ADDRESS, 1, b"\xc0\x00\x02\x01")))
+phases("columns", made, upload,
+       writes(write_(USER, 1, b"u" * 41), write_(PASSWORD, 1, b"p" * 36),
+              write_(VRF, 1, b"v" * 32), write_(NOTIFY, 1, 1)),
+       writes(write_(ADDRESS_TYPE, 1, 2), write_(REV1, 1, b"\x20\x01")))
+phases("upload", made, upload, writes(write_(ROW_STATUS, 1, ACTIVE)), FORKED, b"\x07\x00",
+       writes(write_(ROW_STATUS, 1, DESTROY)))
+for length in (0, 1, 3, 4, 5, 7, 8, 9):
+    phases("integer-of-%d-octets" % length, made,
+           *(writes(write_(c, 1, b"\x01" * length, kind=0))
+             for c in (PROTOCOL, SOURCE, ADDRESS_TYPE, ROW_STATUS)))
+phases("every-type-in-every-column", made,
+       *(writes(write_(c, 1, b"abcd", kind=t)) for c in range(2, 18) for t in range(6)))
+for after in (1, 2, 3):
+    phases("fails-after-%d" % after, made, upload,
+           writes(write_(FILE, 1, b"b"), write_(PROTOCOL, 1, 2), fails_after=after),
+           writes(write_(ROW_STATUS, 1, ACTIVE), fails_after=after), FORKED,
+           writes(write_(ROW_STATUS, 2, CREATE_AND_WAIT), fails_after=after),
+           writes(write_(ROW_STATUS, 1, DESTROY), fails_after=after))
+phases("empty-values", made, *(writes(write_(c, 1, b"")) for c in STRINGS + (ADDRESS,)))
 
 # ---- message_fuzzer: see step() there ---------------------------------------
 
