@@ -106,6 +106,28 @@ bool ordered_name(const Read &read) {
     return true;
 }
 
+bool begins_with_column(const Read &read) {
+    return read.length > read.vp.namelen &&
+           memcmp(read.name, read.vp.name, read.vp.namelen * sizeof(oid)) == 0;
+}
+
+// A name that is not below the column stands before its first row.
+void check_first(const Read &before, const Read &after) {
+    FUZZ_CHECK(before.exact == 0 || of_copy_table(before),
+               "an error row for a name of another column");
+    if (before.exact != 0)
+        return;
+    const void *first =
+        ordset_find_nth_obj(of_copy_table(before) ? module_state.copy_table
+                                                  : module_state.error_table,
+                            1);
+    // Both records begin with their index.
+    FUZZ_CHECK(first != nullptr &&
+                   *static_cast<const int32_t *>(first) ==
+                       static_cast<int32_t>(after.name[after.vp.namelen]),
+               "next of another column is not the first row");
+}
+
 void check_found(const Read &before, const Read &after) {
     const size_t indexes = of_copy_table(after) ? 1 : 2;
     search_for_password(after.value, "a value");
@@ -119,6 +141,8 @@ void check_found(const Read &before, const Read &after) {
     FUZZ_CHECK(row_exists(index), "a value of no row %d", index);
     FUZZ_CHECK(after.value.size() <= 256, "a value of %zu octets",
                after.value.size());
+    if (!begins_with_column(before))
+        check_first(before, after);
     if (after.exact == 0 && ordered_name(before))
         FUZZ_CHECK(snmp_oid_compare(after.name, after.length, before.name,
                                     before.length) > 0,

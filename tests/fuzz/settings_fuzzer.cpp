@@ -81,6 +81,13 @@ void settings_file(const std::string &text) {
                    from_text.switch_wwn.size() == 16,
                "world wide name \"%s\"", from_text.switch_wwn.c_str());
 
+    // They are handed on as C strings.
+    for (const std::string &each :
+         {from_text.root, from_text.run_directory, from_text.state_directory,
+          from_text.management_address, from_text.fabric_command})
+        FUZZ_CHECK(each.find('\0') == std::string::npos,
+                   "a setting goes on behind a NUL: \"%s\"", each.c_str());
+
     directory().write("settings", text);
     const std::string path = directory().path("settings");
     const std::string file_error =
