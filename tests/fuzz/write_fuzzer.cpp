@@ -2,6 +2,7 @@
 // with what Net-SNMP would never let through: any type and any length of value,
 // which is then all the memory that there is. Octets: requests, each a few
 // writes and where it is to fail.
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -103,14 +104,35 @@ int32_t integer_of(const Write &write) {
     return value;
 }
 
+bool writes_row_status(const Write &write) {
+    return write.vp.magic == row_status_magic &&
+           write.name_length == XF_VARBIND_OID_LENGTH;
+}
+
+int32_t index_of(const Write &write) {
+    return static_cast<int32_t>(write.name[write.name_length - 1]);
+}
+
 // UNDO of an activation whose row is gone answers genErr and loses the record.
 void note_undo(const Write &write) {
-    const auto index = static_cast<int32_t>(write.name[write.name_length - 1]);
-    if (write.vp.magic == row_status_magic &&
-        write.name_length == XF_VARBIND_OID_LENGTH &&
-        integer_of(write) == XF_ROW_ACTIVE &&
-        undo_indexes().count(index) != 0 && !row_exists(index))
+    if (writes_row_status(write) && integer_of(write) == XF_ROW_ACTIVE &&
+        undo_indexes().count(index_of(write)) != 0 &&
+        !row_exists(index_of(write)))
         platform().allowed_leaks++;
+}
+
+size_t most_octets(int magic) {
+    switch (magic) {
+    case 8:
+        return 128; // file name
+    case 9:
+    case 10:
+        return 41; // user and password
+    case 18:
+        return 64; // typed address
+    default:
+        return 32; // VRF
+    }
 }
 
 void check_error(const Write &write, int action, int error) {
@@ -124,8 +146,9 @@ void check_error(const Write &write, int action, int error) {
                    write.length == sizeof(long),
                "magic %d: an integer of %zu octets taken", write.vp.magic,
                write.length);
-    FUZZ_CHECK(write.length <= 128, "magic %d: %zu octets taken",
-               write.vp.magic, write.length);
+    FUZZ_CHECK(write.type != ASN_OCTET_STR ||
+                   write.length <= most_octets(write.vp.magic),
+               "magic %d: %zu octets taken", write.vp.magic, write.length);
 }
 
 // One phase of every write, up to the first that refuses. RESERVE1 and RESERVE2
@@ -151,22 +174,52 @@ void finish(std::vector<Write> &writes, int action) {
     }
 }
 
+// The rows that a request is to make, and that nothing else in it is about.
+std::vector<int32_t> rows_to_make(const std::vector<Write> &writes) {
+    std::vector<int32_t> made;
+    for (const Write &each : writes) {
+        const int32_t value = integer_of(each);
+        const auto about = std::count_if(
+            writes.begin(), writes.end(), [&](const Write &other) {
+                return other.vp.magic == row_status_magic &&
+                       index_of(other) == index_of(each);
+            });
+        if (writes_row_status(each) && about == 1 &&
+            !row_exists(index_of(each)) &&
+            (value == XF_ROW_CREATE_AND_GO || value == XF_ROW_CREATE_AND_WAIT))
+            made.push_back(index_of(each));
+    }
+    return made;
+}
+
+void check_unmade(const std::vector<int32_t> &made) {
+    for (int32_t index : made)
+        FUZZ_CHECK(!row_exists(index), "row %d outlived its creation", index);
+}
+
 void request(Input &input) {
     std::vector<Write> writes;
     const unsigned fails_after = input.choice(8);
     for (unsigned left = input.choice(4) + 1; left > 0; left--)
         writes.push_back(write_of(input));
-    if (!phase(writes, RESERVE1) || fails_after == 1 ||
-        !phase(writes, RESERVE2) || fails_after == 2)
+    const std::vector<int32_t> made = rows_to_make(writes);
+    if (!phase(writes, RESERVE1) || fails_after == 1)
         return finish(writes, FREE);
-    if (!phase(writes, ACTION) || fails_after == 3)
-        return finish(writes, UNDO);
+    const bool reserved = phase(writes, RESERVE2);
+    if (!reserved || fails_after == 2) {
+        finish(writes, FREE);
+        if (reserved)
+            check_unmade(made);
+        return;
+    }
+    if (!phase(writes, ACTION) || fails_after == 3) {
+        finish(writes, UNDO);
+        return check_unmade(made);
+    }
     finish(writes, COMMIT);
     for (const Write &each : writes)
-        if (each.vp.magic == row_status_magic &&
-            each.name_length == XF_VARBIND_OID_LENGTH)
-            FUZZ_CHECK(undo_indexes().count(static_cast<int32_t>(
-                           each.name[XF_COLUMN_OID_LENGTH])) == 0,
+        if (writes_row_status(each))
+            FUZZ_CHECK(undo_indexes().count(index_of(each)) == 0,
                        "an undo record outlived the request");
 }
 
