@@ -239,6 +239,9 @@ std::string wwn_digits(std::string_view text) {
 
 std::string set_setting(Settings &s, std::string_view key,
                         std::string_view value) {
+    // What comes behind a NUL would be checked by some and used by none.
+    if (value.find('\0') != V::npos)
+        return std::string(key) + ": a NUL in the value";
     for (const Key &known : keys) {
         if (known.name != key)
             continue;

@@ -27,8 +27,9 @@ std::vector<std::string> words_of(std::string_view line) {
 
 bool is_address(const std::string &text) {
     unsigned char octets[16];
-    return inet_pton(AF_INET, text.c_str(), octets) == 1 ||
-           inet_pton(AF_INET6, text.c_str(), octets) == 1;
+    return text.find('\0') == std::string::npos &&
+           (inet_pton(AF_INET, text.c_str(), octets) == 1 ||
+            inet_pton(AF_INET6, text.c_str(), octets) == 1);
 }
 
 // Names go into a command line: letters, digits and a few signs, none in front.

@@ -178,8 +178,8 @@ char *transport_name(netsnmp_transport *, const void *, int) {
 int transport_socket;
 
 void open_transport() {
-    auto *transport = static_cast<netsnmp_transport *>(
-        calloc(1, sizeof(netsnmp_transport)));
+    auto *transport =
+        static_cast<netsnmp_transport *>(calloc(1, sizeof(netsnmp_transport)));
     transport_socket = open("/dev/null", O_RDWR | O_CLOEXEC);
     transport->domain = transport_domain;
     transport->domain_length = OID_LENGTH(transport_domain);
@@ -189,7 +189,14 @@ void open_transport() {
     transport->f_send = transport_send;
     transport->f_close = transport_close;
     transport->f_fmtaddr = transport_name;
-    FUZZ_CHECK(netsnmp_register_agent_nsap(transport) != -1,
+    // As the agent adds its own, but for the look at the machine's tables of
+    // peers that are let in.
+    netsnmp_session session;
+    snmp_sess_init(&session);
+    session.version = SNMP_DEFAULT_VERSION;
+    session.isAuthoritative = SNMP_SESS_AUTHORITATIVE;
+    session.callback = handle_snmp_packet;
+    FUZZ_CHECK(snmp_add(&session, transport, nullptr, nullptr) != nullptr,
                "the agent does not take the transport");
 }
 

@@ -14,7 +14,7 @@ using namespace fuzz;
 
 namespace {
 
-constexpr size_t most_steps = 60;
+constexpr size_t most_steps = 40;
 
 // ---- Requests ---------------------------------------------------------------
 
@@ -44,7 +44,7 @@ Oid column_of(Input &input) {
 
 // 1 to 200 as they are, and those that are near a limit.
 void add_index(Input &input, Oid &name) {
-    constexpr uint32_t limits[] = {0,           0x7ffffffe, 0x7fffffff,
+    constexpr uint32_t limits[] = {0,           0x7ffffffe,  0x7fffffff,
                                    0x80000000u, 0xfffffffeu, 0xffffffffu};
     const unsigned which = input.octet();
     if (which >= 1 && which <= 200)
@@ -165,9 +165,8 @@ void check_undo_list(const Before &before) {
         if (before.undo.count(index) != 0)
             continue;
         const bool left = std::any_of(
-            phase.row_status.begin(), phase.row_status.end(), [&](auto &each) {
-                return each.exact && each.index == index;
-            });
+            phase.row_status.begin(), phase.row_status.end(),
+            [&](auto &each) { return each.exact && each.index == index; });
         FUZZ_CHECK(left && phase.free, "row %d: an undo record for nothing",
                    index);
     }
@@ -204,7 +203,7 @@ void set(const Request &request) {
                request.varbinds.size());
     FUZZ_CHECK(!phases().commit || !phases().free, "both COMMIT and FREE");
     FUZZ_CHECK((response->error_status == 0) ==
-                   (!phases().free && !phases().undo) ||
+                       (!phases().free && !phases().undo) ||
                    phases().row_status.empty(),
                "error %d after %s", response->error_status,
                phases().free ? "FREE" : "no FREE");

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -38,7 +39,7 @@ struct ipcbus_message {
 namespace fuzz {
 namespace {
 
-std::set<void *> blocks; // the module's, not yet freed
+std::map<void *, size_t> blocks; // the module's, not yet freed: their sizes
 std::set<ipcbus_message *> received, requests;
 std::vector<netsnmp_variable_list *> chains; // of varbinds, their heads
 uint32_t next_token;
@@ -127,9 +128,10 @@ void end_input() {
     platform().malloc_fails_in = 0;
     remove_everything();
     FUZZ_CHECK(blocks.size() <= platform().allowed_leaks,
-               "the module lost %zu blocks of memory", blocks.size());
-    for (void *each : blocks)
-        free(each);
+               "the module lost %zu blocks of memory, one of %zu octets",
+               blocks.size(), blocks.begin()->second);
+    for (const auto &[block, size] : blocks)
+        free(block);
     blocks.clear();
 }
 
@@ -169,7 +171,7 @@ void *fuzz_malloc(size_t size) {
     }
     void *block = malloc(size);
     memset(block, 0xa5, size);
-    blocks.insert(block);
+    blocks[block] = size;
     return block;
 }
 
@@ -350,7 +352,11 @@ int trc_hist_event_subtype_check(uint32_t, uint32_t) {
 }
 
 void trc_hist_event(uint32_t, uint32_t size, const void *record) {
-    search_for_password({static_cast<const char *>(record), size}, "a trace");
+    const std::string_view octets(static_cast<const char *>(record), size);
+    search_for_password(octets, "a trace");
+    // A second row of one key is refused, and its memory is lost.
+    if (octets.find("failed to add to index object") != std::string_view::npos)
+        platform().allowed_leaks++;
 }
 
 int trc_chk_int(uint32_t, int, int, int) {
@@ -431,7 +437,7 @@ int ipconf_get_if_inet_addrs(ipcbus_handle, uint32_t,
     if (kind == 2)
         return 0;
     *addresses = static_cast<if_inet_addrs *>(malloc(sizeof(if_inet_addrs)));
-    blocks.insert(*addresses);
+    blocks[*addresses] = sizeof(if_inet_addrs);
     (*addresses)->count = kind;
     (*addresses)->addrs[0] = address_of_input();
     return 0;
@@ -445,8 +451,9 @@ int rpcq_req_resp(uint32_t, uint32_t, uint32_t, const void *, uint32_t,
     if (kind == 2)
         return 0;
     *response = calloc(1, 8);
-    blocks.insert(*response);
-    return static_cast<int>(kind); // with a response besides: it is freed all the same
+    blocks[*response] = 8;
+    return static_cast<int>(
+        kind); // with a response besides: it is freed all the same
 }
 
 int grove_status_next_get(struct grove_status *status, char *text,

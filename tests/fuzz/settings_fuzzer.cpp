@@ -81,14 +81,21 @@ void settings_file(const std::string &text) {
                    from_text.switch_wwn.size() == 16,
                "world wide name \"%s\"", from_text.switch_wwn.c_str());
 
+    // They are handed on as C strings.
+    for (const std::string &each :
+         {from_text.root, from_text.run_directory, from_text.state_directory,
+          from_text.management_address, from_text.fabric_command})
+        FUZZ_CHECK(each.find('\0') == std::string::npos,
+                   "a setting goes on behind a NUL: \"%s\"", each.c_str());
+
     directory().write("settings", text);
     const std::string path = directory().path("settings");
     const std::string file_error =
         load_settings(from_file, [&](const char *name) -> const char * {
             return strcmp(name, "XF_CONFIG") == 0 ? path.c_str() : nullptr;
         });
-    FUZZ_CHECK(file_error.empty() == error.empty(), "\"%s\", from a file \"%s\"",
-               error.c_str(), file_error.c_str());
+    FUZZ_CHECK(file_error.empty() == error.empty(),
+               "\"%s\", from a file \"%s\"", error.c_str(), file_error.c_str());
 }
 
 // As the environment gives it: a variable is the whole value.
@@ -131,8 +138,9 @@ void results_file(const std::string &text) {
     const std::vector<FabricResult> again = parse_results(printed);
     FUZZ_CHECK(again.size() == results.size(), "%zu results, read back %zu",
                results.size(), again.size());
-    FUZZ_CHECK(print_results(again) == printed, "printed:\n%.200s\nthen:\n%.200s",
-               printed.c_str(), print_results(again).c_str());
+    FUZZ_CHECK(print_results(again) == printed,
+               "printed:\n%.200s\nthen:\n%.200s", printed.c_str(),
+               print_results(again).c_str());
     for (size_t i = 0; i < results.size(); i++)
         FUZZ_CHECK(again[i].wwn == results[i].wwn &&
                        again[i].local == results[i].local &&

@@ -59,6 +59,10 @@ TEST(Fabric, NamesTheLineThatIsWrong) {
         EXPECT_EQ(refusal(std::string(here) + line + "\n").substr(0, 8),
                   "line 2: ")
             << line;
+    std::string with_nul =
+        "switch a wwn 10:00:00:05:1e:34:01:01 address 192.0.2.2?x\n";
+    with_nul[with_nul.find('?')] = '\0';
+    EXPECT_EQ(refusal(here + with_nul).substr(0, 8), "line 2: ");
 }
 
 TEST(Fabric, HasOneLocalSwitchAndNoNameTwice) {

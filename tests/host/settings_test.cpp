@@ -67,6 +67,11 @@ TEST(Settings, BadValuesAreRefused) {
     EXPECT_NE(set_setting(s, "run_directory", "relative"), "");
     EXPECT_NE(set_setting(s, "run_directory", ""), "");
     EXPECT_NE(set_setting(s, "management_address", "host.example"), "");
+    EXPECT_NE(set_setting(s, "management_address",
+                          std::string_view("192.0.2.1\0x", 11)),
+              "");
+    EXPECT_NE(set_setting(s, "fabric_command", std::string_view("a\0b", 3)),
+              "");
     EXPECT_NE(set_setting(s, "trace_history", "1"), "");
     EXPECT_NE(set_setting(s, "default_vrf", "two words"), "");
     EXPECT_NE(set_setting(s, "switch_wwn", "10:00"), "");
@@ -74,6 +79,7 @@ TEST(Settings, BadValuesAreRefused) {
     EXPECT_NE(set_setting(s, "fabric_file", "relative"), "");
     EXPECT_NE(set_setting(s, "fabric_parallel", "0"), "");
     EXPECT_EQ(s.tftp_port, 69);
+    EXPECT_EQ(s.management_address, "");
     EXPECT_EQ(s.run_directory, "/run/xfplatform");
 }
 
