@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shlex
 import signal
 import struct
 import subprocess
@@ -13,6 +14,8 @@ BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
+# What starts an agent; more than one word if it runs under an emulator.
+SNMPD = shlex.split(os.environ.get("XF_TEST_SNMPD", "snmpd"))
 
 CONFIGURATION = """\
 rwcommunity private
@@ -80,7 +83,7 @@ class Agent(Program):
     def start(self):
         if self.clock:
             os.mkfifo(self.clock)
-        self.run(["snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+        self.run([*SNMPD, "-f", "-Lo", "-C", "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
                  cwd=self.staging, env=self.environment())
         wait_for(self.answers, "the agent to answer")
