@@ -14,6 +14,9 @@ built=$top/build-powerpc
 # - the emulator turns vfork into fork, so that a failed exec shows as status 127
 # - it keeps two signals for itself, which no process can set
 not_emulated=Runner.AMissingProgramIsAnError:Runner.SignalsAreAsInAFreshProcess
+# Of the agent's tests those that neither wait for a time limit nor move much.
+quick='not mebibytes and not answer and not stops_in and not never_ends'
+quick+=' and not many_rows'
 
 # --- Net-SNMP, curl and GoogleTest ------------------------------------------
 
@@ -95,6 +98,7 @@ source_version() { dpkg-query -W -f '${source:Version}' "$1"; }
 key_of() { # BUILD-FUNCTION VERSION
     { echo "$2"
       declare -f "$1"
+      cat "$top/cmake/$triplet.cmake"
       "$triplet-gcc" -dumpfullversion; } | sha256sum | cut -d ' ' -f 1
 }
 
@@ -167,21 +171,24 @@ wrap_programs() {
 }
 
 # Runs every unit test of a build tree, one process for each file of them; the
-# names of those that passed go to OUTPUT/passed.
+# names of those that passed go to OUTPUT/passed. None may be skipped.
 unit_tests() { # DIRECTORY OUTPUT [EMULATOR...]
-    local directory=$1 output=$2 result=0
+    local directory=$1/tests/unit output=$2 result=0 sources
     shift 2
+    sources=("$top"/tests/unit/*_test.cpp)
     rm -rf "$output"
     mkdir -p "$output"
     # shellcheck disable=SC2016
-    (cd "$output" && find "$directory/tests/unit" -maxdepth 1 -name '*_test' \
-        -type f -print0 | xargs -0 -P "$(nproc)" -I{} sh -c '
-            log=$(basename "$0").log
-            timeout 300 "$@" "$0" >"$log" 2>&1 ||
-                { cat "$log"; exit 1; }' {} "$@") || result=1
+    (cd "$output" && printf '%s\0' "${sources[@]##*/}" |
+        xargs -0 -P "$(nproc)" -I{} sh -c '
+            name=${1%.cpp} directory=$2
+            shift 2
+            timeout 300 "$@" "$directory/$name" >"$name.log" 2>&1 ||
+                { cat "$name.log"; exit 1; }' sh {} "$directory" "$@") ||
+        result=1
     sed -n 's/^\[       OK \] \(.*\) ([0-9]* ms)$/\1/p' "$output"/*.log |
         sort >"$output/passed"
-    sed -n 's/^\[  SKIPPED \] \(.*\) ([0-9]* ms)$/skipped: \1/p' "$output"/*.log
+    ! grep -h '^\[  SKIPPED \]\|DISABLED TEST' "$output"/*.log || result=1
     [ -s "$output/passed" ] || result=1
     return $result
 }
@@ -194,16 +201,16 @@ host_tests() {
     grep -E '^\[  (PASSED|SKIPPED)' "$built/host-tests.log"
 }
 
-agent_tests() {
-    local module snmpd=$cache/netsnmp/usr/sbin/snmpd
+agent_tests() { # NAME PYTEST-ARGUMENT...
+    local name=$1 module snmpd=$cache/netsnmp/usr/sbin/snmpd
+    shift
     module=$(find "$built/infra" -name libconfigcopymib.so)
-    file -b "$snmpd" "$module" | grep -vq '^ELF 32-bit MSB .*PowerPC' &&
-        die "not built for PowerPC: $snmpd or $module"
     (cd "$top/tests/agent" && XF_TEST_BUILD=$built XF_TEST_MODULE=$module \
         XF_TEST_PLATFORM=$built/host/libxfplatform.so XF_TEST_CLOCK=/none \
         XF_TEST_SNMPD="${emulator[*]} -E LD_LIBRARY_PATH=$cache/netsnmp/usr/lib $snmpd" \
         PYTHONDONTWRITEBYTECODE=1 timeout 600 /usr/bin/python3 -m pytest -q \
-        -p no:cacheprovider --basetemp="$built/agent" "$@")
+        -p no:cacheprovider --basetemp="$built/agent-$name" "$@" \
+        >"$built/agent-$name.result" 2>&1 </dev/null)
 }
 
 install_packages
@@ -219,24 +226,30 @@ build build-powerpc "-DCMAKE_TOOLCHAIN_FILE=$top/cmake/$triplet.cmake" \
     "-DXF_CROSS_PREFIXES=$cache/netsnmp;$cache/curl;$cache/googletest" \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -- \
     configcopymib xfplatform unit_tests host_tests
+! file -b "$cache/netsnmp/usr/sbin/snmpd" "$built/host/libxfplatform.so.1" |
+    grep -v '^ELF 32-bit MSB .*PowerPC' || die "not built for PowerPC"
 wrap_programs
 # For comparison; test.sh goes on from there.
 build build -- unit_tests
 
-# The last two mostly wait.
+# What runs beside the unit tests mostly waits. Only one of the agent's applies
+# configurations.
 failed=()
 host_tests >"$built/host-tests.result" 2>&1 &
 host=$!
-agent_tests test_copies.py >"$built/agent-tests.result" 2>&1 </dev/null &
-agent=$!
+agent_tests copies test_copies.py -k "$quick" &
+copies=$!
+agent_tests rows test_rows.py test_reading.py -k "$quick" &
+rows=$!
 unit_tests "$built" "$built/unit" "${emulator[@]}" || failed+=("unit tests")
 unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
-wait "$agent" || failed+=("agent tests")
+wait "$copies" || failed+=("agent tests of copies")
+wait "$rows" || failed+=("agent tests of rows")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"
-cat "$built/agent-tests.result"
+cat "$built"/agent-{copies,rows}.result
 
 cmp -s "$built/unit/passed" "$built/unit-native/passed" ||
     { diff "$built/unit-native/passed" "$built/unit/passed" || true
