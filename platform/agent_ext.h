@@ -17,7 +17,12 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include "ipcbus.h"
+#include "layout.h"
 #include "visibility.h"
+
+/* A cross compiler finds the headers of the machine it runs on as well. */
+PLATFORM_STATIC_ASSERT(SIZEOF_LONG == sizeof(long),
+                       "Net-SNMP's headers are those of another machine");
 
 PLATFORM_BEGIN_DECLS
 

@@ -7,6 +7,7 @@
 
 #include <stdint.h>
 
+#include "layout.h"
 #include "netaddr.h"
 #include "visibility.h"
 
@@ -15,6 +16,10 @@ struct grove_status {
     int32_t is_local;       /* 1: this switch; `address` is then not filled */
     struct ip_addr address; /* how the switch is reached */
 };
+
+PLATFORM_RECORD_SIZE(grove_status, 32);
+PLATFORM_FIELD_AT(grove_status, is_local, 8);
+PLATFORM_FIELD_AT(grove_status, address, 12);
 
 PLATFORM_BEGIN_DECLS
 

@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 
+#include "layout.h"
 #include "visibility.h"
 
 /* The node that the caller runs on. */
@@ -46,6 +47,11 @@ struct ipcbus_recv_options {
     uint32_t mode;    /* 1: wait at most `timeout`; 0: wait for ever */
     uint32_t timeout; /* seconds */
 };
+
+PLATFORM_RECORD_SIZE(ipcbus_address, 8);
+PLATFORM_FIELD_AT(ipcbus_address, sap, 4);
+PLATFORM_RECORD_SIZE(ipcbus_recv_options, 8);
+PLATFORM_FIELD_AT(ipcbus_recv_options, timeout, 4);
 
 PLATFORM_BEGIN_DECLS
 

@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include "ipcbus.h"
+#include "layout.h"
 #include "visibility.h"
 
 /* InetAddressType. */
@@ -24,6 +25,11 @@ struct if_inet_addrs {
     uint32_t count;
     struct ip_addr addrs[1]; /* `count` of them */
 };
+
+PLATFORM_RECORD_SIZE(ip_addr, 20);
+PLATFORM_FIELD_AT(ip_addr, octets, 4);
+PLATFORM_RECORD_SIZE(if_inet_addrs, 24);
+PLATFORM_FIELD_AT(if_inet_addrs, addrs, 4);
 
 PLATFORM_BEGIN_DECLS
 

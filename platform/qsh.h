@@ -8,6 +8,7 @@
 #include <stdint.h>
 
 #include "ipcbus.h"
+#include "layout.h"
 #include "visibility.h"
 
 /* Results of qsh_execute_cfg_file2 beside 0. */
@@ -21,6 +22,10 @@ struct qsh_cfg_file_request {
     char out_file[128]; /* path that receives a result for each line refused */
     uint32_t reserved[8];
 };
+
+PLATFORM_RECORD_SIZE(qsh_cfg_file_request, 288);
+PLATFORM_FIELD_AT(qsh_cfg_file_request, out_file, 128);
+PLATFORM_FIELD_AT(qsh_cfg_file_request, reserved, 256);
 
 PLATFORM_BEGIN_DECLS
 

@@ -48,9 +48,11 @@ install_without_starting() (
     fi
 )
 
+# install_packages [NAME...]: those of `packages` if none is named.
 install_packages() {
     local missing=() name
-    for name in "${packages[@]}"; do
+    [ $# -gt 0 ] || set -- "${packages[@]}"
+    for name in "$@"; do
         installed "$name" || missing+=("$name")
     done
     [ ${#missing[@]} -gt 0 ] || return 0

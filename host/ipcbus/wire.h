@@ -19,6 +19,7 @@ namespace xfhost {
 
 constexpr size_t wire_name_size = 32;
 constexpr size_t wire_header_size = 16 + wire_name_size;
+static_assert(wire_header_size == 48);
 constexpr size_t wire_largest_payload = 8192;
 
 enum class WireKind : uint32_t { one_way = 0, request = 1, response = 2 };

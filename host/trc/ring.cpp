@@ -20,12 +20,13 @@ struct Ring::Header {
     char magic[8];
     uint32_t slot_size;
     uint32_t slot_count;
-    std::atomic<uint64_t> next;
+    std::atomic<uint32_t> next; // events written so far
+    uint32_t unused;
 };
 
 namespace {
 
-constexpr char ring_magic[8] = {'X', 'F', 'T', 'R', 'A', 'C', 'E', '1'};
+constexpr char ring_magic[8] = {'X', 'F', 'T', 'R', 'A', 'C', 'E', '2'};
 constexpr uint32_t most_slots = 1u << 20;
 
 size_t file_size(size_t header, uint32_t slots) {
@@ -52,7 +53,10 @@ uint32_t slots_of(int fd, size_t header_size) {
 
 } // namespace
 
-Ring::Ring(Header *header, size_t size) : header_(header), size_(size) {}
+Ring::Ring(Header *header, size_t size) : header_(header), size_(size) {
+    static_assert(sizeof(Header) == 24);
+    static_assert(offsetof(Header, next) == 16);
+}
 
 Ring::~Ring() {
     munmap(header_, size_);
@@ -107,7 +111,7 @@ std::unique_ptr<Ring> Ring::open_to_read(const char *path) {
 void Ring::add(uint32_t type, uint32_t level, const char *text, size_t length) {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    uint64_t number = header_->next.fetch_add(1, std::memory_order_relaxed);
+    uint32_t number = header_->next.fetch_add(1, std::memory_order_relaxed);
     RingEvent &slot = slots()[number % header_->slot_count];
     slot.sequence.store(0, std::memory_order_release);
     slot.seconds = now.tv_sec;
@@ -125,7 +129,7 @@ std::vector<TraceEvent> Ring::events() const {
     std::vector<TraceEvent> result;
     for (uint32_t i = 0; i < header_->slot_count; i++) {
         const RingEvent &slot = slots()[i];
-        uint64_t before = slot.sequence.load(std::memory_order_acquire);
+        uint32_t before = slot.sequence.load(std::memory_order_acquire);
         TraceEvent event = {before,
                             slot.seconds,
                             slot.nanoseconds,
@@ -139,9 +143,12 @@ std::vector<TraceEvent> Ring::events() const {
             slot.sequence.load(std::memory_order_relaxed) == before)
             result.push_back(std::move(event));
     }
-    std::sort(result.begin(), result.end(), [](const auto &a, const auto &b) {
-        return a.sequence < b.sequence;
-    });
+    // By age, because sequence numbers wrap.
+    uint32_t newest = header_->next.load(std::memory_order_relaxed);
+    std::sort(result.begin(), result.end(),
+              [newest](const auto &a, const auto &b) {
+                  return newest - a.sequence > newest - b.sequence;
+              });
     return result;
 }
 

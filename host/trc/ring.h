@@ -6,6 +6,7 @@
 #define HOST_TRC_RING_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -15,19 +16,27 @@ namespace xfhost {
 
 constexpr size_t ring_text_size = 512;
 
+// Of the same layout on every machine. Only what is atomic without a lock can
+// be shared with other processes: 32 bits, which may wrap.
 struct RingEvent {
-    std::atomic<uint64_t> sequence; // 0: empty, or being written
-    int64_t seconds;
+    std::atomic<uint32_t> sequence; // 0: empty, or being written
     int32_t nanoseconds;
+    int64_t seconds;
     int32_t pid;
     uint32_t type;
     uint32_t level;
     char text[ring_text_size]; // NUL-terminated
+    uint32_t unused;
 };
+
+static_assert(std::atomic<uint32_t>::is_always_lock_free);
+static_assert(sizeof(RingEvent) == 32 + ring_text_size);
+static_assert(offsetof(RingEvent, seconds) == 8);
+static_assert(offsetof(RingEvent, text) == 28);
 
 // One event, as a reader gets it.
 struct TraceEvent {
-    uint64_t sequence;
+    uint32_t sequence;
     int64_t seconds;
     int32_t nanoseconds;
     int32_t pid;

@@ -25,7 +25,7 @@ std::string printable(const std::string &text) {
 }
 
 void print(const TraceEvent &event) {
-    time_t seconds = event.seconds;
+    auto seconds = static_cast<time_t>(event.seconds);
     struct tm utc;
     char when[32];
     gmtime_r(&seconds, &utc);

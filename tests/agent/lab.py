@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shlex
 import signal
 import struct
 import subprocess
@@ -15,6 +16,8 @@ MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
 FAULT_POINTS = os.environ["XF_TEST_FAULT_POINTS"]
 NO_MEMORY = os.environ["XF_TEST_NO_MEMORY"]
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
+# What starts an agent; more than one word if it runs under an emulator.
+SNMPD = shlex.split(os.environ.get("XF_TEST_SNMPD", "snmpd"))
 
 CONFIGURATION = """\
 rwcommunity private
@@ -99,7 +102,8 @@ class Agent(Program):
     def start(self):
         if self.clock:
             os.mkfifo(self.clock)
-        self.run([*self.wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+        self.run([*self.wrapper, *SNMPD, "-f", "-Lo", "-C",
+                  "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
                  cwd=self.staging, env=self.environment())
         wait_for(self.answers, "the agent to answer")

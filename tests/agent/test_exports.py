@@ -65,6 +65,8 @@ def declared():
         text = re.sub(r"/\*.*?\*/", "", header.read_text(), flags=re.S)
         text = re.sub(r"^\s*#(?:.*\\\n)*.*$", "", text, flags=re.M)
         text = re.sub(r"\{[^{}]*\}", "", text)
+        text = re.sub(r"PLATFORM_(RECORD_SIZE|FIELD_AT|STATIC_ASSERT)\([^;]*;",
+                      "", text)
         text = text.replace("PLATFORM_BEGIN_DECLS", "")
         text = text.replace("PLATFORM_END_DECLS", "")
         for statement in text.split(";"):

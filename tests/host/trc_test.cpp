@@ -71,6 +71,19 @@ TEST_F(TraceRing, ADamagedFileIsMadeAnew) {
     EXPECT_EQ(texts(), "new;");
 }
 
+TEST_F(TraceRing, TheOrderIsKeptWhenTheCounterWraps) {
+    constexpr uint32_t written = UINT32_MAX - 4;
+    constexpr off_t counter = 16;
+    int file = open((path + "/ring").c_str(), O_WRONLY);
+    ASSERT_EQ(pwrite(file, &written, sizeof written, counter),
+              static_cast<ssize_t>(sizeof written));
+    close(file);
+    for (char c = 'a'; c < 'g'; c++)
+        add(std::string(1, c));
+    // The event of sequence 0 counts as an empty slot.
+    EXPECT_EQ(texts(), "a;b;c;d;f;");
+}
+
 TEST_F(TraceRing, LongTextIsCut) {
     add(std::string(2000, 'x'));
     EXPECT_EQ(texts(), std::string(511, 'x') + ";");

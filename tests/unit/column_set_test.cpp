@@ -327,6 +327,12 @@ class ColumnSetTest : public ModuleTest,
     bool is_integer() const {
         return accepted.type == ASN_INTEGER;
     }
+    long accepted_integer() const {
+        long value = 0;
+        EXPECT_EQ(sizeof(value), accepted.octets.size());
+        memcpy(&value, accepted.octets.data(), sizeof(value));
+        return value;
+    }
 
     /* The row as RESERVE2 leaves it, and as FREE does after that. */
     struct xfCopyEntry changed(int32_t row_status) const {
@@ -415,7 +421,7 @@ TEST_P(ColumnSetTest, reserve1RefusesALengthWithItsTextAlone) {
 TEST_P(ColumnSetTest, reserve1TakesIntegersOfFourOctetsOrAsTheAgentHasThem) {
     if (!is_integer())
         return;
-    const long value = accepted.octets[0] == 1 ? 1 : 2;
+    const long value = accepted_integer();
     for (size_t length = 0; length <= 17; length++) {
         const bool refused = length > 4 && length != sizeof(long);
         Binding binding = accepted;
@@ -470,7 +476,7 @@ TEST_P(ColumnSetTest, reserve2AppliesTheValueToARowThatIsOpen) {
 TEST_P(ColumnSetTest, reserve2TakesIntegersInEitherForm) {
     if (!is_integer())
         return;
-    const int32_t value = accepted.octets[0] == 1 ? 1 : 2;
+    const auto value = static_cast<int32_t>(accepted_integer());
     store(full_row(row_index, XF_ROW_NOT_READY));
 
     EXPECT_EQ(SNMP_ERR_NOERROR,

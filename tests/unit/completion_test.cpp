@@ -427,8 +427,11 @@ TEST_F(SaveEnd, zeroLengthOnEntryIsSuccess) {
 }
 
 TEST_F(SaveEnd, anyOtherLengthOnEntryIsFailure) {
+    /* One bit that is lost where a length is narrowed. */
+    constexpr size_t high = size_t{1} << (sizeof(size_t) > 4 ? 32 : 31);
+
     for (const size_t length :
-         {size_t{1}, size_t{13}, size_t{128}, SIZE_MAX, size_t{1} << 32})
+         {size_t{1}, size_t{13}, size_t{128}, SIZE_MAX, high})
         for (const int32_t dest : {3, 7}) {
             module_state.save_request = p.message(1381, std::nullopt);
             module_state.save_request->name = "saved";

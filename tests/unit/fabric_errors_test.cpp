@@ -767,7 +767,7 @@ TEST_F(FabricErrorReads, onlySubIdentifiersWithinTheLengthCount) {
 
 /* Sub-identifiers have 32 bits: what is above is not there on the target. */
 TEST_F(FabricErrorReads, subIdentifiersAreNarrowedBeforeTheLookup) {
-    constexpr oid high = oid{1} << 32;
+    constexpr oid high = static_cast<oid>(uint64_t{1} << 32);
     add(5, 1);
     const ReadResult row = get_row(28, {high + 5, high + 1});
     EXPECT_TRUE(row.found);

@@ -241,9 +241,11 @@ TEST_F(ReadHandlerTest, getTakesTheLastSubIdentifierAndRewritesTheRest) {
 }
 
 TEST_F(ReadHandlerTest, subIdentifiersAreThirtyTwoBitSignedNumbers) {
+    constexpr oid seven = static_cast<oid>(0x100000007ull);
+
     store_rows();
-    EXPECT_TRUE(get(4, name_of(4, {0x100000007ul})).found);
-    EXPECT_EQ(name_of(4, {7}), get(4, name_of(4, {0x100000007ul})).name);
+    EXPECT_TRUE(get(4, name_of(4, {seven})).found);
+    EXPECT_EQ(name_of(4, {7}), get(4, name_of(4, {seven})).name);
     /* Above the highest index that there can be is below the lowest. */
     EXPECT_EQ(name_of(4, {3}), get_next(4, name_of(4, {0xFFFFFFFFul})).name);
     EXPECT_FALSE(get_next(4, name_of(4, {0x7FFFFFFFul})).found);

@@ -144,13 +144,13 @@ TEST_F(RowStatusTest, reserve1LogsItsEntryBeforeAnyTest) {
 }
 
 TEST_F(RowStatusTest, valuesThatCannotBeWrittenAreInconsistent) {
-    for (const long value : {-1L, 0L, 2L, 3L, 7L, 1000L, -2147483648L}) {
+    for (const long value : {-1L, 0L, 2L, 3L, 7L, 1000L, long{INT32_MIN}}) {
         EXPECT_EQ(SNMP_ERR_INCONSISTENTVALUE, phase(RESERVE1, value)) << value;
         expect_no_row();
     }
     store(row_with(XF_ROW_NOT_READY));
     run_a_child(); /* tested later than the value */
-    for (const long value : {-1L, 0L, 2L, 3L, 7L, 1000L, -2147483648L})
+    for (const long value : {-1L, 0L, 2L, 3L, 7L, 1000L, long{INT32_MIN}})
         EXPECT_EQ(SNMP_ERR_INCONSISTENTVALUE, phase(RESERVE1, value)) << value;
     EXPECT_EQ(Story{}, story());
     expect_row(row_with(XF_ROW_NOT_READY));

@@ -127,6 +127,11 @@ enum {
     SAVE_REQUEST_SIZE = 140
 };
 #define SAVE_TEXT_SIZE 32
+#define SAVE_RESERVED_SIZE 32
+static_assert(SAVE_USER_NAME + SAVE_TEXT_SIZE == SAVE_SESSION_ID, "");
+static_assert(SAVE_SESSION_ID + SAVE_TEXT_SIZE + SAVE_RESERVED_SIZE ==
+                  SAVE_REQUEST_SIZE,
+              "");
 #define SAVE_ACTION_RUNNING_TO_STARTUP 26
 
 /* The steps below speak in the name of the function that the launch called. */

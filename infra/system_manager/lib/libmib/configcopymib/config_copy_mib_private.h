@@ -30,6 +30,7 @@
 
 #include "platform/agent_ext.h"
 #include "platform/ipcbus.h"
+#include "platform/layout.h"
 #include "platform/netaddr.h"
 #include "platform/ordset.h"
 #include "platform/trc.h"
@@ -153,17 +154,41 @@ struct xfCopyErrorEntry {
     char xfCopyErrorDescription[257];
 };
 
-/* Both records are copied whole, and are the same on both words. */
+/* The records are copied whole, and are the same for 32 and 64 bits. */
 static_assert(std::is_trivial<struct xfCopyEntry>::value, "");
 static_assert(std::is_standard_layout<struct xfCopyEntry>::value, "");
-static_assert(sizeof(struct xfCopyEntry) == 760, "");
-static_assert(offsetof(struct xfCopyEntry, xfCopyFileName) == 20, "");
-static_assert(offsetof(struct xfCopyEntry, xfCopyNotificationOnCompletion) ==
-                  616,
-              "");
+PLATFORM_RECORD_SIZE(xf_timestamp, 8);
+PLATFORM_RECORD_SIZE(xfCopyEntry, 760);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyIndex, 0);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyProtocol, 4);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopySourceFileType, 8);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyDestFileType, 12);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyServerAddress, 16);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyFileName, 20);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopySrcFileName, 276);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyUserName, 532);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyUserPassword, 574);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyNotificationOnCompletion, 616);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyState, 620);
+PLATFORM_FIELD_AT(xfCopyEntry, entryCreateTime, 624);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyTimeStarted, 628);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyTimeCompleted, 636);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyFailCause, 644);
+PLATFORM_FIELD_AT(xfCopyEntry, rowCreatedByRequest, 648);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyEntryRowStatus, 652);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyServerAddressType, 656);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyServerAddressRev1, 660);
+PLATFORM_FIELD_AT(xfCopyEntry, xfCopyVRFName, 724);
+
 static_assert(std::is_trivial<struct xfCopyErrorEntry>::value, "");
 static_assert(std::is_standard_layout<struct xfCopyErrorEntry>::value, "");
-static_assert(sizeof(struct xfCopyErrorEntry) == 408, "");
+PLATFORM_RECORD_SIZE(xfCopyErrorEntry, 408);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyIndex, 0);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyErrorDeviceIndex, 4);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyErrorDeviceAddressType, 8);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, deviceAddressText, 12);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyErrorDeviceWwn, 141);
+PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyErrorDescription, 149);
 
 /* ---- Module state -------------------------------------------------------- */
 
@@ -181,6 +206,12 @@ template <typename Value> struct save_slot {
     uint32_t saved;
     Value value;
 };
+
+static_assert(sizeof(struct save_slot<int32_t>) == 8, "");
+static_assert(sizeof(struct save_slot<char[32]>) == 36, "");
+static_assert(sizeof(struct save_slot<char[41]>) == 48, "");
+static_assert(sizeof(struct save_slot<char[64]>) == 68, "");
+static_assert(sizeof(struct save_slot<char[256]>) == 260, "");
 
 struct config_copy_state {
     /* Tables and lists; each handle is NULL while there is no container. */

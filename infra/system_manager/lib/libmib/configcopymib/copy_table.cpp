@@ -22,6 +22,9 @@ struct trace_record {
     char text[TRACE_TEXT_SIZE];
 };
 
+PLATFORM_RECORD_SIZE(trace_record, 516);
+PLATFORM_FIELD_AT(trace_record, text, 4);
+
 void trace_history(uint32_t level, const char *format, ...) {
     struct trace_record record;
     va_list arguments;

@@ -48,7 +48,7 @@ int32_t start_copy(struct xfCopyEntry *entry) {
 int32_t handle_abort(const struct xfCopyEntry *entry) {
     static const struct ipcbus_address procd = {IPCBUS_NODE_LOCAL,
                                                 IPCBUS_SAP_PROCD};
-    uint8_t payload[8] = {};
+    uint8_t payload[8] = {}; /* the token, then zero */
 
     if (entry->xfCopyState != XF_STATE_RUNNING || !is_running_to_startup(entry))
         return 0;
