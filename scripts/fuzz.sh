@@ -63,10 +63,11 @@ run_fuzzer() { # NAME
 minimise_corpus() { # NAME
     local name=$1 merged=$work/$1.merged file
     rm -rf "$merged" && mkdir -p "$merged" "$work/$name"
-    # The inputs that seeds.py writes come first, and stay in any case.
+    # The inputs that seeds.py writes come first, and stay in any case. How often
+    # an edge is taken does not count: that would keep hundreds of them.
     find "$inputs/corpus/$name" -type f ! -name 'found-*' \
         -exec cp -t "$merged" {} +
-    "$programs/$name" -merge=1 "${bounds[@]}" "$merged" \
+    "$programs/$name" -merge=1 -use_counters=0 "${bounds[@]}" "$merged" \
         "$inputs/corpus/$name" "$work/$name" >"$work/$name.merge.log" 2>&1 ||
         die "the merge failed, see $work/$name.merge.log"
     rm -f "$inputs/corpus/$name"/found-*
@@ -84,7 +85,6 @@ install_clang
 echo "Building: build-fuzz"
 CC=clang CXX=clang++ build build-fuzz -DXF_FUZZ=ON -- fuzzers
 mkdir -p "$work"
-touch "$work/started"
 
 if $minimise; then
     for name in "${fuzzers[@]}"; do
@@ -94,6 +94,7 @@ if $minimise; then
 fi
 summary=()
 failed=()
+touch "$work/started"
 for name in "${fuzzers[@]}"; do
     [ -x "$programs/$name" ] || die "no such fuzzer: $name"
     run_fuzzer "$name"

@@ -96,7 +96,8 @@ struct Reader {
 };
 
 int32_t decode_integer(std::string_view octets) {
-    int64_t value = !octets.empty() && octets[0] < 0 ? -1 : 0;
+    int64_t value =
+        !octets.empty() && static_cast<int8_t>(octets[0]) < 0 ? -1 : 0;
     for (char each : octets)
         value = static_cast<int64_t>(static_cast<uint64_t>(value) << 8 |
                                      static_cast<uint8_t>(each));
