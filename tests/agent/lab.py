@@ -95,7 +95,8 @@ class Agent(Program):
     def start(self):
         if self.clock:
             os.mkfifo(self.clock)
-        self.run([*self.wrapper, "snmpd", "-f", "-Lo", "-C", "-c", str(self.configuration),
+        self.run([*self.wrapper, "snmpd", "-f", "-Lo", "-C",
+                  "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
                  cwd=self.staging, env=self.environment())
         wait_for(self.answers, "the agent to answer")
