@@ -19,7 +19,7 @@ AREAS = ["Copy process", "Fork", "Descriptors", "Memory", "Disk",
          "Servers", "Clock", "Agent"]
 
 HEADER = """\
-Made by the tests. `XF_WRITE_FAULTS=1 ctest --test-dir build -R '^faults.table$'` writes it anew.
+Made by the tests; `XF_WRITE_FAULTS=1 ctest --test-dir build -R faults.table` makes it anew.
 
 # Faults that were tried, and what came of them
 
@@ -65,7 +65,8 @@ def printed(rows):
         of_area = sorted((row for row in rows if row[0] == area),
                          key=lambda row: row[3])
         if of_area:
-            text += f"\n## {area}\n\n| fault | outcome | test |\n|---|---|---|\n"
+            text += (f"\n## {area}\n\n| fault | outcome | test |\n"
+                     "|---|---|---|\n")
         for _, fault, outcome, test in of_area:
             text += f"| {fault} | {outcome} | `{test}` |\n"
     return text

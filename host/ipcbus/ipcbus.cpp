@@ -268,9 +268,11 @@ bool somebody_listens(int directory, const char *name) {
 // that of a socket which is just being bound; a process alone, that of another
 // one with the same id.
 bool left_behind(int directory, const char *name) {
-    int pid = 0;
-    return sscanf(name, "q.%d.", &pid) == 1 && pid > 0 && kill(pid, 0) != 0 &&
-           errno == ESRCH && !somebody_listens(directory, name);
+    if (strncmp(name, "q.", 2) != 0)
+        return false;
+    long pid = strtol(name + 2, nullptr, 10);
+    return pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH &&
+           !somebody_listens(directory, name);
 }
 
 WireMessage outgoing(ipcbus_handle queue, uint32_t opcode, const void *payload,

@@ -111,7 +111,7 @@ def test_agents_socket_full_during_a_copy(make_agent, make_double, sender,
 
 @pytest.mark.parametrize("loss", LOSSES)
 def test_agents_socket_lost_during_a_save(with_manager, sender, fault, loss):
-    agent = with_manager(save_delay_seconds=1)
+    agent = with_manager(save_delay_seconds=3)
     agent.station.set(save(1))
     assert agent.station.get("xfCopyState", 1) == IN_PROGRESS
     LOSSES[loss](sender(agent), AGENT)
@@ -124,10 +124,11 @@ def test_agents_socket_lost_during_a_save(with_manager, sender, fault, loss):
 
 
 def test_agents_socket_full_at_the_end_of_a_save(with_manager, sender, fault):
-    agent = with_manager(save_delay_seconds=1)
+    agent = with_manager(save_delay_seconds=2)
     agent.station.set(save(1))
     agent.signal(signal.SIGSTOP)
     sender(agent).fill(AGENT)
+    assert startup(agent) is None  # the end is yet to come
     wait_for(lambda: startup(agent) == RUNNING_TEXT, "the save")
     time.sleep(0.5)  # some tries
     agent.signal(signal.SIGCONT)

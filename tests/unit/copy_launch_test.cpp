@@ -1,5 +1,6 @@
 /* The copy child's launch, seen from both sides of the fork, and the abort of a
  * save. */
+#include "fault_rows.h"
 #include "scripted_platform.h"
 
 using namespace scripted;
@@ -88,6 +89,9 @@ TEST_F(CopyLaunch, failedForkCountsAsAChildUntilAStatusMessageComes) {
     EXPECT_EQ(0u, module_state.copyChildRunning);
     EXPECT_EQ(0, start_copy(&row));
     EXPECT_EQ(2u, p.count("fork"));
+    write_fault_rows("Fork", {{"fork fails, in the module alone",
+                               "the launch succeeds; others are refused until "
+                               "a copy status message comes"}});
 }
 
 /* ---- The child's side ------------------------------------------------------

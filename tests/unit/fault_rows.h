@@ -27,7 +27,7 @@ inline void write_fault_rows(const std::string &area,
     const std::string name =
         std::string("unit.") + test->test_suite_name() + "." + test->name();
 
-    if (folder == nullptr)
+    if (folder == nullptr || *folder == '\0')
         return; /* run by hand */
     std::ofstream file(std::string(folder) + "/" + name);
     if (!testing::Test::HasFailure())
