@@ -131,10 +131,10 @@ Fd watch_process(pid_t pid) {
     return Fd(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)); // it is gone already
 }
 
-void watch_save(uint32_t request, bool in_fabric) {
+void watch_save(uint32_t request) {
     forget();
-    token = request;
-    fabric = in_fabric;
+    token = request; // first of all: no other answer is let through
+    fabric = false;
     agent_keep_access_point();
     keep_id = snmp_alarm_register(keep_seconds, SA_REPEAT, keep_access_point,
                                   nullptr);
@@ -166,8 +166,10 @@ void sent(const WireMessage &message, uint32_t sap) {
         return;
     try {
         if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-            message.token != 0)
-            watch_save(message.token, saves_in_fabric(message));
+            message.token != 0) {
+            watch_save(message.token);
+            fabric = saves_in_fabric(message);
+        }
     } catch (const std::bad_alloc &) {
         log_message(LOG_ERR, "a save goes unwatched: no memory");
     }

@@ -106,7 +106,7 @@ def test_request_that_is_refused(with_manager, trap_receiver):
     nothing_left(agent)
 
 
-def test_manager_killed_and_restarted(with_manager):
+def test_manager_killed_and_restarted(with_manager, fault):
     agent = with_manager(save_delay_seconds=30, manager_restart_seconds=60)
     old = keep_startup(agent, b"hostname old\n")
     start_slow_save(agent)
@@ -339,10 +339,13 @@ def test_fabric_save_interrupted(with_manager, fabric, fault):
     rows = errors(agent, 1)
     assert [each[1:] for each in rows.values()] == [
         (late.address, late.wwn, "The save ended before this switch answered.")]
+    fault("System manager", "killed during a save in the fabric, started again",
+          "row failed, saveFailed, error rows of the switches that had not "
+          "answered; no connection left")
 
 
 def test_fabric_save_whose_manager_is_gone_for_good(with_manager, fabric,
-                                                    trap_receiver):
+                                                    trap_receiver, fault):
     """Nobody starts it again: the agent tells the end, and the rows are there
     without a manager."""
     good = fabric.add("good").start()
@@ -363,3 +366,6 @@ def test_fabric_save_whose_manager_is_gone_for_good(with_manager, fabric,
         (late.address, late.wwn, "The save ended before this switch answered.")]
     assert (good.state / "startup" / "system.cfg").read_text() == \
         "hostname good\n"
+    fault("System manager", "killed during a save in the fabric, not started "
+          "again in time", "row failed, saveFailed, error rows of the switches "
+          "that had not answered")

@@ -108,7 +108,7 @@ def trace(agent):
         capture_output=True, text=True).stdout
 
 
-def test_one_that_goes_on(stopped, trap_receiver):
+def test_one_that_goes_on(stopped, trap_receiver, fault):
     """The end comes later, and the late first answer is nobody else's."""
     agent = stopped()
     keep_startup(agent, b"hostname old\n")
@@ -128,9 +128,12 @@ def test_one_that_goes_on(stopped, trap_receiver):
     assert startup(agent) == b"hostname later\n"
     assert agent.station.get("xfCopyState", 1) == SUCCESSFUL
     assert len(completions(trap_receiver)) == 1
+    fault("System manager", "stopped for longer than the 899 seconds that a "
+          "save is waited for, then goes on", "row running, then successful; "
+          "a sign of life every ten seconds; the next save as well")
 
 
-def test_one_that_is_killed(stopped, fabric, trap_receiver):
+def test_one_that_is_killed(stopped, fabric, trap_receiver, fault):
     """In the fabric: nothing was saved anywhere, and each switch says so. What
     an earlier save has left there is not told again."""
     other = fabric.add("other")
@@ -156,9 +159,12 @@ def test_one_that_is_killed(stopped, fabric, trap_receiver):
     agent.succeeds(2)
     assert errors(agent, 2) == {}
     assert agent.station.get("xfCopyState", 1) == FAILED
+    fault("System manager", "stopped for longer than that during a save in the "
+          "fabric, then killed", "row failed, saveFailed, an error row for "
+          "each switch; the next save as well")
 
 
-def test_save_that_is_taken_back_meanwhile(stopped):
+def test_save_that_is_taken_back_meanwhile(stopped, fault):
     """The abort finds room behind the signs of life."""
     agent = stopped(save_delay_seconds=60)
     old = keep_startup(agent, b"hostname old\n")
@@ -176,3 +182,5 @@ def test_save_that_is_taken_back_meanwhile(stopped):
     agent.station.set(row(3, xfCopyEntryRowStatus=DESTROY))
     wait_for(lambda: not (agent.state / "save-in-progress").exists(),
              "the end of the save")
+    fault("System manager", "stopped while the row is destroyed, then goes on",
+          "save aborted; old startup configuration; the next save as well")
