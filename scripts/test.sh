@@ -10,7 +10,9 @@ failed=()
 run_tests() { # DIRECTORY CTEST-OPTION...
     local directory=$1
     shift
-    ctest --test-dir "$top/$directory" --output-on-failure -j "$(nproc)" \
+    # More than there are processors: many tests wait most of the time.
+    ctest --test-dir "$top/$directory" --output-on-failure \
+        -j "$((3 * $(nproc)))" \
         --no-tests=error "$@" >"$top/$directory/ctest.log" 2>&1 || {
         failed+=("$directory")
         cat "$top/$directory/ctest.log"

@@ -226,11 +226,16 @@ def test_file_without_configuration(agent, station, tftp_server):
 
 
 def test_line_that_cannot_be_applied(agent, station, tftp_server):
+    """Agents of other tests write the same results file: if one of them was
+    quicker, the copy is made again."""
     tftp_server.offer("partly.cfg", b"hostname two\nflux on\nvlan 7\n")
-    station.set(go(download(1, "partly.cfg")))
-    assert agent.fails(1) == SOME_CONFIG_APPLY_FAILED
-    assert agent.running_config() == b"hostname two\nvlan 7\n"
-    lines = RESULTS.read_text().splitlines()
+    for index in range(1, 11):
+        station.set(go(download(index, "partly.cfg")))
+        assert agent.fails(index) == SOME_CONFIG_APPLY_FAILED
+        assert agent.running_config() == b"hostname two\nvlan 7\n"
+        lines = RESULTS.read_text().splitlines() if RESULTS.exists() else []
+        if any("flux on" in line for line in lines):
+            break
     assert len(lines) == 1 and "2" in lines[0] and "flux on" in lines[0]
 
 
