@@ -207,6 +207,7 @@ agent_tests() { # NAME PYTEST-ARGUMENT...
     module=$(find "$built/infra" -name libconfigcopymib.so)
     (cd "$top/tests/agent" && XF_TEST_BUILD=$built XF_TEST_MODULE=$module \
         XF_TEST_PLATFORM=$built/host/libxfplatform.so XF_TEST_CLOCK=/none \
+        XF_TEST_FAULTS=$built/faults \
         XF_TEST_SNMPD="${emulator[*]} -E LD_LIBRARY_PATH=$cache/netsnmp/usr/lib $snmpd" \
         PYTHONDONTWRITEBYTECODE=1 timeout 600 /usr/bin/python3 -m pytest -q \
         -p no:cacheprovider --basetemp="$built/agent-$name" "$@" \

@@ -13,8 +13,9 @@ from tools import Program, children_of, free_port, taken, wait_for
 BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
 MOVABLE_CLOCK = os.environ["XF_TEST_CLOCK"]
-FAULT_POINTS = os.environ["XF_TEST_FAULT_POINTS"]
-NO_MEMORY = os.environ["XF_TEST_NO_MEMORY"]
+# Not where agents run that nothing can be preloaded into.
+FAULT_POINTS = os.environ.get("XF_TEST_FAULT_POINTS")
+NO_MEMORY = os.environ.get("XF_TEST_NO_MEMORY")
 SANITIZED = os.environ.get("XF_TEST_SANITIZED") == "1"
 # What starts an agent; more than one word if it runs under an emulator.
 SNMPD = shlex.split(os.environ.get("XF_TEST_SNMPD", "snmpd"))
