@@ -6,6 +6,10 @@ source "$(dirname "$0")/lib.sh"
 install_packages
 fetch_base_mibs
 
+# Agents write it, several at a time: none of their tests can tell whose it is.
+results=/tmp/configcopy.txt
+[ -e $results ] || trap 'rm -f $results' EXIT
+
 failed=()
 run_tests() { # DIRECTORY CTEST-OPTION...
     local directory=$1
