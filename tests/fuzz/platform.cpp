@@ -422,7 +422,8 @@ namespace {
 ip_addr address_of_input() {
     ip_addr address = {};
     address.type = static_cast<int32_t>(input().choice(4));
-    std::string octets = input().octets(address.type == 2 ? 16 : 4);
+    std::string octets =
+        without_password(input().octets(address.type == 2 ? 16 : 4));
     memcpy(address.octets, octets.data(), octets.size());
     return address;
 }
@@ -460,7 +461,7 @@ int grove_status_next_get(struct grove_status *status, char *text,
                           uint32_t limit, const uint8_t *) {
     if (input().choice(4) == 0)
         return -1;
-    std::string octets = input().octets(sizeof status->wwn);
+    std::string octets = without_password(input().octets(sizeof status->wwn));
     *status = {};
     memcpy(status->wwn, octets.data(), octets.size());
     status->is_local = static_cast<int32_t>(input().choice(3));
