@@ -50,7 +50,9 @@ class TextConfig::Reader {
             frame.level_known = true;
             frame.level = indent;
         }
-        if (indent == frame.level)
+        // Less than its neighbours, in a stored configuration: it will stand
+        // among them when it is printed, so it is one of them at once.
+        if (indent == frame.level || (keep_unknown_ && indent < frame.level))
             return nullptr;
         return frames_.size() == 1 ? "indented, but not in a mode"
                                    : "indentation differs in its block";

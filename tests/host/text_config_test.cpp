@@ -174,4 +174,16 @@ TEST(TextConfig, LoadKeepsWhatItDoesNotUnderstand) {
                               "interface e\n  strange\n");
 }
 
+// Printed, it would be one of them: it counts from the first load on.
+TEST(TextConfig, AStoredLineWithLessIndentationIsOneOfItsNeighbours) {
+    TextConfig config;
+    config.load("vrf blue\n    description a\n  description b\n"
+                "    route 10.0.0.0/8 192.0.2.1\n");
+    EXPECT_EQ(config.print(), "vrf blue\n  description b\n"
+                              "  route 10.0.0.0/8 192.0.2.1\n");
+    TextConfig again;
+    again.load(config.print());
+    EXPECT_EQ(again.print(), config.print());
+}
+
 } // namespace
