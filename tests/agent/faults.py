@@ -49,3 +49,16 @@ def saves_on(agent, index=1000):
 def wait_for_copy_process(agent):
     child, = wait_for(lambda: children_of(agent.pid), "the copy process")
     return child
+
+
+def with_held_upload(make_agent, make_double):
+    """An agent whose copy 1 has reached its server, which holds it: agent,
+    server, id of the copy process."""
+    agent = make_agent()
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    double.gate.clear()
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    child = wait_for_copy_process(agent)
+    wait_for(lambda: double.requests, "the transfer")
+    return agent, double, child

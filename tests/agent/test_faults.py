@@ -13,7 +13,7 @@ import pytest
 
 import lab
 from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
-                    wait_for_copy_process)
+                    wait_for_copy_process, with_held_upload)
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
 from tools import wait_for
@@ -388,13 +388,7 @@ def kill_agent(agent):
 
 
 def test_agent_killed_during_a_copy(make_agent, make_double, fault):
-    agent = make_agent()
-    double = make_double(agent)
-    agent.running_config(b"hostname one\n")
-    double.gate.clear()
-    agent.station.set(go(upload(1, "up.cfg", double.address)))
-    child = wait_for_copy_process(agent)
-    wait_for(lambda: double.requests, "the transfer")
+    agent, double, child = with_held_upload(make_agent, make_double)
     kill_agent(agent)
     double.gate.set()
     # The copy is done to its end; its report reaches nobody.

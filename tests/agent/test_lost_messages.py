@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from faults import goes_on, outcome_of, saves_on, wait_for_copy_process
+from faults import goes_on, outcome_of, saves_on, with_held_upload
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import IN_PROGRESS, go, upload
 from tools import wait_for
@@ -87,13 +87,7 @@ def test_agents_socket_lost_during_a_copy(make_agent, make_double, sender,
 
 def test_agents_socket_full_during_a_copy(make_agent, make_double, sender,
                                           fault):
-    agent = make_agent()
-    double = make_double(agent)
-    agent.running_config(b"hostname one\n")
-    double.gate.clear()
-    agent.station.set(go(upload(1, "up.cfg", double.address)))
-    child = wait_for_copy_process(agent)
-    wait_for(lambda: double.requests, "the transfer")
+    agent, double, child = with_held_upload(make_agent, make_double)
     agent.signal(signal.SIGSTOP)
     sender(agent).fill(AGENT)
     double.gate.set()
