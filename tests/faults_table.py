@@ -16,7 +16,8 @@ import sys
 
 AREAS = ["Copy process", "Fork", "Descriptors", "Memory", "Disk",
          "Message transport", "System manager", "Switches of the fabric",
-         "Servers", "Clock", "Agent"]
+         "Servers", "Hostile servers", "Somebody on the switch or the network",
+         "Clock", "Agent"]
 
 HEADER = """\
 Made by the tests; `XF_WRITE_FAULTS=1 ctest --test-dir build -R faults.table` makes it anew.

@@ -29,8 +29,10 @@ std::string set_path(std::string &field, std::string_view value) {
     return "";
 }
 
-std::string set_number(int &field, std::string_view value, int low, int high) {
-    int number = 0;
+template <typename Number>
+std::string set_number(Number &field, std::string_view value, Number low,
+                       Number high) {
+    Number number = 0;
     const char *end = value.data() + value.size();
     auto [stop, error] = std::from_chars(value.data(), end, number);
     if (error != std::errc() || stop != end || number < low || number > high)
@@ -133,6 +135,14 @@ constexpr Key keys[] = {
      }},
     {"known_hosts",
      [](Settings &s, V v) { return set_path(s.known_hosts, v); }},
+    {"download_octets",
+     [](Settings &s, V v) {
+         return set_number(s.download_octets, v, int64_t{1}, int64_t{1} << 40);
+     }},
+    {"table_rows",
+     [](Settings &s, V v) { return set_number(s.table_rows, v, 1, 10000000); }},
+    {"shell_names",
+     [](Settings &s, V v) { return set_flag(s.shell_names, v); }},
     {"management_vrf",
      [](Settings &s, V v) { return set_word(s.management_vrf, v); }},
     {"apply_seconds",

@@ -3,6 +3,7 @@
 #ifndef HOST_BASE_SETTINGS_H
 #define HOST_BASE_SETTINGS_H
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -28,6 +29,9 @@ struct Settings {
     int login_seconds = 30;     // each step until a server has let us in
     int transfer_seconds = 300; // a whole file by FTP, SFTP or SCP
     std::string known_hosts;    // host keys; empty: in the state directory
+    int64_t download_octets = int64_t{260} << 20; // of one file, at most
+    int table_rows = 10000;   // rows of the copy table, at most
+    bool shell_names = false; // names that a shell acts on, where one sees them
     std::string management_vrf; // the VRF that "management" is
     int apply_seconds = 120;
     bool trace_history = true;

@@ -1,5 +1,6 @@
 // xfsettings: prints what the transfer scripts need of the settings, a key and
 // its value a line, so that one reader of the configuration serves all.
+#include <cinttypes>
 #include <cstdio>
 
 #include "host/base/settings.h"
@@ -14,8 +15,8 @@ int main() {
                                   ? s->state_directory + "/known_hosts"
                                   : s->known_hosts;
     printf("ftp_port %d\nssh_port %d\nlogin_seconds %d\n"
-           "transfer_seconds %d\nknown_hosts %s\n",
+           "transfer_seconds %d\ndownload_octets %" PRId64 "\nknown_hosts %s\n",
            s->ftp_port, s->ssh_port, s->login_seconds, s->transfer_seconds,
-           known_hosts.c_str());
+           s->download_octets, known_hosts.c_str());
     return fflush(stdout) == 0 ? 0 : 1;
 }

@@ -51,6 +51,20 @@ TEST(Settings, SwitchAndFabric) {
     EXPECT_EQ(s.manager_restart_seconds, 0);
 }
 
+TEST(Settings, Limits) {
+    Settings s;
+    EXPECT_EQ(parse_settings(s, "download_octets 5000000000\n"
+                                "table_rows 3\n"
+                                "shell_names yes\n"),
+              "");
+    EXPECT_EQ(s.download_octets, 5000000000);
+    EXPECT_EQ(s.table_rows, 3);
+    EXPECT_TRUE(s.shell_names);
+    EXPECT_NE(set_setting(s, "download_octets", "0"), "");
+    EXPECT_NE(set_setting(s, "table_rows", "0"), "");
+    EXPECT_NE(set_setting(s, "shell_names", "1"), "");
+}
+
 TEST(Settings, ErrorsNameTheLine) {
     Settings s;
     EXPECT_EQ(parse_settings(s, "tftp_port 69\ncolour blue\n"),
