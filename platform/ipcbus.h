@@ -3,7 +3,7 @@
  *
  * A process binds handles. A message goes to a service access point of a node
  * and carries an opcode and a payload of octets; multi-octet fields of a
- * payload are big-endian. Calls that can block say so.
+ * payload are big-endian. messages.h has the opcodes and the payloads.
  */
 #ifndef PLATFORM_IPCBUS_H
 #define PLATFORM_IPCBUS_H
@@ -25,13 +25,6 @@
 /* Kinds of handle that ipcbus_bind makes. */
 #define IPCBUS_KIND_DATAGRAM 1 /* one-way messages */
 #define IPCBUS_KIND_REQ_RESP 4 /* requests and their responses */
-
-/* Opcodes. */
-#define IPCBUS_OPC_PROCD_COPY_RUN2START_DONE 1361
-#define IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION 1381
-#define IPCBUS_OPC_PROCD_COPY_ABORT 1383
-#define IPCBUS_OPC_PROCD_COPY_STARTED 1391
-#define IPCBUS_OPC_CONFIG_COPY_STATUS 10277
 
 struct ipcbus_queue;   /* a bound handle */
 struct ipcbus_message; /* a message received, or the record of a request sent */

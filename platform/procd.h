@@ -8,14 +8,8 @@
 #include <stdint.h>
 
 #include "ipcbus.h"
+#include "messages.h"
 #include "visibility.h"
-
-/* First word of the reply to IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION. */
-#define PROCD_CFG_ACTION_DONE 0u
-#define PROCD_CFG_ACTION_ACCEPTED 0x401E0003u
-
-/* Request code of rpcq_req_resp: the world wide name of this switch. */
-#define PROCD_RPC_SWITCH_WWN 1282
 
 PLATFORM_BEGIN_DECLS
 

@@ -41,6 +41,7 @@
 #include "host/base/files.h"
 #include "host/base/log.h"
 #include "host/ipcbus/queue.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
@@ -94,7 +95,7 @@ void pay_failure(unsigned, void *);
 
 // Delivered later if nobody takes it now, or if there is no memory.
 void deliver_failure() {
-    constexpr uint8_t failed[4] = {0, 0, 0, 1};
+    constexpr uint8_t failed[COPY_STATUS_SIZE] = {0, 0, 0, 1};
     owed_failure = true;
     try {
         owed_failure = !deliver(

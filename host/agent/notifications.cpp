@@ -21,6 +21,7 @@
 #include "host/base/log.h"
 #include "host/ipcbus/queue.h"
 #include "platform/agent_ext.h"
+#include "platform/messages.h"
 
 using namespace xfhost;
 
@@ -41,7 +42,9 @@ size_t outcome_of(const ipcbus_message *message) {
     if (ipcbus_opc_get(message) != IPCBUS_OPC_PROCD_COPY_RUN2START_DONE)
         return 0;
     const std::vector<uint8_t> &payload = message->wire.payload;
-    return payload.size() < 4 ? 1 : get_be32(payload.data());
+    return payload.size() < SAVE_END_RESULT + 4
+               ? 1
+               : get_be32(payload.data() + SAVE_END_RESULT);
 }
 
 bool module_subscribed(const void *module) {

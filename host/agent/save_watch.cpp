@@ -23,6 +23,7 @@
 #include "host/fabric/results.h"
 #include "host/ipcbus/queue.h"
 #include "host/procd/protocol.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
@@ -174,8 +175,8 @@ void sent(const WireMessage &message, uint32_t sap) {
         log_message(LOG_ERR, "a save goes unwatched: no memory");
     }
     if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
-        message.payload.size() >= 4 &&
-        get_be32(message.payload.data()) == token)
+        message.payload.size() >= SAVE_ABORT_TOKEN + 4 &&
+        get_be32(message.payload.data() + SAVE_ABORT_TOKEN) == token)
         forget();
 }
 
@@ -188,8 +189,9 @@ bool wanted(const ipcbus_message &message) {
     if (wire.token != token)
         return false;
     ipcbus_response_q->peer.reset();
-    if (wire.payload.size() < 4 ||
-        get_be32(wire.payload.data()) != PROCD_CFG_ACTION_ACCEPTED)
+    if (wire.payload.size() < SAVE_ANSWER_SIZE ||
+        get_be32(wire.payload.data() + SAVE_ANSWER_RESULT) !=
+            PROCD_CFG_ACTION_ACCEPTED)
         forget();
     return true;
 }
@@ -201,7 +203,8 @@ void save_watch_start() {
 }
 
 bool save_watch_ends(const std::vector<uint8_t> &payload) {
-    if (payload.size() >= 8 && get_be32(payload.data() + 4) != token)
+    if (payload.size() >= SAVE_END_SIZE &&
+        get_be32(payload.data() + SAVE_END_TOKEN) != token)
         return false;
     forget();
     return true;

@@ -13,6 +13,7 @@
 #include "host/base/record.h"
 #include "host/errors.h"
 #include "host/procd/save_journal.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
@@ -183,9 +184,9 @@ uint32_t Manager::choose_switches(const SaveRequest &request,
 
 void Manager::abort_save(const ipcbus_message &message) {
     const std::vector<uint8_t> &payload = message.wire.payload;
-    if (payload.size() < 4)
+    if (payload.size() < SAVE_ABORT_TOKEN + 4)
         return;
-    uint32_t token = get_be32(payload.data());
+    uint32_t token = get_be32(payload.data() + SAVE_ABORT_TOKEN);
     if (job_ && token == job_->token()) {
         log_message(LOG_INFO, "the save is aborted");
         job_->stop();
@@ -193,8 +194,8 @@ void Manager::abort_save(const ipcbus_message &message) {
 }
 
 void Manager::answer(const ipcbus_message *request, uint32_t result) {
-    uint8_t payload[4];
-    put_be32(payload, result);
+    uint8_t payload[SAVE_ANSWER_SIZE];
+    put_be32(payload + SAVE_ANSWER_RESULT, result);
     if (ipcbus_respond(requests_, request, payload, sizeof payload) != 0)
         log_message(LOG_WARNING, "answer lost: %s", strerror(errno));
 }

@@ -11,6 +11,7 @@
 #include "module_root.h"
 #include "platform/cycles.h"
 #include "platform/errlog.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 
 /* Notifications are enterprise-specific traps. */
@@ -115,42 +116,23 @@ static void notify_if_asked(const struct xfCopyEntry *entry) {
 /* The system manager answers within this time, or later by message. */
 #define SAVE_WAIT_SECONDS 899
 
-/* Request to the system manager, offsets of its fields. */
-enum {
-    SAVE_ACTION = 0,
-    SAVE_WORD_4 = 4,
-    SAVE_OCTET_10 = 10,
-    SAVE_FABRIC_STARTUP = 28,
-    SAVE_ALL_STARTUP = 40,
-    SAVE_USER_NAME = 44,
-    SAVE_SESSION_ID = 76,
-    SAVE_REQUEST_SIZE = 140
-};
-#define SAVE_TEXT_SIZE 32
-#define SAVE_RESERVED_SIZE 32
-static_assert(SAVE_USER_NAME + SAVE_TEXT_SIZE == SAVE_SESSION_ID, "");
-static_assert(SAVE_SESSION_ID + SAVE_TEXT_SIZE + SAVE_RESERVED_SIZE ==
-                  SAVE_REQUEST_SIZE,
-              "");
-#define SAVE_ACTION_RUNNING_TO_STARTUP 26
-
 /* The steps below speak in the name of the function that the launch called. */
 static const char save[] = "do_cp_runningtostartup";
 
 static void fill_save_request(const struct xfCopyEntry *entry,
                               uint8_t *payload) {
     memset(payload, 0, SAVE_REQUEST_SIZE);
-    put_be32(payload + SAVE_ACTION, SAVE_ACTION_RUNNING_TO_STARTUP);
-    put_be32(payload + SAVE_WORD_4, 1);
-    payload[SAVE_OCTET_10] = 1;
-    put_be32(payload + SAVE_FABRIC_STARTUP,
+    put_be32(payload + SAVE_REQUEST_ACTION, SAVE_ACTION_RUNNING_TO_STARTUP);
+    put_be32(payload + SAVE_REQUEST_WORD_4, 1);
+    payload[SAVE_REQUEST_OCTET_10] = 1;
+    put_be32(payload + SAVE_REQUEST_FABRIC,
              entry->xfCopyDestFileType == XF_FILE_FABRIC_STARTUP ? 1 : 0);
-    put_be32(payload + SAVE_ALL_STARTUP,
+    put_be32(payload + SAVE_REQUEST_ALL,
              entry->xfCopyDestFileType == XF_FILE_ALL_STARTUP ? 1 : 0);
-    copy_text(reinterpret_cast<char *>(payload + SAVE_USER_NAME),
-              SAVE_TEXT_SIZE, get_snmp_username(0));
-    copy_text(reinterpret_cast<char *>(payload + SAVE_SESSION_ID),
-              SAVE_TEXT_SIZE, get_snmp_sessionid(0));
+    copy_text(reinterpret_cast<char *>(payload + SAVE_REQUEST_USER),
+              SAVE_REQUEST_TEXT_SIZE, get_snmp_username(0));
+    copy_text(reinterpret_cast<char *>(payload + SAVE_REQUEST_SESSION),
+              SAVE_REQUEST_TEXT_SIZE, get_snmp_sessionid(0));
 }
 
 static void drop_save_request(void) {
@@ -265,10 +247,12 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
         TRACE_INFO("%s: unknown message %d received, dropping.\n", save,
                    static_cast<int>(opcode));
     } else {
-        const void *const payload = ipcbus_payload_get(message);
+        const uint8_t *const payload =
+            static_cast<const uint8_t *>(ipcbus_payload_get(message));
         /* An answer that says nothing is no success. */
-        note_answer(entry, payload != nullptr ? get_be32(payload)
-                                              : uint32_t{XF_ERR_FAILED});
+        note_answer(entry, payload != nullptr
+                               ? get_be32(payload + SAVE_ANSWER_RESULT)
+                               : uint32_t{XF_ERR_FAILED});
     }
     ipcbus_drop(ipcbus_response_q, message);
     return 0;
@@ -296,14 +280,15 @@ static void handle_copy_started(void) {
 }
 
 static void handle_copy_status(const struct ipcbus_message *message) {
-    const void *const payload = ipcbus_payload_get(message);
+    const uint8_t *const payload =
+        static_cast<const uint8_t *>(ipcbus_payload_get(message));
 
     if (payload == nullptr) {
         TRACE_ERROR("%s: IPCBUS Payload NULL\n", callback);
         handle_copy_done(XF_FAIL_UNKNOWN);
         return;
     }
-    handle_copy_done(get_be32(payload));
+    handle_copy_done(get_be32(payload + COPY_STATUS_STATUS));
 }
 
 /* Marks a save as ended; tells whether to collect the fabric's errors. */

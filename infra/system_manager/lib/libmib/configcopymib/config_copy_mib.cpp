@@ -6,6 +6,7 @@
 #include <net-snmp/agent/util_funcs/header_generic.h>
 
 #include "module_root.h"
+#include "platform/messages.h"
 
 /* Column OIDs below have 14 sub-identifiers: a root of 9, then 1.1.N.1.C. */
 static_assert(MODULE_ROOT_LENGTH == 9, "the variable table is built on it");

@@ -17,6 +17,7 @@
 #include "platform/accounting.h"
 #include "platform/errlog.h"
 #include "platform/hwinfo.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 #include "platform/program_runner.h"
 #include "platform/qsh.h"
@@ -48,12 +49,13 @@ int32_t start_copy(struct xfCopyEntry *entry) {
 int32_t handle_abort(const struct xfCopyEntry *entry) {
     static const struct ipcbus_address procd = {IPCBUS_NODE_LOCAL,
                                                 IPCBUS_SAP_PROCD};
-    uint8_t payload[8] = {}; /* the token, then zero */
+    uint8_t payload[SAVE_ABORT_SIZE] = {};
 
     if (entry->xfCopyState != XF_STATE_RUNNING || !is_running_to_startup(entry))
         return 0;
     TRACE_INFO("Sending request to procd to abort the copy running to startup");
-    put_be32(payload, ipcbus_rr_token_get(module_state.save_request));
+    put_be32(payload + SAVE_ABORT_TOKEN,
+             ipcbus_rr_token_get(module_state.save_request));
     ipcbus_send(ipcbus_response_q, &procd, IPCBUS_OPC_PROCD_COPY_ABORT, payload,
                 sizeof(payload), 0, 0, nullptr);
     ipcbus_drop(ipcbus_response_q, module_state.save_request);
@@ -67,7 +69,7 @@ int32_t send_status_2_parent(uint32_t status) {
     static const struct ipcbus_address agent = {IPCBUS_NODE_LOCAL,
                                                 IPCBUS_SAP_SNMP_AGENT};
     ipcbus_handle handle = nullptr;
-    uint8_t payload[4];
+    uint8_t payload[COPY_STATUS_SIZE];
     int attempts = 0;
 
     TRACE_ERROR("%s: status is %d\n", __func__, static_cast<int>(status));
@@ -84,7 +86,7 @@ int32_t send_status_2_parent(uint32_t status) {
             return bound;
         }
     }
-    put_be32(payload, status);
+    put_be32(payload + COPY_STATUS_STATUS, status);
     if (ipcbus_send(handle, &agent, IPCBUS_OPC_CONFIG_COPY_STATUS, payload,
                     sizeof(payload), 0, 0, nullptr) != 0) {
         const int error = errno;

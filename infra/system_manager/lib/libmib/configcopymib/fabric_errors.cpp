@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/grove.h"
+#include "platform/messages.h"
 #include "platform/netaddr.h"
 #include "platform/procd.h"
 
@@ -221,7 +222,6 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
 /* Characters of a status text and of an address. */
 #define STATUS_TEXT_LENGTH 256
 #define ADDRESS_TEXT_SIZE 128
-#define WWN_OCTETS 8
 #define WWN_TEXT_SIZE 24
 
 static const char collect[] = "collect_fabric_error_rows";
@@ -249,12 +249,12 @@ static bool ask_local_wwn(uint8_t *wwn) {
     void *response = nullptr;
 
     TRACE_INFO("%s: get switch wwn\n", collect);
-    const int result =
-        rpcq_req_resp(PROCD_RPC_SWITCH_WWN, 1, 0, nullptr, 0,
-                      IPCBUS_SAP_PROCD_RPC, ipcbus_response_q, 5, &response);
+    const int result = rpcq_req_resp(
+        PROCD_RPC_SWITCH_WWN, SWITCH_WWN_ARG1, SWITCH_WWN_ARG2, nullptr, 0,
+        IPCBUS_SAP_PROCD_RPC, ipcbus_response_q, SWITCH_WWN_SECONDS, &response);
     const bool answered = result == 0 && response != nullptr;
     if (answered)
-        memcpy(wwn, response, WWN_OCTETS);
+        memcpy(wwn, response, SWITCH_WWN_SIZE);
     free(response);
     if (!answered)
         REPORT_ERROR("%s: unable to get local switch wwn\n", collect);
@@ -318,7 +318,7 @@ static void add_device(const struct xfCopyEntry *copy_entry,
     row.xfCopyIndex = copy_entry->xfCopyIndex;
     row.xfCopyErrorDeviceIndex = device_index;
     row.xfCopyErrorDeviceAddressType = status->address.type;
-    memcpy(row.xfCopyErrorDeviceWwn, status->wwn, WWN_OCTETS);
+    memcpy(row.xfCopyErrorDeviceWwn, status->wwn, SWITCH_WWN_SIZE);
     copy_text(row.xfCopyErrorDescription, sizeof(row.xfCopyErrorDescription),
               text);
     if (status->is_local == 1)
@@ -332,7 +332,7 @@ static void add_device(const struct xfCopyEntry *copy_entry,
 void collect_fabric_error_rows(const struct xfCopyEntry *copy_entry) {
     struct grove_status status;
     char text[STATUS_TEXT_LENGTH + 1];
-    uint8_t local_wwn[WWN_OCTETS];
+    uint8_t local_wwn[SWITCH_WWN_SIZE];
     int32_t device_index = 1;
     int result;
 
