@@ -1,5 +1,9 @@
 /*
- * TFTP client library. One server at a time in a process; every call blocks.
+ * TFTP client library. One server at a time in a process: it is the one that
+ * tftp_connect named last, until the process ends.
+ *
+ * Context of all of it: child. Both transfers block until the file is through
+ * or the time is up, the other calls do not.
  *
  * Results are 0 or more for success. Otherwise negative: -1 to -100 the error
  * code of the protocol (-1 file not found, -2 access violation, -3 disk full),

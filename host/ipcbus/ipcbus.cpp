@@ -68,13 +68,18 @@ std::string free_name() {
     return "q." + std::to_string(getpid()) + "." + std::to_string(++count);
 }
 
+// False with errno set.
 bool socket_address(int directory, const char *name,
                     struct sockaddr_un &address) {
     address = {};
     address.sun_family = AF_UNIX;
     int length = snprintf(address.sun_path, sizeof address.sun_path,
                           "/proc/self/fd/%d/%s", directory, name);
-    return length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
+    bool fits =
+        length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
+    if (!fits)
+        errno = ENAMETOOLONG;
+    return fits;
 }
 
 // An access point is taken while its lock is held; a socket without a holder
