@@ -21,7 +21,10 @@
 
 /*
  * OID templates; each notification writes its row's index into the last
- * sub-identifier, that of the notification itself included.
+ * sub-identifier.
+ *
+ * KEPT: into that of the notification itself, too: managers tell by it which
+ * row has ended.
  */
 #define COLUMN_TEMPLATE(column)                                                \
     { MODULE_ROOT, 1, 1, 1, 1, column, 0 }
@@ -53,6 +56,7 @@ netsnmp_variable_list *build_notification(const struct xfCopyEntry *entry,
     struct ip_addr *const address = &module_state.notification_address;
     const uint32_t started = timestamp_uptime(&entry->xfCopyTimeStarted);
     const uint32_t completed = timestamp_uptime(&entry->xfCopyTimeCompleted);
+    /* KEPT: always 16 octets of address; an IPv4 one is followed by zeroes. */
     const struct varbind_source sources[XF_NOTIFICATION_VARBINDS] = {
         {&entry->xfCopyServerAddressType, ASN_INTEGER, 4,
          "%s Could not add xfcopy_serveraddresstype_oid\n"},
@@ -77,7 +81,10 @@ netsnmp_variable_list *build_notification(const struct xfCopyEntry *entry,
     memset(address, 0, sizeof(*address));
     ip_addr_from_str(entry->xfCopyServerAddressRev1, address);
     for (size_t i = 0; i < XF_NOTIFICATION_VARBINDS; i++) {
-        /* One that cannot be added ends the chain; the next starts another. */
+        /*
+         * KEPT: one that cannot be added ends the chain; the next one starts
+         * another that nobody gets: without memory, part of it is still sent.
+         */
         previous = build_varbind(previous, sources[i].value, sources[i].type,
                                  sources[i].length, varbind_oids[i],
                                  XF_VARBIND_OID_LENGTH);
@@ -209,7 +216,7 @@ static void note_answer(struct xfCopyEntry *entry, uint32_t answer) {
         TRACE_INFO("%s : copy is initiated\n", save);
         break;
     case PROCD_CFG_ACTION_DONE:
-        /* The launch writes the row back, and nobody is notified. */
+        /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_SUCCESSFUL;
         drop_save_request();
@@ -230,6 +237,7 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
         TRACE_ERROR("%s :  Unable to send message "
                     "IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION: %s (%d).\n",
                     save, strerror(error), error);
+        /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_FAILED;
         drop_save_request();
@@ -237,6 +245,7 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
     }
     struct ipcbus_message *const message = wait_for_answer(&result);
     if (message == nullptr) {
+        /* KEPT: a receive that failed, too: the end may still be told. */
         TRACE_INFO("%s : no response from procd (error id %x). may be copy is "
                    "progress\n",
                    save, static_cast<unsigned>(result));
@@ -244,6 +253,7 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
     }
     const uint32_t opcode = ipcbus_opc_get(message);
     if (opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION) {
+        /* KEPT: it ends the wait all the same, with the row running. */
         TRACE_INFO("%s: unknown message %d received, dropping.\n", save,
                    static_cast<int>(opcode));
     } else {
@@ -270,6 +280,7 @@ static void store_row(const struct xfCopyEntry *entry,
                     entry->xfCopyIndex);
 }
 
+/* KEPT: any row that waits will do; the message does not say which. */
 static void handle_copy_started(void) {
     struct xfCopyEntry row;
 
@@ -341,7 +352,10 @@ netsnmp_variable_list *handle_notifications(struct ipcbus_message *message,
         handle_copy_status(message);
         return nullptr;
     case IPCBUS_OPC_PROCD_COPY_RUN2START_DONE:
-        /* The caller says in the length how the save ended, 0 for well. */
+        /*
+         * KEPT: the caller says in the length how the save ended, 0 for well;
+         * the payload is the agent's to read.
+         */
         return handle_save_end(*oid_len_out != 0, oid_out, oid_len_out,
                                notify_out);
     default:
@@ -361,13 +375,17 @@ void handle_copy_done(uint32_t status) {
     } else {
         timestamp_now(&row.xfCopyTimeCompleted);
         row.xfCopyState = status != 0 ? XF_STATE_FAILED : XF_STATE_SUCCESSFUL;
+        /* KEPT: a cause after a success, too: it has no value for none. */
         row.xfCopyFailCause =
             status != 0 ? static_cast<int32_t>(status) : XF_FAIL_UNKNOWN;
         if (setXfCopyEntry(&row, 0) != 0)
             TRACE_ERROR("%s : Set to entry (index= %d) failed \n", __func__,
                         row.xfCopyIndex);
     }
-    /* Without a running row this is the last one of the table. */
+    /*
+     * KEPT: without a running row this is the last one of the table, which is
+     * notified of once more if it asks for that.
+     */
     notify_if_asked(&row);
 }
 
@@ -375,7 +393,7 @@ void handle_copy_failure(void) {
     handle_copy_done(XF_FAIL_UNKNOWN);
 }
 
-/* 1 as well: the copy's own message is what reports a success. */
+/* KEPT: 1 as well: the copy's own message is what reports a success. */
 void handle_copy_success(void) {
     handle_copy_done(XF_FAIL_UNKNOWN);
 }

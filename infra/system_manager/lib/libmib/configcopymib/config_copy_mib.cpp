@@ -96,7 +96,12 @@ void init_config_copy_mib(void) {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, 9, xf_handle_starttime_change,
                            nullptr);
 
-    /* Both are tried: deinit destroys both. */
+    /*
+     * Both are tried: deinit destroys both.
+     *
+     * KEPT: without them the start-time callback stays registered; it finds no
+     * rows.
+     */
     const bool undo_list = create_request_list(&module_state.undo_list);
     const bool second_list = create_request_list(&module_state.second_list);
     if (!undo_list || !second_list) {
@@ -108,8 +113,8 @@ void init_config_copy_mib(void) {
 }
 
 /*
- * Rows, error rows, the age-out alarm and the start-time callback stay: the
- * rows outlive a reload of the agent's modules.
+ * KEPT: rows, error rows, the age-out alarm and the start-time callback stay:
+ * the rows outlive a reload of the agent's modules.
  */
 void deinit_config_copy_mib(void) {
     unregister_mib(config_copy_mib_variables_oid, 9);

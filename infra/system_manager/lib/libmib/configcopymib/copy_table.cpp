@@ -74,6 +74,7 @@ void debug_log(const char *format, ...) {
     va_start(arguments, format);
     vfprintf(log, format, arguments);
     va_end(arguments);
+    /* KEPT: most records end with a newline of their own: a blank line each. */
     fputc('\n', log);
     fflush(log);
 }
@@ -168,6 +169,7 @@ int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
     if (ordset_size(*table) != 0)
         return ordset_add(*table, entry, entry) == entry ? 0 : XF_ERR_FAILED;
 
+    /* KEPT: its result is not looked at: adding to no set fails as well. */
     ordset_create(table, 1, 1, xfCopyEntry_comp_func, 1);
     if (ordset_add(*table, entry, entry) == nullptr)
         return XF_ERR_FAILED;
@@ -205,6 +207,7 @@ int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
 
     if (ordset_size(*table) == 0)
         return XF_ERR_FAILED;
+    /* KEPT: they go even if there turns out to be no such row. */
     deleteXfCopyErrorEntries(entry);
     struct xfCopyEntry *const removed =
         static_cast<struct xfCopyEntry *>(ordset_remove(*table, entry));
@@ -292,6 +295,7 @@ static int32_t find_copy_instance(const struct variable *vp, oid *name,
                                   struct xfCopyEntry *row) {
     const size_t column_len = vp->namelen;
 
+    /* KEPT: a length that is not right leaves index 0, which no row has. */
     parse_copy_index(vp->name, column_len, name, *length, exact,
                      &row->xfCopyIndex);
     const int32_t status =
@@ -372,7 +376,7 @@ u_char *get_xfCopyTable(struct variable *vp, oid *name, size_t *length,
     case 9:
         return text_value(row->xfCopyUserName, var_len);
     case 10:
-        return text_value(no_password, var_len);
+        return text_value(no_password, var_len); /* KEPT: never read back */
     case 11:
         return integer_value(&row->xfCopyNotificationOnCompletion, var_len);
     case 12:
@@ -391,7 +395,7 @@ u_char *get_xfCopyTable(struct variable *vp, oid *name, size_t *length,
         return address_value(row->xfCopyServerAddressRev1, false, var_len);
     case 19:
         return text_value(row->xfCopyVRFName, var_len);
-    default:
+    default: /* KEPT: no such variable is registered */
         snmp_set_detail("");
         return nullptr;
     }

@@ -39,7 +39,10 @@ int32_t start_copy(struct xfCopyEntry *entry) {
                    static_cast<int>(getpid()));
         _exit(0);
     }
-    /* A fork that failed counts too, until a status message comes. */
+    /*
+     * KEPT: a fork that failed counts as one that ran, and the row as running,
+     * until a status message comes; the platform sends one for it.
+     */
     module_state.copyChildRunning = 1;
     TRACE_INFO("%s : Created the process to copy with pid = %d\n", __func__,
                module_state.copy_child_pid);
@@ -56,6 +59,7 @@ int32_t handle_abort(const struct xfCopyEntry *entry) {
     TRACE_INFO("Sending request to procd to abort the copy running to startup");
     put_be32(payload + SAVE_ABORT_TOKEN,
              ipcbus_rr_token_get(module_state.save_request));
+    /* KEPT: the result is not looked at: the row goes in any case. */
     ipcbus_send(ipcbus_response_q, &procd, IPCBUS_OPC_PROCD_COPY_ABORT, payload,
                 sizeof(payload), 0, 0, nullptr);
     ipcbus_drop(ipcbus_response_q, module_state.save_request);
@@ -72,6 +76,7 @@ int32_t send_status_2_parent(uint32_t status) {
     uint8_t payload[COPY_STATUS_SIZE];
     int attempts = 0;
 
+    /* KEPT: as an error, a success too: it is what is looked for first. */
     TRACE_ERROR("%s: status is %d\n", __func__, static_cast<int>(status));
     for (;;) {
         const int bound = ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_ANY,
@@ -80,7 +85,7 @@ int32_t send_status_2_parent(uint32_t status) {
             break;
         const int error = errno;
         TRACE_ERROR("%s: ipcbus_bind failed. errno %d\n", __func__, error);
-        sleep(2);
+        sleep(2); /* KEPT: behind the last attempt, too */
         if (++attempts == 10) {
             TRACE_ERROR("%s: ipcbus_bind failed. errno %d\n", __func__, error);
             return bound;
@@ -117,6 +122,7 @@ static const char *after_last(const char *text, int separator) {
 static void split_file_name(const char *name, struct file_place *place) {
     const char *local = after_last(name, '/');
 
+    /* KEPT: a backslash separates only where no slash does. */
     if (local == nullptr)
         local = after_last(name, '\\');
     if (local == nullptr)
@@ -125,6 +131,7 @@ static void split_file_name(const char *name, struct file_place *place) {
     copy_text(place->directory, sizeof(place->directory), ".");
     if (name[0] != '/')
         return;
+    /* KEPT: the directory is traced and handed on; no transfer uses it. */
     const size_t directory_length = strlen(name) - 1 - strlen(local);
     if (directory_length > 0)
         copy_text(place->directory, directory_length + 1, name);
@@ -192,6 +199,11 @@ static uint32_t apply_downloaded(const char *path) {
     return apply_fail_cause(result);
 }
 
+/*
+ * KEPT: validation refuses a copy from the network to the startup
+ * configuration; for rows that come here all the same. The file stays as
+ * "system.cfg".
+ */
 static uint32_t save_downloaded(const char *local_name) {
     char directory[XF_PATH_SIZE];
     char path[XF_PATH_SIZE + sizeof("/system.cfg")];
@@ -239,14 +251,19 @@ static uint32_t copy_from_network(struct xfCopyEntry *entry,
         return apply_downloaded(path);
     case XF_FILE_STARTUP:
         return save_downloaded(place->local_name);
-    default:
+    default: /* KEPT: a file type that is none is downloaded and left there */
         return 0;
     }
 }
 
 /* -- To the network -- */
 
-/* Names the startup configuration as the file to send; false if it cannot. */
+/*
+ * Names the stored startup configuration in the row and the trace.
+ *
+ * KEPT: what is sent is the one that the shell shows: stage_configuration names
+ * that file instead. False if there is no handle to ask on.
+ */
 static bool locate_startup(struct xfCopyEntry *entry) {
     ipcbus_handle handle = nullptr;
 
@@ -325,7 +342,11 @@ static bool stage_configuration(struct xfCopyEntry *entry,
     return true;
 }
 
-/* Prepares the file to send; false if there is none. */
+/*
+ * Prepares the file to send; false if there is none.
+ *
+ * KEPT: where the shell failed, what it has shown so far stays in the file.
+ */
 static bool stage_upload(struct xfCopyEntry *entry, struct file_place *place,
                          ipcbus_handle handle) {
     switch (entry->xfCopySourceFileType) {
@@ -339,7 +360,7 @@ static bool stage_upload(struct xfCopyEntry *entry, struct file_place *place,
         qsh_notify_cfg_update(handle, 1, 2, 3);
         ipcbus_unbind(handle, 0);
         return true;
-    default:
+    default: /* KEPT: 6, 7 or a type that is none: its path is empty */
         return true;
     }
 }
@@ -350,6 +371,10 @@ static uint32_t copy_to_network(struct xfCopyEntry *entry,
                         entry->xfCopySourceFileType == XF_FILE_RUNNING;
     ipcbus_handle handle = nullptr;
 
+    /*
+     * KEPT: bound for each upload and given back only by that of the running
+     * configuration; the end of the child takes care of the others.
+     */
     if (!bind_requests(&handle))
         return XF_FAIL_UNKNOWN;
     if (!stage_upload(entry, place, handle))
@@ -405,7 +430,7 @@ static uint32_t copy_by_file_types(struct xfCopyEntry *entry,
         return copy_to_network(entry, place);
     if (source == XF_FILE_STARTUP && dest == XF_FILE_RUNNING)
         return copy_startup_to_running();
-    return 0;
+    return 0; /* KEPT: the launch forks no child for other pairs */
 }
 
 void copy_function(struct xfCopyEntry *entry) {
@@ -490,7 +515,7 @@ static const struct program_texts vrf_texts[PROGRAM_COUNT] = {
      "%s : Return code from scp.expect is  %d\n"},
 };
 
-/* Their blanks differ from those above, here and there. */
+/* KEPT: their blanks differ from those above: logs are searched for them. */
 static const struct program_texts storage_pod_texts[PROGRAM_COUNT] = {
     {"%s: FTP_PUT add %s xfCopySrcFileName %s xfCopyFileName %s "
      "xfCopyUserName %s xfCopyUserPassword %s ret_code 0x%x\n",
@@ -516,7 +541,12 @@ struct transfer {
     char command[COMMAND_TEXT_SIZE + OUTCOME_SIZE];
 };
 
-/* Protocol error or errno as a fail cause. */
+/*
+ * Protocol error or errno as a fail cause.
+ *
+ * KEPT: one table for both, so that errno 3 counts as a full disk and ENOSPC as
+ * unknown.
+ */
 static int32_t fail_cause(uint32_t error) {
     switch (error) {
     case 3:
@@ -571,9 +601,10 @@ static void append_vrf(struct transfer *transfer) {
 }
 
 /*
- * The accounting text: "copy", source, destination. No separator stands between
- * the server (with its port, for TFTP) and the name; a download names the local
- * path there.
+ * The accounting text: "copy", source, destination.
+ *
+ * KEPT: no separator stands between the server (with its port, for TFTP) and
+ * the name, and a download names the local path there: accounting is parsed so.
  */
 static void describe(struct transfer *transfer, const char *scheme,
                      const char *user, const char *at, const char *port) {
@@ -689,8 +720,8 @@ static int exit_code_of(int status) {
 /* -- TFTP by the program, in the other two -- */
 
 /*
- * The names stand between double quotes without escapes: what they do to the
- * shell is for the platform to know.
+ * KEPT: the names stand between double quotes without escapes: what they do to
+ * the shell is for the platform to know.
  */
 static int32_t transfer_by_tftp_program(struct transfer *transfer) {
     const struct setting *const setting = transfer->setting;
@@ -711,6 +742,7 @@ static int32_t transfer_by_tftp_program(struct transfer *transfer) {
     const int status = system(program);
     const int error = errno;
     signal(SIGCHLD, action);
+    /* KEPT: accounting goes by the exit code, the result by all of status. */
     account_transfer(transfer, exit_code_of(status) == 0);
     if (status == -1)
         return fail_cause(static_cast<uint32_t>(error));
@@ -819,8 +851,10 @@ static int run_program(const struct program_run *run) {
 }
 
 /*
- * One line on standard error for each run. The password in it is wanted: this
- * is where an operator looks when a server refuses a login.
+ * One line on standard error for each run.
+ *
+ * KEPT: the password in it: this is where an operator looks when a server
+ * refuses a login.
  */
 static void print_run(const struct transfer *transfer, int program,
                       const struct program_run *run, int status) {
@@ -877,7 +911,7 @@ static int32_t transfer_by_script(struct transfer *transfer, int program) {
              transfer->entry->xfCopyUserName, "@", "");
     const int status = run_program(&run);
     print_run(transfer, program, &run, status);
-    /* Only the exit code counts, not the signal that may have ended it. */
+    /* KEPT: only the exit code counts, no signal that may have ended it. */
     const int exit_code = exit_code_of(status);
     TRACE_INFO(setting->texts[program].exit_trace, setting->function,
                exit_code);
@@ -905,11 +939,11 @@ static int32_t transfer_by_protocol(struct transfer *transfer) {
         return transfer_by_script(transfer, PROGRAM_FTP);
     case XF_PROTO_SFTP:
         return transfer_by_script(transfer, PROGRAM_SFTP);
-    case XF_PROTO_RCP:
+    case XF_PROTO_RCP: /* KEPT: validation lets neither this through ... */
         return XF_FAIL_UNKNOWN;
     case XF_PROTO_SCP:
         return transfer_by_script(transfer, PROGRAM_SCP);
-    default:
+    default: /* KEPT: ... nor a protocol that is none */
         TRACE_ERROR("%s : Protocol not supported\n",
                     transfer->setting->function);
         return XF_FAIL_UNSUPPORTED_PROTOCOL;
@@ -928,7 +962,7 @@ static bool chassis_needs_vrf(int32_t type) {
     case 31:
     case 33:
         return true;
-    case 32:
+    case 32: /* KEPT: these two, so that neither looks forgotten */
     case 34:
     default:
         return false;
@@ -998,7 +1032,7 @@ int32_t do_nw_upload_download_on_storage_pod(uint32_t direction,
         /* vrf_name= */ nullptr, /* vrf_id= */ 0, storage_pod_texts};
     struct transfer transfer;
 
-    (void)directory;
+    (void)directory; /* KEPT: all three have the argument, none a use for it */
     prepare_transfer(&transfer, &setting, direction, entry);
     if (entry->xfCopyProtocol == XF_PROTO_TFTP)
         return transfer_by_tftp_program(&transfer);

@@ -36,6 +36,7 @@ int search_all_cmp(const void *, const void *) {
 /* Result of addXfCopyErrorEntry when there is no memory. */
 #define NO_MEMORY_RESULT 5
 
+/* KEPT: the copy row is not used: the record has its index. */
 int32_t addXfCopyErrorEntry(const struct xfCopyEntry *,
                             const struct xfCopyErrorEntry *record) {
     struct xfCopyErrorEntry *const stored =
@@ -47,6 +48,7 @@ int32_t addXfCopyErrorEntry(const struct xfCopyEntry *,
     }
     *stored = *record;
     if (ordset_add(module_state.error_table, stored, stored) == nullptr) {
+        /* KEPT: not freed; the row of an earlier save is in its place. */
         TRACE_ERROR("%s : failed to add to index object\n", __func__);
         return XF_ERR_FAILED;
     }
@@ -68,6 +70,7 @@ int32_t getXfCopyErrorEntry(struct xfCopyErrorEntry *buffer) {
 
 int32_t getnextXfCopyErrorEntry(struct xfCopyErrorEntry *buffer) {
     if (ordset_size(module_state.error_table) == 0) {
+        /* KEPT: the text names the other table. */
         TRACE_INFO("%s : xfCopyTable empty\n", __func__);
         return XF_ERR_NO_ENTRY;
     }
@@ -122,6 +125,7 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
                        __func__, copy_row.xfCopyIndex);
             continue;
         }
+        /* KEPT: of the whole table, whichever copy it belongs to. */
         const void *const first =
             ordset_find_nth_obj(module_state.error_table, 1);
         if (first != nullptr) {
@@ -129,6 +133,7 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
             memcpy(buffer, first, sizeof(*buffer));
             return 0;
         }
+        /* KEPT: never reached: a table that is not empty has a first row. */
         TRACE_INFO("%s : no entrys in xfCopyErrorTablefor copyIndex: %d, "
                    "continue to next\n",
                    __func__, copy_row.xfCopyIndex);
@@ -138,7 +143,11 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
 
 /* ---- Read handler -------------------------------------------------------- */
 
-/* Sub-identifiers that an exact request may have beyond the column. */
+/*
+ * Sub-identifiers that an exact request may have beyond the column.
+ *
+ * KEPT: the row has two indexes; what follows them is ignored.
+ */
 #define MAX_EXACT_EXTRA 11
 
 /* Both indexes of the request; 0 where it has none. */
@@ -211,7 +220,7 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
     case 28:
         *var_len = strlen(row->xfCopyErrorDescription);
         return reinterpret_cast<u_char *>(row->xfCopyErrorDescription);
-    default:
+    default: /* KEPT: no such variable is registered */
         snmp_set_detail("");
         return nullptr;
     }
@@ -279,9 +288,11 @@ static void set_local_address(struct xfCopyErrorEntry *row) {
     struct if_inet_addrs *addresses = nullptr;
     uint32_t if_index = 0;
 
+    /* KEPT: its result is not looked at: interface 0 has no addresses. */
     if_index_mgmt_sup_port_init(&if_index, 0, 0);
     if (ipconf_get_if_inet_addrs(ipcbus_response_q, if_index, &addresses) !=
         0) {
+        /* KEPT: in the agent's log only. */
         snmp_log(LOG_ERR, "%s: Failed to get ip address of local switch\n",
                  collect);
     } else if (addresses == nullptr || addresses->count == 0) {
@@ -303,6 +314,7 @@ static void trace_status(const struct grove_status *status, const char *text,
              octet[6], octet[7]);
     TRACE_INFO("%s: curr_entry contents: %s : %s\n", collect, wwn, text);
     octet = row->xfCopyErrorDeviceWwn;
+    /* KEPT: decimal, and cut to the room that the other form takes. */
     format_text(wwn, sizeof(wwn), "%d:%d:%d:%d:%d:%d:%d:%d", octet[0], octet[1],
                 octet[2], octet[3], octet[4], octet[5], octet[6], octet[7]);
     TRACE_INFO("%s:adding errorentry to errortable index object %s : %s\n",
@@ -326,6 +338,7 @@ static void add_device(const struct xfCopyEntry *copy_entry,
     else
         set_device_address(&row, &status->address);
     trace_status(status, text, &row);
+    /* KEPT: one that cannot be added is left out, the walk goes on. */
     addXfCopyErrorEntry(copy_entry, &row);
 }
 

@@ -213,7 +213,12 @@ static bool row_is_open(const struct xfCopyEntry *row) {
            row->xfCopyEntryRowStatus == XF_ROW_CREATE_AND_WAIT;
 }
 
-/* The new value goes into the table here; FREE takes it back. */
+/*
+ * The new value goes into the table here; FREE takes it back.
+ *
+ * KEPT: nothing does after an ACTION that failed: the agent then runs UNDO,
+ * which the columns do not act on, and the new values stay.
+ */
 static int column_reserve2(const struct column *column,
                            const struct set_request *request) {
     struct xfCopyEntry row;
@@ -260,7 +265,7 @@ static int column_free(const struct column *column, int32_t index) {
     if ((column->traces & TRACES_FREE) != 0)
         TRACE_INFO("%s : Entering FREE of entry (index = %d) \n",
                    column->function, index);
-    else
+    else /* KEPT: on standard output */
         printf("DEBUG : %s : Entering FREE of entry (index = %d) \n",
                column->function, index);
     if (fetch_row(index, &row) != 0)
@@ -311,7 +316,7 @@ static int test_address_type(const char *function,
     return SNMP_ERR_WRONGVALUE;
 }
 
-/* Refuses nothing: says what was accepted. */
+/* KEPT: refuses nothing: says what was accepted, on standard output. */
 static int print_server_address(const char *function,
                                 const struct set_request *request) {
     uint8_t octets[4];
@@ -374,8 +379,8 @@ static void restore_text(struct xfCopyEntry *row) {
 }
 
 /*
- * Both copies of a file name are bounded by the length of the text, not by the
- * room for it: each loses a character, and with a length of 0 nothing is
+ * KEPT: both copies of a file name are bounded by the length of the text, not
+ * by the room for it: each loses a character, and with a length of 0 nothing is
  * copied. Stations rely on what they get back.
  */
 static void save_file_name(const struct xfCopyEntry *row) {
@@ -388,7 +393,7 @@ static void restore_file_name(struct xfCopyEntry *row) {
               module_state.file_name.value);
 }
 
-/* The old address of the IpAddress column is lost. */
+/* KEPT: the old address is lost, and the address type stays IPv4. */
 static void restore_server_address(struct xfCopyEntry *row) {
     row->xfCopyServerAddressRev1[0] = '\0';
 }
@@ -452,6 +457,7 @@ static int write_server_address_rev1(const char *function,
     struct ip_addr address = {};
 
     address.type = row->xfCopyServerAddressType;
+    /* KEPT: the length need not fit the type: cut, or filled with zeroes. */
     switch (address.type) {
     case INET_ADDRESS_IPV4:
         request_octets(request, address.octets, 4);
@@ -581,7 +587,7 @@ static const struct column server_address_type_column = {
     .object = "xfCopyServerAddressType",
     .type = ASN_INTEGER,
     .max_length = 4,
-    .object_in_bad_length = "xfCopyServerAddressTypel",
+    .object_in_bad_length = "xfCopyServerAddressTypel", /* KEPT: with the l */
     .traces = TRACES_PHASES,
     .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d) : "
                       "The server address type being set = %d\n",
@@ -747,10 +753,13 @@ static int row_status_reserve1(const struct set_request *request,
                     index);
         return SNMP_ERR_INCONSISTENTVALUE;
     }
+    /* KEPT: the status that the row had, in spite of the text. */
     TRACE_INFO("%s : Setting xfCopyEntryRowStatus to %d \n", row_status,
                row.xfCopyEntryRowStatus);
+    /* KEPT: stored before anything is validated; UNDO puts it back, FREE not.
+     */
     row.xfCopyEntryRowStatus = value;
-    if (setXfCopyEntry(&row, 0) != 0) {
+    if (setXfCopyEntry(&row, 0) != 0) { /* KEPT: it was found just above */
         TRACE_ERROR("%s : Setting a new entry (index = %d) failed\n",
                     row_status, index);
         if (creates_row(value))
@@ -765,14 +774,14 @@ static int row_status_reserve2(int32_t index) {
 
     DEBUG_LOG_AS(row_status, "%s(%d):%s :  Entering RESERVE2\n");
     if (fetch_row(index, &row) == 0) {
-        row.rowCreatedByRequest = 1;
+        row.rowCreatedByRequest = 1; /* KEPT: of rows that were there, too */
         setXfCopyEntry(&row, 0);
     }
     return SNMP_ERR_NOERROR;
 }
 
 static int destroy_row(const struct xfCopyEntry *row) {
-    if (handle_abort(row) != 0)
+    if (handle_abort(row) != 0) /* KEPT: it always returns 0 */
         return SNMP_ERR_GENERR;
     deleteXfCopyEntry(row);
     return SNMP_ERR_NOERROR;
@@ -787,6 +796,7 @@ static int act_on_row(struct xfCopyEntry *row, int32_t value) {
     case XF_ROW_CREATE_AND_GO: {
         const int32_t error = validate_n_start_copy(row, value);
         if (error != 0) {
+            /* KEPT: 0 in the place of the code; logs are searched for it. */
             DEBUG_LOG_AS(row_status,
                          "%s(%d):%s : Validation failed (ret_code = %d) \n", 0);
             return error;
@@ -794,6 +804,7 @@ static int act_on_row(struct xfCopyEntry *row, int32_t value) {
         break;
     }
     default:
+        /* KEPT: RESERVE1 has stored createAndWait: it never stays `value`. */
         row->xfCopyEntryRowStatus =
             row->xfCopyEntryRowStatus == XF_ROW_CREATE_AND_WAIT
                 ? XF_ROW_NOT_READY
@@ -821,6 +832,7 @@ static int row_status_action(int32_t index, int32_t value) {
         DEBUG_LOG_AS(row_status, "%s(%d):%s : second long_ret %d \n", value);
         return value == XF_ROW_DESTROY ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;
     }
+    /* KEPT: a lookup has no third result. */
     DEBUG_LOG_AS(
         row_status,
         "%s(%d):%s :  Some Generic error while getting the informatiom "
@@ -830,6 +842,7 @@ static int row_status_action(int32_t index, int32_t value) {
 }
 
 static int row_status_commit(int32_t index, int32_t value) {
+    /* KEPT: not for active, though it starts a copy as createAndGo does. */
     if (value == XF_ROW_DESTROY || value == XF_ROW_CREATE_AND_GO)
         change_time_flag = 0;
     struct xfCopyEntry *const record = take_undo_record(index);
@@ -849,6 +862,11 @@ static int row_status_free(int32_t index, int32_t value) {
     DEBUG_LOG_AS(row_status, "%s(%d):%s : Entering FREE for index = %d\n",
                  index);
     const bool stored = fetch_row(index, &row) == 0;
+    /*
+     * KEPT: a status that RESERVE1 has stored stays, and so does the undo
+     * record. Every later write of the row's status is then refused, because
+     * there is a record already, until the row has aged out.
+     */
     if (stored && !creates_row(row.xfCopyEntryRowStatus))
         return SNMP_ERR_NOERROR;
     if (!creates_row(value))
@@ -863,14 +881,14 @@ static int undo_activation(struct xfCopyEntry *record, int32_t index) {
     TRACE_INFO("%s : UNDO Setting back the value  (index = %d)\n", row_status,
                index);
     if (setXfCopyEntry(record, 0) != 0)
-        return SNMP_ERR_GENERR;
+        return SNMP_ERR_GENERR; /* KEPT: the record is not freed */
     xfCopyEntry_free(record);
     return SNMP_ERR_NOERROR;
 }
 
 /*
- * The answers are the wrong way round, and managers know them so: a row that
- * is back in the table is an error, one that is lost is not.
+ * KEPT: the answers are the wrong way round, and managers know them so: a row
+ * that is back in the table is an error, one that is lost is not.
  */
 static int undo_destruction(struct xfCopyEntry *record, int32_t index) {
     TRACE_INFO("%s : UNDO Adding the deleted entry (index = %d)\n", row_status,
@@ -884,11 +902,12 @@ static int undo_destruction(struct xfCopyEntry *record, int32_t index) {
 static int undo_creation(struct xfCopyEntry *record, int32_t index) {
     struct xfCopyEntry key;
 
+    /* KEPT: one that an earlier FREE has left; the row of this one stays. */
     if (record != nullptr) {
         xfCopyEntry_free(record);
         return SNMP_ERR_NOERROR;
     }
-    /* "failed" or not, this is how a row of this request goes. */
+    /* KEPT: "failed" though this is how a row of this request goes. */
     TRACE_INFO("%s : UNDO - Deleting the added entry (index = %d) failed\n",
                row_status, index);
     memset(&key, 0, sizeof(key));
@@ -952,7 +971,13 @@ struct validation_result {
     int32_t error_status;
 };
 
-/* Names of the parameters are short: the rules are read as conditions. */
+/*
+ * The pairs of file types that cannot be.
+ *
+ * KEPT: not all of them: from the fabric's or all startup configurations (6, 7)
+ * to the startup or the running one (3, 4), and to or from a type that is none,
+ * passes; see validate_n_start_copy.
+ */
 static void check_file_types(const struct xfCopyEntry *entry,
                              struct validation_result *result) {
     const int32_t source = entry->xfCopySourceFileType;
@@ -1050,6 +1075,7 @@ static void check_network_parameters(struct xfCopyEntry *entry, int32_t mode,
                      source, dest);
         note_missing(entry, mode, result);
     }
+    /* KEPT: RCP has failed above; SCP needs neither of the two. */
     if ((protocol == XF_PROTO_RCP || protocol == XF_PROTO_SFTP) &&
         credentials_or_file_missing(entry)) {
         DEBUG_LOG_AS(validation,
@@ -1093,7 +1119,12 @@ int32_t validate_entry(struct xfCopyEntry *entry, int32_t *error_status,
 
 /* ---- Launch -------------------------------------------------------------- */
 
-/* One accounting record for each launch, whatever its outcome. */
+/*
+ * One accounting record for each launch, whatever its outcome.
+ *
+ * KEPT: "r s" (running to startup) whatever is copied to what: the record of
+ * the transfer says that.
+ */
 static void account_launch(bool success) {
     char text[528] = {};
 
@@ -1144,6 +1175,7 @@ static int32_t launch_save(struct xfCopyEntry *entry) {
                     launch, entry->xfCopyIndex);
         return launch_failed(SNMP_ERR_GENERR);
     }
+    /* KEPT: a success whatever comes of it; the row tells. */
     do_cp_runningtostartup(entry);
     return launch_succeeded();
 }
@@ -1185,6 +1217,7 @@ int32_t validate_n_start_copy(struct xfCopyEntry *entry,
     if (is_network_copy(entry)) {
         const char *const server = entry->xfCopyServerAddressRev1;
 
+        /* KEPT: these two texts alone, no other address of this switch. */
         if (strcmp(server, "0.0.0.0") == 0 ||
             strcmp(server, "127.0.0.1") == 0) {
             DEBUG_LOG("%s(%d):%s : Localhost address received (%s).  "
@@ -1199,6 +1232,11 @@ int32_t validate_n_start_copy(struct xfCopyEntry *entry,
     if (entry->xfCopySourceFileType == XF_FILE_STARTUP &&
         entry->xfCopyDestFileType == XF_FILE_RUNNING)
         return launch_copy_child(entry);
-    /* Nothing to do for other pairs: the rules let none of them through. */
+    /*
+     * KEPT: a success without a copy for the pairs that no rule refuses and
+     * that nobody copies: 6 or 7 to 3 or 4, and those with a type that is none.
+     * Such a row stays running and holds every other copy up until it is
+     * destroyed.
+     */
     return launch_succeeded();
 }
