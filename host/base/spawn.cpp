@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 
 namespace xfhost {
@@ -66,12 +67,6 @@ class Actions {
   private:
     posix_spawn_file_actions_t actions_;
 };
-
-int64_t monotonic_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 } // namespace
 

@@ -10,8 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <functional>
 #include <memory>
 
 #include <dirent.h>
@@ -23,6 +21,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 #include "host/base/settings.h"
 #include "host/ipcbus/queue.h"
@@ -36,14 +35,16 @@ constexpr size_t readable_octets = 16; // of every payload
 
 IpcbusHooks hooks;
 
-// Of this process: answers to the requests that it sends. Never destroyed, so
-// that its socket can be removed at the very end.
-ipcbus_queue &response_queue = [] {
+ipcbus_queue *make_response_queue() {
     auto queue = new ipcbus_queue;
     queue->kind = IPCBUS_KIND_REQ_RESP;
     queue->lazy = true;
-    return std::ref(*queue);
-}();
+    return queue;
+}
+
+// Of this process: answers to the requests that it sends. Never destroyed, so
+// that its socket can be removed at the very end.
+ipcbus_queue &response_queue = *make_response_queue();
 
 uint32_t fresh_token() {
     static uint32_t next = 0;
@@ -231,12 +232,6 @@ ipcbus_message *receive_one(int socket) {
     consume(socket);
     errno = 0;
     return message;
-}
-
-int64_t monotonic_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
 // Waits until the socket can be read; `deadline` -1 is never. 0, or -1 with

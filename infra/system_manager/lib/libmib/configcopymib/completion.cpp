@@ -29,9 +29,14 @@
 #define COLUMN_TEMPLATE(column)                                                \
     { MODULE_ROOT, 1, 1, 1, 1, column, 0 }
 static oid varbind_oids[XF_NOTIFICATION_VARBINDS][XF_VARBIND_OID_LENGTH] = {
-    COLUMN_TEMPLATE(15), COLUMN_TEMPLATE(16), COLUMN_TEMPLATE(6),
-    COLUMN_TEMPLATE(10), COLUMN_TEMPLATE(11), COLUMN_TEMPLATE(12),
-    COLUMN_TEMPLATE(13)};
+    COLUMN_TEMPLATE(XF_COLUMN_SERVER_ADDRESS_TYPE),
+    COLUMN_TEMPLATE(XF_COLUMN_SERVER_ADDRESS_REV1),
+    COLUMN_TEMPLATE(XF_COLUMN_FILE_NAME),
+    COLUMN_TEMPLATE(XF_COLUMN_STATE),
+    COLUMN_TEMPLATE(XF_COLUMN_TIME_STARTED),
+    COLUMN_TEMPLATE(XF_COLUMN_TIME_COMPLETED),
+    COLUMN_TEMPLATE(XF_COLUMN_FAIL_CAUSE),
+};
 static oid notification_oid[XF_NOTIFICATION_OID_LENGTH] = {MODULE_ROOT, 2, 1, 2,
                                                            0};
 
@@ -124,7 +129,7 @@ static void notify_if_asked(const struct xfCopyEntry *entry) {
 #define SAVE_WAIT_SECONDS 899
 
 /* The steps below speak in the name of the function that the launch called. */
-static const char save[] = "do_cp_runningtostartup";
+static const char save_function[] = "do_cp_runningtostartup";
 
 static void fill_save_request(const struct xfCopyEntry *entry,
                               uint8_t *payload) {
@@ -198,29 +203,29 @@ static struct ipcbus_message *wait_for_answer(int *result) {
 }
 
 static void note_refusal(struct xfCopyEntry *entry) {
-    TRACE_INFO("%s : %s\n", save, "copy failed");
+    TRACE_INFO("%s : %s\n", save_function, "copy failed");
     timestamp_now(&entry->xfCopyTimeCompleted);
     entry->xfCopyState = XF_STATE_FAILED;
     entry->xfCopyFailCause = XF_FAIL_SAVE_REFUSED;
     if (setXfCopyEntry(entry, 0) != 0)
-        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n", save,
-                    entry->xfCopyIndex);
+        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n",
+                    save_function, entry->xfCopyIndex);
     notify_if_asked(entry);
     drop_save_request();
 }
 
 static void note_answer(struct xfCopyEntry *entry, uint32_t answer) {
-    TRACE_INFO("%s : copy state : %s\n", save, syserr2str(answer));
+    TRACE_INFO("%s : copy state : %s\n", save_function, syserr2str(answer));
     switch (answer) {
     case PROCD_CFG_ACTION_ACCEPTED:
-        TRACE_INFO("%s : copy is initiated\n", save);
+        TRACE_INFO("%s : copy is initiated\n", save_function);
         break;
     case PROCD_CFG_ACTION_DONE:
         /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_SUCCESSFUL;
         drop_save_request();
-        TRACE_INFO("%s : %s\n", save, "copy is done\n");
+        TRACE_INFO("%s : %s\n", save_function, "copy is done\n");
         break;
     default:
         note_refusal(entry);
@@ -236,7 +241,7 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
         const int error = errno;
         TRACE_ERROR("%s :  Unable to send message "
                     "IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION: %s (%d).\n",
-                    save, strerror(error), error);
+                    save_function, strerror(error), error);
         /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_FAILED;
@@ -248,14 +253,14 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
         /* KEPT: a receive that failed, too: the end may still be told. */
         TRACE_INFO("%s : no response from procd (error id %x). may be copy is "
                    "progress\n",
-                   save, static_cast<unsigned>(result));
+                   save_function, static_cast<unsigned>(result));
         return 0;
     }
     const uint32_t opcode = ipcbus_opc_get(message);
     if (opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION) {
         /* KEPT: it ends the wait all the same, with the row running. */
-        TRACE_INFO("%s: unknown message %d received, dropping.\n", save,
-                   static_cast<int>(opcode));
+        TRACE_INFO("%s: unknown message %d received, dropping.\n",
+                   save_function, static_cast<int>(opcode));
     } else {
         const uint8_t *const payload =
             static_cast<const uint8_t *>(ipcbus_payload_get(message));
@@ -271,13 +276,13 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
 /* ---- Messages ------------------------------------------------------------ */
 
 /* Handlers speak in the name of the callback that the agent called. */
-static const char callback[] = "handle_notifications";
+static const char callback_function[] = "handle_notifications";
 
 static void store_row(const struct xfCopyEntry *entry,
                       uint32_t collect_fabric_errors) {
     if (setXfCopyEntry(entry, collect_fabric_errors) != 0)
-        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n", callback,
-                    entry->xfCopyIndex);
+        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n",
+                    callback_function, entry->xfCopyIndex);
 }
 
 /* KEPT: any row that waits will do; the message does not say which. */
@@ -295,7 +300,7 @@ static void handle_copy_status(const struct ipcbus_message *message) {
         static_cast<const uint8_t *>(ipcbus_payload_get(message));
 
     if (payload == nullptr) {
-        TRACE_ERROR("%s: IPCBUS Payload NULL\n", callback);
+        TRACE_ERROR("%s: IPCBUS Payload NULL\n", callback_function);
         handle_copy_done(XF_FAIL_UNKNOWN);
         return;
     }
@@ -306,12 +311,12 @@ static void handle_copy_status(const struct ipcbus_message *message) {
 static uint32_t note_save_end(struct xfCopyEntry *row, bool failed) {
     timestamp_now(&row->xfCopyTimeCompleted);
     if (failed) {
-        TRACE_INFO("%s: COPY failed\n", callback);
+        TRACE_INFO("%s: COPY failed\n", callback_function);
         row->xfCopyState = XF_STATE_FAILED;
         row->xfCopyFailCause = XF_FAIL_SAVE_FAILED;
         return row->xfCopyDestFileType == XF_FILE_FABRIC_STARTUP ? 1 : 0;
     }
-    TRACE_INFO("%s: COPY SUCCESSFULL trap enabled %d\n", callback,
+    TRACE_INFO("%s: COPY SUCCESSFULL trap enabled %d\n", callback_function,
                row->xfCopyNotificationOnCompletion == XF_TRUE ? 1 : 0);
     row->xfCopyState = XF_STATE_SUCCESSFUL;
     set_mgmt_conf_last_change_time_extended(2);
@@ -328,7 +333,7 @@ static netsnmp_variable_list *handle_save_end(bool failed, oid *oid_out,
         return nullptr;
     if (!is_running_to_startup(&row)) {
         TRACE_INFO("%s: copy run2start not initiated by us. ignore it\n",
-                   callback);
+                   callback_function);
         return nullptr;
     }
     const uint32_t collect_fabric_errors = note_save_end(&row, failed);

@@ -35,6 +35,50 @@
 #include "platform/ordset.h"
 #include "platform/trc.h"
 
+/* ---- Columns --------------------------------------------------------------
+ */
+
+/*
+ * Sub-identifiers of the columns that are registered. Column 1 of xfCopyTable,
+ * and the two indexes of xfCopyErrorTable, cannot be read.
+ */
+enum {
+    XF_COLUMN_PROTOCOL = 2,
+    XF_COLUMN_SOURCE_FILE_TYPE = 3,
+    XF_COLUMN_DEST_FILE_TYPE = 4,
+    XF_COLUMN_SERVER_ADDRESS = 5,
+    XF_COLUMN_FILE_NAME = 6,
+    XF_COLUMN_USER_NAME = 7,
+    XF_COLUMN_USER_PASSWORD = 8,
+    XF_COLUMN_NOTIFICATION = 9,
+    XF_COLUMN_STATE = 10,
+    XF_COLUMN_TIME_STARTED = 11,
+    XF_COLUMN_TIME_COMPLETED = 12,
+    XF_COLUMN_FAIL_CAUSE = 13,
+    XF_COLUMN_ROW_STATUS = 14,
+    XF_COLUMN_SERVER_ADDRESS_TYPE = 15,
+    XF_COLUMN_SERVER_ADDRESS_REV1 = 16,
+    XF_COLUMN_VRF_NAME = 17
+};
+enum {
+    XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE = 2,
+    XF_ERROR_COLUMN_DEVICE_ADDRESS = 3,
+    XF_ERROR_COLUMN_DEVICE_WWN = 4,
+    XF_ERROR_COLUMN_DESCRIPTION = 5
+};
+
+/*
+ * The variable table tells the read handlers by a magic number which column
+ * they are called for: these, one after the other in the order of the columns.
+ */
+enum { XF_FIRST_MAGIC = 4, XF_FIRST_ERROR_MAGIC = 25 };
+constexpr int magic_of_column(int column) {
+    return XF_FIRST_MAGIC + column - XF_COLUMN_PROTOCOL;
+}
+constexpr int magic_of_error_column(int column) {
+    return XF_FIRST_ERROR_MAGIC + column - XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE;
+}
+
 /* ---- Values of the columns ---------------------------------------------- */
 
 /* Protocols. */

@@ -105,7 +105,7 @@ int32_t send_status_2_parent(uint32_t status) {
 #define XF_PATH_SIZE 256
 
 /* The steps below speak in the name of the function that the child runs. */
-static const char worker[] = "copy_function";
+static const char worker_function[] = "copy_function";
 
 /* Where the remote file name points: the file, and the directory it is in. */
 struct file_place {
@@ -135,7 +135,7 @@ static void split_file_name(const char *name, struct file_place *place) {
     const size_t directory_length = strlen(name) - 1 - strlen(local);
     if (directory_length > 0)
         copy_text(place->directory, directory_length + 1, name);
-    TRACE_INFO("%s : Retrieved the Directory name = %s\n", worker,
+    TRACE_INFO("%s : Retrieved the Directory name = %s\n", worker_function,
                place->directory);
 }
 
@@ -150,11 +150,11 @@ static void read_working_directory(char *directory, size_t size) {
 
 /* Result of applying a configuration as a fail cause. */
 static uint32_t apply_fail_cause(int result) {
-    switch (static_cast<uint32_t>(result) ^ 0x40540000u) {
-    case 2:
+    switch (static_cast<uint32_t>(result)) {
+    case QSH_ERR_CFG_EMPTY:
         return XF_FAIL_NO_CONFIG;
-    case 1:
-    case 3:
+    case QSH_ERR_CFG_LINES_REFUSED:
+    case QSH_ERR_CFG_LINES_SKIPPED:
         return XF_FAIL_SOME_CONFIG_APPLY_FAILED;
     default:
         return XF_FAIL_UNKNOWN;
@@ -182,19 +182,20 @@ static bool bind_requests(ipcbus_handle *handle) {
 /* -- From the network -- */
 
 static uint32_t apply_downloaded(const char *path) {
-    TRACE_INFO("%s : File to be executed  %s\n", worker, path);
+    TRACE_INFO("%s : File to be executed  %s\n", worker_function, path);
     const int result = apply_configuration(path);
-    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-               result);
-    fprintf(stderr, "%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-            result);
+    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n",
+               worker_function, result);
+    fprintf(stderr, "%s : Return from qsh_execute_cfg_file2 is %d\n",
+            worker_function, result);
     if (result == 0) {
         unlink(path);
         return 0;
     }
     TRACE_ERROR("%s : qsh_execute_cfg_file2 : Copy from n/w to running failed "
                 "(ret_code = %d) : %s\n",
-                worker, result, syserr_format(static_cast<uint32_t>(result)));
+                worker_function, result,
+                syserr_format(static_cast<uint32_t>(result)));
     unlink(path);
     return apply_fail_cause(result);
 }
@@ -215,13 +216,13 @@ static uint32_t save_downloaded(const char *local_name) {
     }
     read_working_directory(directory, sizeof(directory));
     format_text(path, sizeof(path), "%s%s%s", directory, "/", "system.cfg");
-    TRACE_INFO("%s : File to copy to startup is %s\n", worker, path);
+    TRACE_INFO("%s : File to copy to startup is %s\n", worker_function, path);
     if (!bind_requests(&handle))
         return XF_FAIL_UNKNOWN;
     const int result = procd_cli_write_ascii_cfg(handle, path);
     if (result != 0)
         TRACE_ERROR("%s : Error copying file into startup (ret_code = %d: %s\n",
-                    worker, result,
+                    worker_function, result,
                     syserr_format(static_cast<uint32_t>(result)));
     ipcbus_unbind(handle, 0);
     return result == 0 ? 0 : XF_FAIL_UNKNOWN;
@@ -238,14 +239,14 @@ static uint32_t copy_from_network(struct xfCopyEntry *entry,
     if (cause != 0) {
         TRACE_ERROR("%s : Download of file %s from n/w server failed. "
                     "(error = %d) \n",
-                    worker, entry->xfCopyFileName, cause);
+                    worker_function, entry->xfCopyFileName, cause);
         return static_cast<uint32_t>(cause);
     }
     read_working_directory(place->directory, sizeof(place->directory));
     format_text(path, sizeof(path), "%s/%s", place->directory,
                 place->local_name);
-    fprintf(stderr, "%s : dir %s\n", worker, place->directory);
-    fprintf(stderr, "%s : full filename %s\n", worker, path);
+    fprintf(stderr, "%s : dir %s\n", worker_function, place->directory);
+    fprintf(stderr, "%s : full filename %s\n", worker_function, path);
     switch (entry->xfCopyDestFileType) {
     case XF_FILE_RUNNING:
         return apply_downloaded(path);
@@ -270,7 +271,7 @@ static bool locate_startup(struct xfCopyEntry *entry) {
     if (!bind_requests(&handle))
         return false;
     const char *const directory = procd_cli_dir_get(handle, 2);
-    TRACE_INFO("%s : Copying startup (dir = %s) to network\n", worker,
+    TRACE_INFO("%s : Copying startup (dir = %s) to network\n", worker_function,
                directory);
     format_text(entry->xfCopySrcFileName, sizeof(entry->xfCopySrcFileName),
                 "%s/%s", directory, "system.cfg");
@@ -286,7 +287,8 @@ static int show_into(FILE *file, const char *command) {
         static_cast<char *>(nullptr));
 
     signal(SIGCHLD, action);
-    TRACE_INFO("%s : ret val = 0x%x\n", worker, static_cast<unsigned>(status));
+    TRACE_INFO("%s : ret val = 0x%x\n", worker_function,
+               static_cast<unsigned>(status));
     fflush(file);
     fclose(file);
     return status;
@@ -323,22 +325,22 @@ static bool stage_configuration(struct xfCopyEntry *entry,
         const int error = errno;
         static const char text[] = "%s : could not open %s, errno = 0x%x\n";
 
-        fprintf(stderr, text, worker, place->local_name,
+        fprintf(stderr, text, worker_function, place->local_name,
                 static_cast<unsigned>(error));
-        TRACE_INFO(text, worker, place->local_name,
+        TRACE_INFO(text, worker_function, place->local_name,
                    static_cast<unsigned>(error));
         return false;
     }
     const int status = show_into(file, shown->command);
     if (status != 0) {
-        TRACE_ERROR(shown->failure_trace, worker,
+        TRACE_ERROR(shown->failure_trace, worker_function,
                     static_cast<unsigned>(status));
         return false;
     }
     read_working_directory(place->directory, sizeof(place->directory));
     format_text(entry->xfCopySrcFileName, sizeof(entry->xfCopySrcFileName),
                 "%s/%s", place->directory, place->local_name);
-    DEBUG_LOG_AS(worker, shown->debug_text, entry->xfCopySrcFileName);
+    DEBUG_LOG_AS(worker_function, shown->debug_text, entry->xfCopySrcFileName);
     return true;
 }
 
@@ -356,7 +358,7 @@ static bool stage_upload(struct xfCopyEntry *entry, struct file_place *place,
     case XF_FILE_RUNNING:
         if (!stage_configuration(entry, place, &shown_running))
             return false;
-        TRACE_INFO("%s : notifiy copy running <file> done\n", worker);
+        TRACE_INFO("%s : notifiy copy running <file> done\n", worker_function);
         qsh_notify_cfg_update(handle, 1, 2, 3);
         ipcbus_unbind(handle, 0);
         return true;
@@ -382,10 +384,10 @@ static uint32_t copy_to_network(struct xfCopyEntry *entry,
     const int32_t cause =
         do_nw_upload_download(XF_UPLOAD, place->directory, entry);
     if (cause != 0)
-        TRACE_ERROR("%s : Upload to n/w failed with code = %d \n", worker,
-                    cause);
+        TRACE_ERROR("%s : Upload to n/w failed with code = %d \n",
+                    worker_function, cause);
     else
-        TRACE_INFO("%s : Copying done with SUCCESS\n", worker);
+        TRACE_INFO("%s : Copying done with SUCCESS\n", worker_function);
     if (staged)
         unlink(entry->xfCopySrcFileName);
     return static_cast<uint32_t>(cause);
@@ -401,18 +403,19 @@ static uint32_t copy_startup_to_running(void) {
         return XF_FAIL_UNKNOWN;
     format_text(path, sizeof(path), "%s/%s", procd_cli_dir_get(handle, 2),
                 "system.cfg");
-    TRACE_INFO("%s : Copying startup (file = %s) to running\n", worker, path);
+    TRACE_INFO("%s : Copying startup (file = %s) to running\n", worker_function,
+               path);
     const int result = apply_configuration(path);
-    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-               result);
+    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n",
+               worker_function, result);
     if (result == 0) {
-        TRACE_INFO("%s : Copying done with SUCCESS\n", worker);
-        TRACE_INFO("%s : notifiy copy start running done\n", worker);
+        TRACE_INFO("%s : Copying done with SUCCESS\n", worker_function);
+        TRACE_INFO("%s : notifiy copy start running done\n", worker_function);
         qsh_notify_cfg_update(handle, 1, 1, 3);
     } else {
         TRACE_ERROR("%s : qsh_execute_cfg_file2 : Copy from startup (file = %s)"
                     " to running failed (ret_code = %d) : %s.\n",
-                    worker, path, result,
+                    worker_function, path, result,
                     syserr_format(static_cast<uint32_t>(result)));
     }
     ipcbus_unbind(handle, 0);
@@ -548,14 +551,17 @@ struct transfer {
  * unknown.
  */
 static int32_t fail_cause(uint32_t error) {
+    static_assert(ENETUNREACH == 101 && ETIMEDOUT == 110,
+                  "the library's results have Linux's numbers");
+
     switch (error) {
-    case 3:
+    case TFTP_CODE_DISK_FULL:
         return XF_FAIL_NO_MEMORY;
-    case 1:
-    case 2:
+    case TFTP_CODE_NOT_FOUND:
+    case TFTP_CODE_ACCESS_VIOLATION:
         return XF_FAIL_BAD_FILE_NAME;
-    case 101:
-    case 110:
+    case ENETUNREACH:
+    case ETIMEDOUT:
         return XF_FAIL_TIMEOUT;
     default:
         return XF_FAIL_UNKNOWN;
@@ -565,7 +571,8 @@ static int32_t fail_cause(uint32_t error) {
 int32_t tftperr2miberr(int32_t err) {
     const uint32_t positive = 0u - static_cast<uint32_t>(err);
 
-    return fail_cause(err > -101 ? positive : positive - 100);
+    return fail_cause(err >= -TFTP_LARGEST_CODE ? positive
+                                                : positive - TFTP_LARGEST_CODE);
 }
 
 /* What the accounting calls the side of the copy that is not the server. */
@@ -950,23 +957,19 @@ static int32_t transfer_by_protocol(struct transfer *transfer) {
     }
 }
 
-/* Chassis models on which a server is reached through a VRF. */
+/*
+ * Chassis models, as hwinfo_get_chassis_type numbers them, on which a server is
+ * reached through a VRF.
+ *
+ * KEPT: neither 32 nor 34 is one, whatever its neighbours are.
+ */
+static const int32_t chassis_with_vrfs[] = {10, 11, 22, 28, 29, 30, 31, 33};
+
 static bool chassis_needs_vrf(int32_t type) {
-    switch (type) {
-    case 10:
-    case 11:
-    case 22:
-    case 28:
-    case 29:
-    case 30:
-    case 31:
-    case 33:
-        return true;
-    case 32: /* KEPT: these two, so that neither looks forgotten */
-    case 34:
-    default:
-        return false;
-    }
+    for (const int32_t model : chassis_with_vrfs)
+        if (model == type)
+            return true;
+    return false;
 }
 
 int32_t do_nw_upload_download(uint32_t direction, char *directory,

@@ -209,15 +209,15 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
     rewrite_error_instance(vp, name, length, row);
 
     switch (vp->magic) {
-    case 25:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE):
         *var_len = 4;
         return reinterpret_cast<u_char *>(&row->xfCopyErrorDeviceAddressType);
-    case 26:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_ADDRESS):
         return device_address_value(__func__, row, var_len);
-    case 27:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_WWN):
         *var_len = sizeof(row->xfCopyErrorDeviceWwn);
         return row->xfCopyErrorDeviceWwn;
-    case 28:
+    case magic_of_error_column(XF_ERROR_COLUMN_DESCRIPTION):
         *var_len = strlen(row->xfCopyErrorDescription);
         return reinterpret_cast<u_char *>(row->xfCopyErrorDescription);
     default: /* KEPT: no such variable is registered */
@@ -233,7 +233,7 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
 #define ADDRESS_TEXT_SIZE 128
 #define WWN_TEXT_SIZE 24
 
-static const char collect[] = "collect_fabric_error_rows";
+static const char collect_function[] = "collect_fabric_error_rows";
 
 /* Goes to the trace and to the agent's log. */
 #define REPORT_ERROR(...)                                                      \
@@ -248,16 +248,17 @@ static bool make_error_table(void) {
     if (ordset_create(&module_state.error_table, 1, 1,
                       xfCopyErrorEntry_comp_func, 1) == ORDSET_CREATED)
         return true;
-    TRACE_ERROR("%s: failed to createxfCopyErrorTable indx obj\n", collect);
+    TRACE_ERROR("%s: failed to createxfCopyErrorTable indx obj\n",
+                collect_function);
     snmp_log(LOG_ERR, "%s: failed to create xfCopyErrorTable indx obj\n",
-             collect);
+             collect_function);
     return false;
 }
 
 static bool ask_local_wwn(uint8_t *wwn) {
     void *response = nullptr;
 
-    TRACE_INFO("%s: get switch wwn\n", collect);
+    TRACE_INFO("%s: get switch wwn\n", collect_function);
     const int result = rpcq_req_resp(
         PROCD_RPC_SWITCH_WWN, SWITCH_WWN_ARG1, SWITCH_WWN_ARG2, nullptr, 0,
         IPCBUS_SAP_PROCD_RPC, ipcbus_response_q, SWITCH_WWN_SECONDS, &response);
@@ -266,7 +267,7 @@ static bool ask_local_wwn(uint8_t *wwn) {
         memcpy(wwn, response, SWITCH_WWN_SIZE);
     free(response);
     if (!answered)
-        REPORT_ERROR("%s: unable to get local switch wwn\n", collect);
+        REPORT_ERROR("%s: unable to get local switch wwn\n", collect_function);
     return answered;
 }
 
@@ -276,11 +277,12 @@ static void set_device_address(struct xfCopyErrorEntry *row,
         ip_addr_to_str(address, row->deviceAddressText, ADDRESS_TEXT_SIZE);
 
     if (result != 0)
-        REPORT_ERROR("%s: ip_addr_to_str() failed with error: %d\n", collect,
-                     result);
+        REPORT_ERROR("%s: ip_addr_to_str() failed with error: %d\n",
+                     collect_function, result);
     else
-        TRACE_INFO("%s: device ip addr: %s, device ip addr type: %d\n", collect,
-                   row->deviceAddressText, row->xfCopyErrorDeviceAddressType);
+        TRACE_INFO("%s: device ip addr: %s, device ip addr type: %d\n",
+                   collect_function, row->deviceAddressText,
+                   row->xfCopyErrorDeviceAddressType);
 }
 
 /* The status record of this switch has no address: its management port has. */
@@ -294,9 +296,10 @@ static void set_local_address(struct xfCopyErrorEntry *row) {
         0) {
         /* KEPT: in the agent's log only. */
         snmp_log(LOG_ERR, "%s: Failed to get ip address of local switch\n",
-                 collect);
+                 collect_function);
     } else if (addresses == nullptr || addresses->count == 0) {
-        REPORT_ERROR("%s: no inet ip address for local switch\n", collect);
+        REPORT_ERROR("%s: no inet ip address for local switch\n",
+                     collect_function);
     } else {
         row->xfCopyErrorDeviceAddressType = addresses->addrs[0].type;
         set_device_address(row, &addresses->addrs[0]);
@@ -312,13 +315,14 @@ static void trace_status(const struct grove_status *status, const char *text,
     snprintf(wwn, sizeof(wwn), "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x",
              octet[0], octet[1], octet[2], octet[3], octet[4], octet[5],
              octet[6], octet[7]);
-    TRACE_INFO("%s: curr_entry contents: %s : %s\n", collect, wwn, text);
+    TRACE_INFO("%s: curr_entry contents: %s : %s\n", collect_function, wwn,
+               text);
     octet = row->xfCopyErrorDeviceWwn;
     /* KEPT: decimal, and cut to the room that the other form takes. */
     format_text(wwn, sizeof(wwn), "%d:%d:%d:%d:%d:%d:%d:%d", octet[0], octet[1],
                 octet[2], octet[3], octet[4], octet[5], octet[6], octet[7]);
     TRACE_INFO("%s:adding errorentry to errortable index object %s : %s\n",
-               collect, wwn, row->xfCopyErrorDescription);
+               collect_function, wwn, row->xfCopyErrorDescription);
 }
 
 static void add_device(const struct xfCopyEntry *copy_entry,
@@ -349,10 +353,10 @@ void collect_fabric_error_rows(const struct xfCopyEntry *copy_entry) {
     int32_t device_index = 1;
     int result;
 
-    TRACE_INFO("%s: filling up xfCopyErrorTable\n", collect);
+    TRACE_INFO("%s: filling up xfCopyErrorTable\n", collect_function);
     if (!make_error_table() || !ask_local_wwn(local_wwn))
         return;
-    TRACE_INFO("%s: calling grove_status_next_get(..)\n", collect);
+    TRACE_INFO("%s: calling grove_status_next_get(..)\n", collect_function);
     memset(&status, 0, sizeof(status));
     memset(text, 0, sizeof(text));
     while ((result = grove_status_next_get(&status, text, STATUS_TEXT_LENGTH,
