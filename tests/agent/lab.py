@@ -154,6 +154,8 @@ class Agent(Program):
         file = self.state / "running-config"
         if content is None:
             return file.read_bytes() if file.exists() else b""
+        # As an older version has left it: nothing tells that it was changed.
+        (self.state / "running-config.sum").unlink(missing_ok=True)
         with open(file, "wb", opener=lambda path, flags: os.open(
                 path, flags, 0o600)) as out:
             out.write(content)

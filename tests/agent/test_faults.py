@@ -326,6 +326,45 @@ def test_state_directory_full(mount_small, make_agent, make_double, fault):
           f"{outcome}, running configuration unchanged")
 
 
+@pytest.mark.parametrize("damage, words", [
+    (b"hostname t", "cut off"), (b"", "emptied"), (None, "gone")])
+def test_damaged_running_configuration(with_manager, make_double, fault,
+                                       damage, words):
+    """It goes nowhere: not to a server, not to the startup one."""
+    agent = with_manager()
+    double = make_double(agent)
+    double.files["down.cfg"] = b"hostname two\n"
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    agent.succeeds(1)
+    saves_on(agent)
+    before = startup(agent)
+    file = agent.state / "running-config"
+    file.unlink() if damage is None else file.write_bytes(damage)
+    for copy, expected in (
+            (go(upload(2, "up.cfg", double.address)), "row failed, unknown"),
+            (save(2), "row failed, saveFailed"),
+            (go(download(2, "down.cfg", double.address)),
+             "row failed, unknown")):
+        agent.station.set(copy)
+        assert outcome_of(agent, 2) == expected
+        forget(agent, 2)
+        assert startup(agent) == before
+        assert agent.running_config() == (damage or b"")
+    assert "up.cfg" not in double.files
+    agent.stays_staged.add("up.cfg")  # the module's, empty
+    assert (agent.staging / "up.cfg").read_bytes() == b""
+    assert "running-config is damaged" in agent.log
+    subprocess.run([lab.BUILD / "root/brim/bin/qsh", "-c",
+                    "accept running-config"], check=True,
+                   env=agent.environment())
+    agent.station.set(go(download(3, "down.cfg", double.address)))
+    agent.succeeds(3)
+    assert agent.running_config().startswith(b"hostname two\n")
+    fault("Disk", f"running configuration {words} by a crash",
+          "upload, save and download failed, startup configuration unchanged; "
+          f"once accepted, {goes_on(agent, double)}")
+
+
 def test_save_on_a_full_disk(mount_small, with_manager, fault):
     def prepare(agent):
         mount_small(agent.state / "startup")
