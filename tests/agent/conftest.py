@@ -13,7 +13,7 @@ sys.path.append(str(pathlib.Path(__file__).parent.parent / "hostile"))
 
 import lab
 import manager
-import tftp_double
+import tftp
 from saves import RUNNING_TEXT
 
 
@@ -152,7 +152,7 @@ def make_double():
     servers = []
 
     def make(agent):
-        servers.append(tftp_double.TftpDouble("127.0.0.3", agent.tftp_port))
+        servers.append(tftp.TftpDouble("127.0.0.3", agent.tftp_port))
         return servers[-1]
     yield make
     for server in servers:
