@@ -10,6 +10,7 @@ import pytest
 
 # The servers that misbehave.
 sys.path.append(str(pathlib.Path(__file__).parent.parent / "hostile"))
+pytest.register_assert_rewrite("harness")
 
 import lab
 import manager

@@ -112,7 +112,8 @@ class Trial:
             "staging directory": sorted(os.listdir(agent.staging)),
             "state directory": sorted(
                 str(each.relative_to(agent.state))
-                for each in agent.state.rglob("*")),
+                for each in agent.state.rglob("*")
+                if each.suffix != ".lock"),  # they stay
             "sockets": sorted(agent.sockets()),
             "descriptors": agent.open_files()}
 
