@@ -1,7 +1,6 @@
 """A TFTP server whose misbehaviour is chosen: RFC 1350, without options, unless
 told otherwise."""
 
-import collections
 import socket
 import struct
 import threading
@@ -27,6 +26,13 @@ def options(*words):
     """What a server answers that takes options: names and values in turn."""
     return struct.pack("!H", OPTIONS) + b"".join(
         str(word).encode() + b"\0" for word in words)
+
+
+def bound(address, port=0):
+    family = socket.AF_INET6 if ":" in address else socket.AF_INET
+    made = socket.socket(family, socket.SOCK_DGRAM)
+    made.bind((address, port))
+    return made
 
 
 class TftpDouble:
@@ -56,8 +62,7 @@ class TftpDouble:
         self.requests = []
         self.tries = 10
         self._closed = False
-        self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._socket.bind((address, port))
+        self._socket = bound(address, port)
         self._socket.settimeout(0.1)
         self._thread = threading.Thread(target=self._serve)
         self._thread.start()
@@ -94,8 +99,7 @@ class TftpDouble:
                 talk.hear()
 
     def _answer(self, kind, name, client):
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as transfer:
-            transfer.bind((self.address, 0))
+        with bound(self.address) as transfer:
             transfer.connect(client)
             transfer.settimeout(0.2)
             if self.error is not None:
@@ -162,10 +166,8 @@ class Talk:
 
     def _bound(self, address, name):
         if name not in self.sockets:
-            made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-            made.bind((address, 0))
-            made.settimeout(0.1)
-            self.sockets[name] = made
+            self.sockets[name] = bound(address)
+            self.sockets[name].settimeout(0.1)
         return self.sockets[name]
 
     def goes_on(self):
@@ -231,16 +233,3 @@ class Talk:
                 self.say(*around(block, ack(block)))
                 return
             self.say(*around(block, ack(block)))
-
-
-Act = collections.namedtuple("Act", "words act ends")
-DOWNLOADS, UPLOADS = [], []
-
-
-def act(acts, words, *ends):
-    """Adds what it decorates to a list of acts. `ends` are the causes of which
-    one has to come, none for a success."""
-    def keep(function):
-        acts.append(Act(words, function, ends))
-        return function
-    return keep

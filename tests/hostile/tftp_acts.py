@@ -5,8 +5,10 @@ A client that has not had a valid first answer goes on waiting for one, since
 anybody can have sent the others: that ends as a timeout.
 """
 
+import collections
+
 from snmp import BAD_FILE_NAME, NO_CONFIG, NO_MEMORY, TIMEOUT, UNKNOWN
-from tftp import (BLOCK, DOWNLOADS, UPLOADS, act, ack, data, error, options)
+from tftp import BLOCK, ack, data, error, options
 
 # What downloads bring: seven blocks of 512 octets, the last one not full.
 CONTENT = b"hostname two\n" + b"! nothing but filling\n" * 150
@@ -16,12 +18,24 @@ OTHER_ADDRESS = "127.0.0.5"
 SMALL = 8
 
 
+Act = collections.namedtuple("Act", "words act ends")
+DOWNLOADS, UPLOADS = [], []
+
+
+def keeper(acts, words, ends):
+    """A decorator that adds an act to a list."""
+    def keep(function):
+        acts.append(Act(words, function, ends))
+        return function
+    return keep
+
+
 def download(words, *ends):
-    return act(DOWNLOADS, words, *ends)
+    return keeper(DOWNLOADS, words, ends)
 
 
 def upload(words, *ends):
-    return act(UPLOADS, words, *ends)
+    return keeper(UPLOADS, words, ends)
 
 
 def both(words, *ends):
