@@ -12,6 +12,7 @@ import pytest
 sys.path.append(str(pathlib.Path(__file__).parent.parent / "hostile"))
 pytest.register_assert_rewrite("harness")
 
+import forger
 import lab
 import manager
 import tftp
@@ -53,6 +54,23 @@ def pytest_runtest_makereport(item, call):
     file = pathlib.Path(folder) / test.replace("/", "-")
     file.parent.mkdir(exist_ok=True)
     file.write_text("".join("\t".join((*row, test)) + "\n" for row in rows))
+
+
+@pytest.fixture(scope="session", autouse=True)
+def beside_forger(tmp_path_factory):
+    """With XF_TEST_FORGER all tests run in a network of their own, beside such
+    a forger."""
+    kind = os.environ.get("XF_TEST_FORGER")
+    if not kind:
+        yield
+        return
+    why = forger.own_network()
+    if why:
+        pytest.skip(why)
+    beside = forger.Forger(kind, tmp_path_factory.mktemp("forger"))
+    yield
+    beside.goes_on()
+    beside.stop()
 
 
 @pytest.fixture

@@ -38,8 +38,10 @@ def own_network():
     if ctypes.CDLL(None, use_errno=True).unshare(new_network) != 0:
         return f"no network namespace: {os.strerror(ctypes.get_errno())}"
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-    subprocess.run(["ip", "-6", "address", "add",
-                    LOCAL[socket.AF_INET6] + "/128", "dev", "lo"], check=True)
+    # Without an address that is no loopback's, in.tftpd takes none.
+    for address in ("192.0.2.9/32", LOCAL[socket.AF_INET6] + "/128"):
+        subprocess.run(["ip", "address", "add", address, "dev", "lo"],
+                       check=True)
     pathlib.Path("/proc/sys/net/ipv4/ip_local_port_range").write_text(
         " ".join(map(str, PORTS)))
     return None
