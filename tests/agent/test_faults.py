@@ -252,6 +252,7 @@ def test_full_staging_directory(mount_small, make_agent, make_double, fault):
     agent.nothing_staged()
     agent.station.set(go(download(2, "down.cfg", double.address)))
     fetched = outcome_of(agent, 2)
+    assert fetched == "row failed, noMem"
     assert agent.running_config() == big
     agent.nothing_staged()
     agent.running_config(b"hostname one\n")

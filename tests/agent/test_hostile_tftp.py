@@ -6,9 +6,10 @@ import contextlib
 import pytest
 
 from harness import Trial
-from snmp import download, upload
-from tftp import ACKNOWLEDGE, DATA, READ, WRITE, TftpDouble
-from tftp_acts import DOWNLOADS, UPLOADS
+from snmp import NO_MEMORY, download, upload
+from tftp import (ACKNOWLEDGE, DATA, READ, WRITE, TftpDouble, ack, error,
+                  options)
+from tftp_acts import DOWNLOADS, UPLOADS, Act
 
 HOSTILE = "127.0.0.4"
 # Eight blocks of 512 octets.
@@ -94,6 +95,24 @@ def test_hostile_servers(make_trial, fault, acts, try_out):
     for each in done:
         for words, outcome in each.result():
             fault("Hostile servers", words, outcome)
+
+
+def test_file_for_which_there_is_no_room(mount_small, make_agent, make_double,
+                                         fault):
+    """Nothing of it is fetched: its size is told before."""
+    agent = make_agent(prepare=lambda agent: mount_small(agent.staging))
+    double = make_double(agent)
+    trial = Trial(agent, lambda index: upload(index, "x.cfg", double.address),
+                  lambda: double.files.pop("x.cfg"))
+    act = Act("tells a size for which there is no room",
+              lambda talk: talk.say(options("tsize", 80_000)), (NO_MEMORY,))
+    with hostile_server(trial, act) as server:
+        outcome = trial.fails(lambda index: download(index, "x.cfg", HOSTILE),
+                              NO_MEMORY)
+    assert server.heard[-1].startswith(error(3, b""))
+    assert not any(packet.startswith(ack(0)) for packet in server.heard)
+    fault("Disk", "no room for the file that a TFTP server tells of",
+          f"{outcome}; {trial.goes_on()}")
 
 
 def test_there_are_enough():
