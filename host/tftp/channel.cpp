@@ -83,8 +83,8 @@ void Channel::set_port(uint16_t port) {
     port_set_ = true;
     // The kernel drops everybody else's from here on, so that they do not fill
     // the socket's queue. What is queued already is looked at all the same.
-    connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server_),
-            length_);
+    (void)connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server_),
+                  length_);
 }
 
 bool Channel::from_server(const sockaddr_storage &sender) const {

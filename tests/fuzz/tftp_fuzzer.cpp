@@ -2,7 +2,7 @@
 // conversation. The first octet says what is asked for, each datagram behind it
 // begins with its port and its kind.
 #include <algorithm>
-#include <cerrno>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
@@ -120,8 +120,9 @@ size_t size_told(const std::string &octets) {
     size_t size = standard_block;
     for (size_t i = 0; i + 1 < texts.size(); i += 2)
         if (strcasecmp(texts[i].c_str(), "blksize") == 0)
-            size = std::stoul(texts[i + 1]);
-    return size;
+            size = strtoul(texts[i + 1].c_str(), nullptr, 10);
+    // Any other is refused: then nothing is read.
+    return size < 8 || size > largest_block ? standard_block : size;
 }
 
 Reading read_plainly(const std::vector<Datagram> &heard, uint16_t port) {
