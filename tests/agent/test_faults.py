@@ -16,7 +16,7 @@ from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
                     wait_for_copy_process, with_held_upload)
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
-from tftp_double import TftpDouble
+from tftp import TftpDouble
 from tools import wait_for
 
 # The copies, and the steps of each in their order with what has to come of a

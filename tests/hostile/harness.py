@@ -113,7 +113,8 @@ class Trial:
             "state directory": sorted(
                 str(each.relative_to(agent.state))
                 for each in agent.state.rglob("*")
-                if each.suffix != ".lock"),  # they stay
+                # Those of the running configuration stay.
+                if each.suffix not in (".lock", ".sum")),
             "sockets": sorted(agent.sockets()),
             "descriptors": agent.open_files()}
 
