@@ -2,7 +2,6 @@
 #ifndef HOST_TRANSFER_LOCAL_FILE_H
 #define HOST_TRANSFER_LOCAL_FILE_H
 
-#include <cstdint>
 #include <string>
 
 #include "host/base/files.h"
@@ -13,9 +12,7 @@ namespace xfhost {
 // cannot be read.
 Fd open_source(const std::string &path);
 
-// A file to fetch into. It has no name until it is whole, so nothing is left of
-// it if this process is killed; where the file system has no such files, it is
-// `.transfer-<pid>.part` until then.
+// A file to fetch into. It gets its name when it is whole, see part_file.h.
 class Destination {
   public:
     // Throws Failed if a file of that path cannot be written.
@@ -32,11 +29,8 @@ class Destination {
     void keep();
 
   private:
-    void open_unnamed();
-
-    Fd directory_, file_;
-    std::string name_, part_;
-    bool named_ = false;
+    std::string path_, part_;
+    Fd file_;
 };
 
 } // namespace xfhost

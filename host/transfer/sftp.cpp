@@ -48,6 +48,7 @@ constexpr uint32_t protocol = 3;
 constexpr uint32_t to_read = 0x01, to_write = 0x02 | 0x08 | 0x10;
 constexpr uint32_t has_size = 0x01, has_owner = 0x02, has_mode = 0x04;
 constexpr uint32_t most_in_packet = 256 * 1024;
+constexpr size_t most_in_handle = 256;
 // Every server takes this many octets at once. So many requests are on their
 // way that a long line is filled.
 constexpr uint32_t chunk = 32768;
@@ -64,6 +65,8 @@ constexpr size_t window = 64;
 // A refusal; `usual` is what it is unless its number says more.
 [[noreturn]] void refused(uint32_t number, Outcome usual) {
     switch (number) {
+    case ok: // which is no answer where something else was asked for
+        not_sftp();
     case no_such_file:
     case permission_denied:
         usual = Outcome::bad_name;
@@ -266,7 +269,10 @@ class RemoteFile {
         Answer answer = session.answer_to(session.ask(open_file, body));
         if (answer.type != handle)
             refused(answer.status_number(), Outcome::bad_name);
-        add_text(handle_, answer.fields.text());
+        std::string_view name_of_it = answer.fields.text();
+        if (name_of_it.size() > most_in_handle)
+            not_sftp();
+        add_text(handle_, name_of_it);
     }
 
     uint32_t ask_read(uint64_t offset, uint32_t count) {
@@ -303,8 +309,6 @@ std::string_view octets_of(Answer &answer, uint32_t most) {
         return octets;
     }
     uint32_t number = answer.status_number();
-    if (number == ok)
-        not_sftp();
     if (number != end_of_file)
         refused(number, Outcome::other);
     return {};
