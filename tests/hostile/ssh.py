@@ -25,8 +25,9 @@ FORGED = ("Authenticated to 127.0.0.2 ([127.0.0.2]:22) using \"password\".\r\n"
           "copier@127.0.0.2's password: \r\nsftp> \r\n")
 ODD_TEXT = "\x1b]0;owned\x07\x1b[2J\r\n" + FORGED + "No space left on device\n"
 
-INIT, VERSION, OPEN, CLOSE, READ, WRITE, STAT = 1, 2, 3, 4, 5, 6, 17
-STATUS, HANDLE, DATA, ATTRS = 101, 102, 103, 105
+INIT, VERSION, OPEN, CLOSE, READ, WRITE, LSTAT = 1, 2, 3, 4, 5, 6, 7
+FSETSTAT, REALPATH, STAT = 10, 16, 17
+STATUS, HANDLE, DATA, NAME, ATTRS = 101, 102, 103, 104, 105
 OK, EOF, NO_FILE, DENIED, FAILURE = 0, 1, 2, 3, 4
 UNSUPPORTED, NO_SPACE, QUOTA = 8, 14, 15
 
@@ -184,11 +185,11 @@ class Session:
     def answer(self, kind, number, rest):
         size = struct.unpack(">I", rest[:4])[0]
         what, rest = rest[4:4 + size], rest[4 + size:]
-        if kind == STAT:
-            self.stat(number, what.decode())
+        if kind in (STAT, LSTAT):
+            self.stat(number, what.decode().removeprefix("/"))
         elif kind == OPEN:
             flags, = struct.unpack(">I", rest[:4])
-            self.name = what.decode()
+            self.name = what.decode().removeprefix("/")
             if flags & 2:
                 self.server.stored[self.name] = b""
             self.open(number)
@@ -198,6 +199,11 @@ class Session:
             self.write(number, struct.unpack(">Q", rest[:8])[0], rest[12:])
         elif kind == CLOSE:
             self.close(number)
+        # Only OpenSSH's client asks for these.
+        elif kind == REALPATH:
+            self.packet(NAME, number + word(1) + text(b"/") * 2 + attributes())
+        elif kind == FSETSTAT:
+            self.status(number, OK)
         else:
             self.status(number, UNSUPPORTED)
 
@@ -722,3 +728,11 @@ class TakesItAway(Session):
     def close(self, number):
         self.server.taken = self.server.stored.pop(self.name)
         self.status(number, OK)
+
+
+class StopsReading(Session):
+    """Opens the file and takes nothing more from the line."""
+
+    def open(self, number):
+        super().open(number)
+        self.stay_silent()
