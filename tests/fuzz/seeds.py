@@ -437,3 +437,66 @@ TRACE = b"XFTRACE1" + struct.pack("<IIQ", len(EVENT), 2, 3)
 settings("trace", "7", TRACE, EVENT, EVENT.replace(b"\x01", b"\x02", 1))
 settings("trace-text-without-end", "7", TRACE, EVENT[:32], b"x" * 512, EVENT)
 settings("trace-cut", "7", TRACE, EVENT)
+
+# ---- sftp_fuzzer: what the server says --------------------------------------
+
+OK, EOF, FAILURE = 0, 1, 4
+
+
+def sftp(name, half, *packets):
+    write("sftp_fuzzer", name, bytes([half]),
+          *(word(len(packet)) + packet for packet in packets))
+
+
+def status(number, code):
+    return b"\x65" + word(number) + word(code) + word(0) + word(0)
+
+
+def handle(number):
+    return b"\x66" + word(number) + word(1) + b"h"
+
+
+def data(number, octets, length=None):
+    return b"\x67" + word(number) + word(len(octets) if length is None else length) + octets
+
+
+def told(number, size, mode=0o100644):
+    return b"\x69" + word(number) + word(5) + struct.pack(">Q", size) + word(mode)
+
+
+GREETING = b"\x02" + word(3)
+GET, PUT = 0, 1
+sftp("get", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), status(3, EOF), status(4, OK))
+sftp("get-in-pieces", GET, GREETING, told(0, 5), handle(1), data(2, b"123"), data(3, b"45"),
+     status(4, EOF), status(5, OK))
+sftp("get-nothing", GET, GREETING, told(0, 0), handle(1), status(2, EOF), status(3, OK))
+sftp("get-without-size", GET, GREETING, status(0, 8), handle(1), data(2, b"12345"),
+     status(3, EOF), status(4, OK))
+sftp("get-out-of-order", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"),
+     data(2, b"x" * 32768), status(4, EOF), status(5, OK))
+sftp("get-short", GET, GREETING, told(0, 5), handle(1), data(2, b"1"), status(3, EOF), status(4, OK))
+sftp("get-long", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), data(3, b"6"))
+sftp("get-hole", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"), status(2, EOF))
+sftp("get-large", GET, GREETING, told(0, 1 << 63))
+sftp("get-folder", GET, GREETING, told(0, 5, 0o40755))
+sftp("get-lying-length", GET, GREETING, told(0, 5), handle(1), data(2, b"1", 5))
+sftp("get-not-closed", GET, GREETING, told(0, 1), handle(1), data(2, b"1"), status(3, EOF),
+     status(4, FAILURE))
+WRITTEN = [status(number, OK) for number in (1, 2, 3, 4)]
+sftp("put", PUT, GREETING, handle(0), *WRITTEN, told(5, 70000))
+sftp("put-size-unknown", PUT, GREETING, handle(0), *WRITTEN, status(5, 2))
+sftp("put-not-all-kept", PUT, GREETING, handle(0), *WRITTEN, told(5, 69999))
+sftp("put-out-of-order", PUT, GREETING, handle(0), status(3, OK), status(1, OK), status(2, OK),
+     status(4, OK), told(5, 70000))
+sftp("put-twice", PUT, GREETING, handle(0), status(1, OK), status(1, OK), status(2, OK))
+sftp("put-refused", PUT, GREETING, handle(0), status(1, FAILURE))
+sftp("put-not-opened", PUT, GREETING, status(0, 3))
+write("sftp_fuzzer", "packet-of-4-GiB", bytes([GET]), word(0xFFFFFFFF))
+LOGS = {"host-key": "Host key verification failed.\r\n",
+        "login": "u@192.0.2.1: Permission denied (password).\r\n",
+        "timeout": "Timeout, server 192.0.2.1 not responding.\r\n",
+        "connect": "ssh: connect to host 192.0.2.1 port 22: Connection timed out\r\n",
+        "disconnect": "Received disconnect from 192.0.2.1 port 22:2: Too many authentication failures\r\n"}
+for name, log in LOGS.items():
+    write("sftp_fuzzer", f"log-{name}", bytes([2]), log)
+    write("sftp_fuzzer", f"log-{name}-let-in", bytes([3]), log)
