@@ -135,6 +135,7 @@ SshClient::~SshClient() {
 
 void SshClient::start(const Vrf &vrf, std::vector<std::string> words) {
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
