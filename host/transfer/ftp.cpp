@@ -230,25 +230,31 @@ curl_socket_t open_socket(void *argument, curlsocktype,
     return fd;
 }
 
-// Whether the server has taken all that was sent on a connection: it closes it
-// then, or at least its kernel has acknowledged it.
-bool settled(int fd) {
-    struct pollfd ready = {fd, POLLIN, 0};
-    char octet;
-    if (shutdown(fd, SHUT_WR) != 0)
-        return false;
-    if (poll(&ready, 1, settle_seconds * 1000) > 0)
-        return recv(fd, &octet, 1, MSG_DONTWAIT) >= 0;
-    int waiting = 0;
-    return ioctl(fd, SIOCOUTQ, &waiting) == 0 && waiting == 0;
-}
-
 bool readable(int fd, Clock::time_point until) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         until - Clock::now());
     struct pollfd ready = {fd, POLLIN, 0};
     return left.count() > 0 &&
            poll(&ready, 1, static_cast<int>(left.count())) > 0;
+}
+
+// Whether the server has taken all that was sent on a connection: it closes it
+// then, or at least its kernel has acknowledged it for a while.
+bool settled(Copy &copy, int fd) {
+    if (shutdown(fd, SHUT_WR) != 0)
+        return false;
+    char octet;
+    int waiting = 0;
+    Clock::time_point taken = Clock::now();
+    while (!late(copy)) {
+        if (readable(fd, Clock::now() + std::chrono::milliseconds(100)))
+            return recv(fd, &octet, 1, MSG_DONTWAIT) >= 0;
+        if (ioctl(fd, SIOCOUTQ, &waiting) != 0 || waiting != 0)
+            taken = Clock::now();
+        if (Clock::now() - taken > seconds(settle_seconds))
+            return true;
+    }
+    return false;
 }
 
 // libcurl gives up with a connection for data that breaks; the server may have
@@ -275,7 +281,7 @@ int close_socket(void *argument, curl_socket_t fd) {
             hear_out(*copy, fd);
         copy->control = -1;
     } else if (copy->request->upload && copy->replies.began())
-        copy->torn = copy->torn || !settled(fd);
+        copy->torn = copy->torn || !settled(*copy, fd);
     return close(fd);
 }
 
