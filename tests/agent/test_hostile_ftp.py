@@ -97,8 +97,8 @@ STORED_IN_PART = {
     "takes all, stores nothing and says 226":
         ({"data": do(take, close_data, say("226 done"))}, UNKNOWN),
     "stores half and says 226":
-        ({"SIZE": raw(b"213 10\r\n"), "data": do(take, say("226 done"))},
-         UNKNOWN),
+        ({"SIZE": raw(b"213 10\r\n"), "data": do(take, close_data,
+                                             say("226 done"))}, UNKNOWN),
     "says 226 in the place of 150, twice":
         ({"STOR": do(say("226 done"), say("226 done"))}, UNKNOWN),
     "says 226 in the place of 150, takes the file and says it again":
@@ -201,7 +201,10 @@ def trial(make_agent, server):
                        transfer_seconds=TRANSFER_SECONDS,
                        download_octets=100_000)
     server.offer("x.cfg", OFFERED)
-    return Trial(agent, PUT, lambda: server.offer("x.cfg", OFFERED))
+    # The first copy leaves what applying a configuration does.
+    made = Trial(agent, GET, lambda: server.offer("x.cfg", OFFERED))
+    made.good = PUT
+    return made
 
 
 def check_log(agent):
@@ -272,7 +275,7 @@ def test_hanging_up(trial, server, fault, what):
 
 SLOW = {
     f"{text} at {step}": ({step: action}, (TIMEOUT, UNKNOWN)
-                          if text == "never ends an answer" else TIMEOUT)
+                          if text.startswith("never") else TIMEOUT)
     for step in ("greeting", "PASS", "end")
     for text, action in {
         "gives an octet a second": do(raw(b"220-"), for_ever(b"x", pause=1)),
@@ -346,17 +349,16 @@ def test_texts_of_servers(trial, server, fault):
                            ("RETR", 550), ("end", 451))})
 
 
-@pytest.mark.parametrize("columns_of", [GET, PUT], ids=["download", "upload"])
-@pytest.mark.parametrize("length", [103, 104, 127, 128])
-def test_long_names(trial, server, columns_of, length):
-    name = "$ " + "n" * (length - 6) + ".cfg"
-    server.offer(name, b"no hostname\n")
-    long = lambda index: [
+LONG_NAMES = ["$ " + "n" * (length - 6) + ".cfg"
+              for length in (103, 104, 127, 128)]
+
+
+@pytest.mark.parametrize("name", LONG_NAMES, ids=len)
+def test_long_names_of_uploads(trial, server, name):
+    trial.succeeds(lambda index: [
         (oid, kind, name if text == "x.cfg" else text)
-        for oid, kind, text in columns_of(index)]
-    trial.succeeds(long, running=b"vlan 7\n" if columns_of is GET else None)
-    if columns_of is PUT:
-        assert server.files[name.encode()] == trial.running
+        for oid, kind, text in PUT(index)])
+    assert server.files[name.encode()] == trial.running
 
 
 # ---- The program by itself ---------------------------------------------------
@@ -385,6 +387,15 @@ class Run:
         return {each.name: each.read_bytes() for each in self.folder.iterdir()}
 
 
+@pytest.mark.parametrize("name", LONG_NAMES, ids=len)
+def test_long_names_of_downloads(server, tmp_path, name):
+    server.offer(name, OFFERED)
+    run = Run(tmp_path, server)
+    with run.start(name, name) as client:
+        assert client.wait(20) == 0, client.stderr.read()
+    assert run.files() == {name: OFFERED}
+
+
 def reach(server, step):
     """A step at which the client is held; waits until it is there."""
     def arrived():
@@ -397,7 +408,8 @@ def reach(server, step):
 
 
 @pytest.mark.parametrize("step", ["greeting", "PASS", "end"])
-@pytest.mark.parametrize("octets", [b"230-x\r\n" * 500, b"2" * 4096])
+@pytest.mark.parametrize("octets", [b"230-x\r\n" * 500, b"2" * 4096],
+                         ids=["lines", "line"])
 def test_memory_is_bounded(server, tmp_path, step, octets):
     server.offer("x.cfg", OFFERED)
     server.steps = {step: for_ever(octets)}
@@ -405,7 +417,7 @@ def test_memory_is_bounded(server, tmp_path, step, octets):
     with run.stderr:
         _, status, usage = os.wait4(run.pid, 0)
     run.returncode = os.waitstatus_to_exitcode(status)
-    assert run.returncode in (1, 8)
+    assert run.returncode in (1, 6, 8)
     assert usage.ru_maxrss < (400_000 if lab.SANITIZED else 40_000)
 
 
