@@ -89,9 +89,9 @@ void end_by_signal(int number) {
         "snmp.ftp.expect: the server did not answer in time\n";
     constexpr char ended[] = "snmp.ftp.expect: ended by a signal\n";
     const bool timed_out = number == SIGALRM;
-    const ssize_t ignored =
-        timed_out ? write(STDERR_FILENO, late, sizeof late - 1)
-                  : write(STDERR_FILENO, ended, sizeof ended - 1);
+    const ssize_t ignored = timed_out
+                                ? write(STDERR_FILENO, late, sizeof late - 1)
+                                : write(STDERR_FILENO, ended, sizeof ended - 1);
     static_cast<void>(ignored);
     if (part_path[0] != 0)
         unlink(part_path);
@@ -493,8 +493,7 @@ int put(const Request &request) {
                         O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat st;
     if (!copy.file || fstat(copy.file.get(), &st) != 0 || !S_ISREG(st.st_mode))
-        return finish(TransferEnd::bad_name,
-                      "the local file cannot be read");
+        return finish(TransferEnd::bad_name, "the local file cannot be read");
     copy.file_size = static_cast<uint64_t>(st.st_size);
     return run(copy);
 }
@@ -524,9 +523,9 @@ int get(const Request &request) {
     int code = run(copy);
     const int error = code == 0 ? keep_part(copy.file, part, request.local) : 0;
     if (error != 0)
-        code = finish(no_room(error) ? TransferEnd::no_space
-                                     : TransferEnd::other,
-                      "the file could not be kept");
+        code =
+            finish(no_room(error) ? TransferEnd::no_space : TransferEnd::other,
+                   "the file could not be kept");
     if (code != 0)
         unlink(part.c_str());
     return code;

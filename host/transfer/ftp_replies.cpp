@@ -35,10 +35,9 @@ bool contains(std::string_view text, std::string_view part) {
 void FtpReplies::sent(std::string_view command) {
     const std::string_view word =
         command.substr(0, command.find_first_of(" \r\n"));
-    if (word == "QUIT") {
-        quitting_ = true;
+    quitting_ = quitting_ || word == "QUIT";
+    if (quitting_)
         return;
-    }
     command_ = word == "USER"                     ? Command::user
                : word == "PASS"                   ? Command::pass
                : word == "SIZE"                   ? Command::size
@@ -49,6 +48,7 @@ void FtpReplies::sent(std::string_view command) {
     if (command_ == Command::size) {
         size_.reset();
         size_code_ = 0;
+        strange_size_ = false;
     }
 }
 

@@ -1,6 +1,6 @@
-// What an FTP server has said, as the protocol defines replies: a line "226 text"
-// is one, and so are the lines from "226-text" to the next "226 text". Nothing
-// of the texts is kept.
+// What an FTP server has said, as the protocol defines replies: a line "226
+// text" is one, and so are the lines from "226-text" to the next "226 text".
+// Nothing of the texts is kept.
 #ifndef HOST_TRANSFER_FTP_REPLIES_H
 #define HOST_TRANSFER_FTP_REPLIES_H
 
