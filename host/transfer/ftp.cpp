@@ -519,7 +519,7 @@ int get(const Request &request) {
         return finish(no_room(errno) ? TransferEnd::no_space
                                      : TransferEnd::bad_name,
                       "the local file cannot be written");
-    strcpy(part_path, part.c_str());
+    part.copy(part_path, sizeof part_path - 1);
     int code = run(copy);
     const int error = code == 0 ? keep_part(copy.file, part, request.local) : 0;
     if (error != 0)
