@@ -193,17 +193,15 @@ int watch(void *argument, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
 }
 
 bool is_address(const struct sockaddr &address, const std::string &text) {
-    char shown[INET6_ADDRSTRLEN] = "";
     unsigned char octets[sizeof(struct in6_addr)];
-    const void *own = nullptr;
-    if (address.sa_family == AF_INET)
-        own = &reinterpret_cast<const struct sockaddr_in &>(address).sin_addr;
-    else
+    const bool v4 = address.sa_family == AF_INET;
+    const void *own =
+        &reinterpret_cast<const struct sockaddr_in &>(address).sin_addr;
+    if (!v4)
         own = &reinterpret_cast<const struct sockaddr_in6 &>(address).sin6_addr;
-    const size_t size = address.sa_family == AF_INET ? 4 : 16;
-    return inet_ntop(address.sa_family, own, shown, sizeof shown) != nullptr &&
-           inet_pton(address.sa_family, text.c_str(), octets) == 1 &&
-           memcmp(own, octets, size) == 0;
+    return inet_pton(address.sa_family, text.c_str(), octets) == 1 &&
+           memcmp(own, octets, v4 ? sizeof(struct in_addr) : sizeof octets) ==
+               0;
 }
 
 // Whether a socket is in the VRF. A namespace was entered by the process.
