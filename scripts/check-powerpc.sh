@@ -67,10 +67,10 @@ build_netsnmp() { # WORK
         make -s installheaders DESTDIR="$1/root"
 }
 
-# The host platform needs it for TFTP alone.
+# The host platform needs it for TFTP and FTP alone.
 build_curl() { # WORK
     local protocol without=()
-    for protocol in dict file ftp gopher http imap ldap ldaps mqtt pop3 rtsp \
+    for protocol in dict file gopher http imap ldap ldaps mqtt pop3 rtsp \
         smb smtp telnet proxy manual cookies threaded-resolver; do
         without+=("--disable-$protocol")
     done
@@ -79,7 +79,7 @@ build_curl() { # WORK
             --prefix=/usr --disable-static --without-ssl --without-zlib \
             --without-brotli --without-zstd --without-libpsl \
             --without-libidn2 --without-nghttp2 --without-librtmp \
-            --enable-tftp --enable-ipv6 "${without[@]}" &&
+            --enable-ftp --enable-tftp --enable-ipv6 "${without[@]}" &&
         make -s -j "$(nproc)" -C lib CFLAGS=-O1 &&
         make -s -C lib install DESTDIR="$1/root" &&
         make -s -C include install DESTDIR="$1/root"
@@ -157,7 +157,7 @@ libraries() {
 # something for its own processor: a script that calls the emulator.
 wrap_programs() {
     local program
-    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,xfvrf,xfsettings} \
+    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,snmp.ftp.expect,xfvrf,xfsettings} \
         "$built/host/xftrace"; do
         case $(head -c 4 "$program") in
         *ELF)
@@ -242,15 +242,18 @@ agent_tests copies test_copies.py -k "$quick" &
 copies=$!
 agent_tests rows test_rows.py test_reading.py -k "$quick" &
 rows=$!
+agent_tests ftp test_hostile_ftp.py -k 'may_do or without_sizes or long_names' &
+ftp=$!
 unit_tests "$built" "$built/unit" "${emulator[@]}" || failed+=("unit tests")
 unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
 wait "$copies" || failed+=("agent tests of copies")
 wait "$rows" || failed+=("agent tests of rows")
+wait "$ftp" || failed+=("agent tests of FTP")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"
-cat "$built"/agent-{copies,rows}.result
+cat "$built"/agent-{copies,rows,ftp}.result
 
 cmp -s "$built/unit/passed" "$built/unit-native/passed" ||
     { diff "$built/unit-native/passed" "$built/unit/passed" || true

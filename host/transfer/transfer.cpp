@@ -16,6 +16,9 @@
 namespace xfhost {
 namespace {
 
+// In the argument lists of both programs.
+constexpr int password_place = 3;
+
 bool is_address(const std::string &text) {
     unsigned char octets[16];
     return inet_pton(AF_INET, text.c_str(), octets) == 1 ||
@@ -124,7 +127,11 @@ int run_copy(int argc, char **argv, size_t count, const char *usage,
     const char *slash = strrchr(argv[0], '/');
     const char *name = slash != nullptr ? slash + 1 : argv[0];
     try {
-        run({argv + 1, argv + argc}, count, usage, parse);
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        // The list of processes shows it until here.
+        if (argc > password_place)
+            explicit_bzero(argv[password_place], strlen(argv[password_place]));
+        run(std::move(arguments), count, usage, parse);
         return static_cast<int>(Outcome::done);
     } catch (const Failed &failed) {
         fprintf(stderr, "%s: %s\n", name, failed.what());

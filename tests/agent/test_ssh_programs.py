@@ -230,6 +230,19 @@ def test_memory_is_bounded(client, server, protocol, session):
     assert client.staged() == {}
 
 
+def test_the_password_is_not_shown(client, server, protocol):
+    """The list of processes has it no longer than until it was read."""
+    server.session = hostile.SilentAtLogin
+    running = client.begin(protocol, "get")
+    wait_for(lambda: server.last and server.last.given, "the login")
+    with open(f"/proc/{running.pid}/cmdline", "rb") as file:
+        words = file.read()
+    running.terminate()
+    assert running.wait(10) == 8
+    assert b".expect\0" in words
+    assert hostile.PASSWORD.encode() not in words
+
+
 def test_server_that_stops_reading(client, server, protocol):
     client.settings["transfer_seconds"] = 2
     server.session = hostile.StopsReading

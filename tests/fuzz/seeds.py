@@ -500,3 +500,34 @@ LOGS = {"host-key": "Host key verification failed.\r\n",
 for name, log in LOGS.items():
     write("sftp_fuzzer", f"log-{name}", bytes([2]), log)
     write("sftp_fuzzer", f"log-{name}-let-in", bytes([3]), log)
+
+# ---- ftp_fuzzer: the size moved, then lines; '>' is in front of what is sent --
+
+def ftp(name, size, *lines):
+    write("ftp_fuzzer", name, struct.pack(">H", size), "".join(f"{line}\r\n" for line in lines))
+
+
+IN = ("220-welcome", " 226 indented", "220 ready", ">USER u", "331 password", ">PASS p",
+      "230 in", ">TYPE I", "200 type", ">EPSV", "229 (|||9|)")
+GET, PUT, ASK = ">RETR x", ">STOR x", ">SIZE x"
+GONE = "226 done"
+ftp("download", 21, *IN, ASK, "213 21", GET, "150 go", GONE, ">QUIT", "221 bye")
+ftp("download-no-size", 21, *IN, ASK, "502 what", GET, "125 go", "250 done")
+ftp("download-torn", 21, *IN, ASK, "213 5000", GET, "150 go", GONE)
+ftp("download-451-with-226", 21, *IN, ASK, "213 21", GET, "150 go", "451-a", GONE, "451 b")
+ftp("download-150-with-226", 21, *IN, ASK, "213 21", GET, "150-a", "226 fake", "150 go", "426 x")
+ftp("download-refused", 0, *IN, ASK, "550 no", GET, "550 no")
+ftp("download-no-150", 21, *IN, ASK, "213 21", GET, GONE)
+ftp("download-two-150", 21, *IN, GET, "150 a", "150 b", GONE)
+ftp("download-two-226", 21, *IN, GET, "150 a", GONE, GONE)
+ftp("upload", 21, *IN, PUT, "150 go", GONE, ASK, "213 21")
+ftp("upload-no-size", 21, *IN, PUT, "150 go", GONE, ASK, "500 what")
+ftp("upload-not-there", 21, *IN, PUT, "150 go", GONE, ASK, "550 no")
+ftp("upload-full", 21, *IN, PUT, "150 go", "451-a", "451 error writing")
+for text in ("-1", "", " 21", "21 octets", "18446744073709551615", "18446744073709551616", "x"):
+    ftp(f"size-{text.replace(' ', '_')}", 21, *IN, ASK, f"213 {text}", GET, "150 go", GONE)
+ftp("login-refused", 0, "220 ready", ">USER u", "530 no")
+ftp("greeting-120", 0, "120 later", "220 ready")
+ftp("not-ftp", 0, "HTTP/1.1 400 Bad Request", "")
+ftp("code-999", 0, "999 x")
+ftp("no-end", 0, "220-a", "220-b")
