@@ -157,7 +157,7 @@ libraries() {
 # something for its own processor: a script that calls the emulator.
 wrap_programs() {
     local program
-    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,snmp.ftp.expect,xfvrf,xfsettings} \
+    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,{snmp.ftp,sftp,scp}.expect,xf{askpass,keep,settings,vrf}} \
         "$built/host/xftrace"; do
         case $(head -c 4 "$program") in
         *ELF)

@@ -474,9 +474,14 @@ sftp("get-without-size", GET, GREETING, status(0, 8), handle(1), data(2, b"12345
      status(3, EOF), status(4, OK))
 sftp("get-out-of-order", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"),
      data(2, b"x" * 32768), status(4, EOF), status(5, OK))
-sftp("get-short", GET, GREETING, told(0, 5), handle(1), data(2, b"1"), status(3, EOF), status(4, OK))
-sftp("get-long", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), data(3, b"6"))
-sftp("get-hole", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"), status(2, EOF))
+sftp("get-short", GET, GREETING, told(0, 5), handle(1), data(2, b"1"), status(3, EOF),
+     status(4, EOF), status(5, OK))
+sftp("get-long", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), data(3, b"6"),
+     status(4, OK))
+sftp("get-hole", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"), status(2, EOF),
+     status(4, EOF), status(5, OK))
+sftp("get-endless", GET, GREETING, status(0, 8), handle(1), data(2, b"x" * 32768),
+     data(3, b"x" * 300), status(4, EOF), status(5, OK))
 sftp("get-large", GET, GREETING, told(0, 1 << 63))
 sftp("get-folder", GET, GREETING, told(0, 5, 0o40755))
 sftp("get-lying-length", GET, GREETING, told(0, 5), handle(1), data(2, b"1", 5))

@@ -16,7 +16,7 @@ using namespace xfhost;
 
 namespace {
 
-constexpr int64_t limit = 100000;
+constexpr int64_t limit = 33000;
 constexpr size_t upload_size = 70000;
 constexpr size_t upload_writes = 3;
 constexpr int ok = 0;
