@@ -26,8 +26,8 @@ struct Settings {
     int tftp_total_seconds = 300;
     int ftp_port = 21;
     int ssh_port = 22;
-    int login_seconds = 30;     // each step until a server has let us in
-    int transfer_seconds = 300; // a whole file by FTP, SFTP or SCP
+    int login_seconds = 30;     // until a server has let us in
+    int transfer_seconds = 300; // from there to the end: FTP, SFTP, SCP
     std::string known_hosts;    // host keys; empty: in the state directory
     int64_t download_octets = int64_t{260} << 20; // of one file, at most
     int table_rows = 10000;   // rows of the copy table, at most
