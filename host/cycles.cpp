@@ -2,13 +2,10 @@
 // would have to be calibrated and may differ between processors.
 #include "platform/cycles.h"
 
-#include <ctime>
+#include "host/base/clock.h"
 
 uint64_t timer_get_cycles(void) {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000u +
-           static_cast<uint64_t>(now.tv_nsec);
+    return static_cast<uint64_t>(xfhost::monotonic_ns());
 }
 
 uint64_t timer_diff_cycle_in_msec(uint64_t later, uint64_t earlier) {

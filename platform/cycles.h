@@ -1,5 +1,7 @@
 /*
  * CPU cycle timers.
+ *
+ * Context of both: agent. They do not block.
  */
 #ifndef PLATFORM_CYCLES_H
 #define PLATFORM_CYCLES_H

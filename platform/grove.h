@@ -30,14 +30,23 @@ PLATFORM_BEGIN_DECLS
  * status      in: the record of the last call; out: that of the next switch.
  * text        receives at most `limit` characters and, behind them, a NUL: what
  *             went wrong there.
- * local_wwn   8 octets, the world wide name of this switch.
+ * local_wwn   8 octets, the world wide name of this switch, as
+ *             PROCD_RPC_SWITCH_WWN gave it: for a platform whose records do not
+ *             say which of them is this switch, and has to fill in is_local by
+ *             it. One whose records say so need not look at it.
  *
  * Returns 0; anything else at the end, or when the results cannot be had.
+ *
+ * Context: agent. Does not block.
  */
 int grove_status_next_get(struct grove_status *status, char *text,
                           uint32_t limit, const uint8_t *local_wwn);
 
-/* Ends the walk; `result` is the last result of grove_status_next_get. */
+/*
+ * Ends the walk; `result` is the last result of grove_status_next_get.
+ *
+ * Context: agent. Does not block.
+ */
 void grove_status_clean(int result);
 
 PLATFORM_END_DECLS

@@ -3,7 +3,7 @@
  *
  * A process binds handles. A message goes to a service access point of a node
  * and carries an opcode and a payload of octets; multi-octet fields of a
- * payload are big-endian. Calls that can block say so.
+ * payload are big-endian. messages.h has the opcodes and the payloads.
  */
 #ifndef PLATFORM_IPCBUS_H
 #define PLATFORM_IPCBUS_H
@@ -25,13 +25,6 @@
 /* Kinds of handle that ipcbus_bind makes. */
 #define IPCBUS_KIND_DATAGRAM 1 /* one-way messages */
 #define IPCBUS_KIND_REQ_RESP 4 /* requests and their responses */
-
-/* Opcodes. */
-#define IPCBUS_OPC_PROCD_COPY_RUN2START_DONE 1361
-#define IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION 1381
-#define IPCBUS_OPC_PROCD_COPY_ABORT 1383
-#define IPCBUS_OPC_PROCD_COPY_STARTED 1391
-#define IPCBUS_OPC_CONFIG_COPY_STATUS 10277
 
 struct ipcbus_queue;   /* a bound handle */
 struct ipcbus_message; /* a message received, or the record of a request sent */
@@ -59,6 +52,9 @@ PLATFORM_BEGIN_DECLS
  * The response queue of this process: the handle on which answers to its
  * requests arrive. It exists before the module is initialised, is not unbound
  * by the module, and is NULL only if the transport could not be reached.
+ *
+ * Context: agent, to send and to receive. A child inherits the handle and only
+ * hands it on to account_lib_interim_update.
  */
 extern ipcbus_handle ipcbus_response_q;
 
@@ -71,12 +67,16 @@ extern ipcbus_handle ipcbus_response_q;
  * name     the caller's name in the transport's own listings; copied.
  *
  * Returns 0 or more; negative with errno set when it failed.
+ *
+ * Context: child. Does not block.
  */
 int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *name);
 
 /*
  * Gives a handle back; messages waiting on it are lost. `flags` is 0.
  * Returns 0; negative with errno set when it failed.
+ *
+ * Context: child. Does not block.
  */
 int ipcbus_unbind(ipcbus_handle handle, uint32_t flags);
 
@@ -95,7 +95,9 @@ int ipcbus_unbind(ipcbus_handle handle, uint32_t flags);
  *               token (ipcbus_rr_token_get) and belongs to the caller until
  *               ipcbus_drop; NULL after a failure.
  *
- * Returns 0; negative with errno set when it failed.
+ * Returns 0; negative with errno set when it failed: nothing was sent then.
+ *
+ * Context: agent, child. Does not block.
  */
 int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
                 uint32_t opcode, const void *payload, uint32_t length,
@@ -111,11 +113,17 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
  * Returns 0 or more when a message arrived. Otherwise -1 with errno set: EINTR
  * (4) a signal came, ETIME (62) the timeout ran out, anything else a failure
  * of the transport.
+ *
+ * Context: agent. Blocks for as long as the options say, signals aside.
  */
 int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
                 const struct ipcbus_recv_options *options);
 
-/* Releases a message or a request's record; NULL is allowed. */
+/*
+ * Releases a message or a request's record; NULL is allowed.
+ *
+ * Context of this and of those below: agent. They do not block and cannot fail.
+ */
 void ipcbus_drop(ipcbus_handle handle, struct ipcbus_message *message);
 
 /* The opcode of a message. */

@@ -1,5 +1,7 @@
 /*
  * Addresses and the management port.
+ *
+ * Context of all of it: agent. Nothing of it blocks.
  */
 #ifndef PLATFORM_NETADDR_H
 #define PLATFORM_NETADDR_H
@@ -48,13 +50,16 @@ int ip_addr_from_str(const char *text, struct ip_addr *address);
 
 /*
  * Interface index of the switch's management port; both numbers are 0.
- * Returns 0; *if_index is 0 after a failure.
+ * Returns 0, else an error code; *if_index is 0 after a failure, and the module
+ * asks for the addresses of that.
  */
 int if_index_mgmt_sup_port_init(uint32_t *if_index, int module, int port);
 
 /*
- * Addresses of an interface, the primary one first. Returns 0 and a list that
- * was allocated with malloc, for the caller to free; an error code otherwise.
+ * Addresses of an interface, the primary one first. `queue` is
+ * ipcbus_response_q, for platforms that ask another process. Returns 0 and a
+ * list that was allocated with malloc, for the caller to free; an error code
+ * otherwise, for interface 0 as well.
  */
 int ipconf_get_if_inet_addrs(ipcbus_handle queue, uint32_t if_index,
                              struct if_inet_addrs **addresses);

@@ -10,6 +10,8 @@
  * are equal.
  *
  * Every operation is O(log n) in the objects held. None is thread-safe.
+ *
+ * Context of all of it: agent. Nothing of it blocks.
  */
 #ifndef PLATFORM_ORDSET_H
 #define PLATFORM_ORDSET_H

@@ -1,6 +1,9 @@
 /*
- * procd: the system manager. It owns the startup configurations and watches
- * over the processes of the switch.
+ * procd: the system manager. It makes the running configuration the startup
+ * configuration when it is asked to, and watches over the processes of the
+ * switch. The startup configuration itself is nobody's: it is written by
+ * whoever holds its lock, this process among others
+ * (procd_cli_write_ascii_cfg).
  */
 #ifndef PLATFORM_PROCD_H
 #define PLATFORM_PROCD_H
@@ -8,14 +11,8 @@
 #include <stdint.h>
 
 #include "ipcbus.h"
+#include "messages.h"
 #include "visibility.h"
-
-/* First word of the reply to IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION. */
-#define PROCD_CFG_ACTION_DONE 0u
-#define PROCD_CFG_ACTION_ACCEPTED 0x401E0003u
-
-/* Request code of rpcq_req_resp: the world wide name of this switch. */
-#define PROCD_RPC_SWITCH_WWN 1282
 
 PLATFORM_BEGIN_DECLS
 
@@ -24,35 +21,52 @@ PLATFORM_BEGIN_DECLS
  * whose text is the file "system.cfg" in it. `handle` is of kind
  * IPCBUS_KIND_REQ_RESP. Never NULL: empty if it is not known. The text belongs
  * to the platform and lasts until the next call.
+ *
+ * Context: child. Does not block.
  */
 const char *procd_cli_dir_get(ipcbus_handle handle, int which);
 
 /*
  * Makes the text configuration in the file `path` the startup configuration.
- * Blocks until it is kept. Returns 0, else an error code for syserr_format.
+ * Returns 0, else an error code for syserr_format.
+ *
+ * Context: child. Blocks until it is kept, and for as long as another writer
+ * holds the lock.
  */
 int procd_cli_write_ascii_cfg(ipcbus_handle handle, const char *path);
 
-/* Tells the system manager that this process is alive; `state` is 0. */
+/*
+ * Tells the system manager that this process is alive; `state` is 0. One that
+ * is lost does not matter, the next one follows.
+ *
+ * Context: agent, while it waits for the answer to a save. Does not block.
+ */
 void procd_heartbeat(int state);
 
-/* How often it wants to hear that, in milliseconds. */
+/*
+ * How often it wants to hear that, in milliseconds, at least 1000.
+ *
+ * Context: agent. Does not block.
+ */
 uint32_t procd_heartbeat_timeout_get(void);
 
 /*
  * One request to a service of the system manager and its response.
  *
- * code             the request, for example PROCD_RPC_SWITCH_WWN.
- * arg1, arg2       its arguments.
+ * code             the request: PROCD_RPC_SWITCH_WWN, see messages.h for its
+ *                  arguments and its answer.
+ * arg1, arg2       the arguments of that code.
  * request          `request_length` octets of payload; NULL if 0.
- * service          access point of the service.
- * queue            the queue that receives the response.
+ * service          access point of the service, IPCBUS_SAP_PROCD_RPC.
+ * queue            the queue that receives the response, ipcbus_response_q.
  * limit            seconds to wait for it.
  * response         receives the payload of the response, zero-filled to at
  *                  least 8 octets and allocated with malloc, for the caller to
  *                  free whatever the result; NULL if there is none.
  *
- * Blocks for up to `limit` seconds. Returns 0; anything else is a failure.
+ * Returns 0; anything else is a failure.
+ *
+ * Context: agent. Blocks for up to `limit` seconds.
  */
 int rpcq_req_resp(uint32_t code, uint32_t arg1, uint32_t arg2,
                   const void *request, uint32_t request_length,

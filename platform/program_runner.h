@@ -14,6 +14,8 @@ PLATFORM_BEGIN_DECLS
  * and error; -1 leaves the caller's. SIGCHLD must be at its default action.
  *
  * Returns the wait status; negative if the program could not be run.
+ *
+ * Context: child. Blocks until the program has ended.
  */
 int execute_program_and_wait_redirect(int in, int out, int err,
                                       const char *path, ...)

@@ -31,7 +31,9 @@ PLATFORM_BEGIN_DECLS
 
 /*
  * Applies a configuration file to the running configuration, line by line.
- * Blocks until done. Returns 0 or an error code for syserr_format.
+ * Returns 0 or an error code for syserr_format.
+ *
+ * Context: child. Blocks until done.
  */
 int qsh_execute_cfg_file2(const struct qsh_cfg_file_request *request);
 
@@ -40,6 +42,8 @@ int qsh_execute_cfg_file2(const struct qsh_cfg_file_request *request);
  * changed by a copy. The three numbers are the platform's: 1, 2, 3 after
  * reading the running configuration, 1, 1, 3 after applying the startup one.
  * Returns 0; failures are of no consequence to the copy.
+ *
+ * Context: child. Does not block.
  */
 int qsh_notify_cfg_update(ipcbus_handle handle, int what, int from, int to);
 

@@ -1,14 +1,24 @@
 /*
- * TFTP client library. One server at a time in a process; every call blocks.
+ * TFTP client library. One server at a time in a process: it is the one that
+ * tftp_connect named last, until the process ends.
  *
- * Results are 0 or more for success. Otherwise negative: -1 to -100 the error
- * code of the protocol (-1 file not found, -2 access violation, -3 disk full),
- * -101 and below -(100 + errno), so that -210 is a timeout.
+ * Context of all of it: child. Both transfers block until the file is through
+ * or the time is up, the other calls do not.
+ *
+ * Results are 0 or more for success. Otherwise negative: down to
+ * -TFTP_LARGEST_CODE minus an error code of the protocol, below that
+ * -(TFTP_LARGEST_CODE + errno), so that -210 is a timeout.
  */
 #ifndef PLATFORM_TFTP_H
 #define PLATFORM_TFTP_H
 
 #include "visibility.h"
+
+/* Error codes of the protocol, and the largest that a result can be. */
+#define TFTP_CODE_NOT_FOUND 1
+#define TFTP_CODE_ACCESS_VIOLATION 2
+#define TFTP_CODE_DISK_FULL 3
+#define TFTP_LARGEST_CODE 100
 
 PLATFORM_BEGIN_DECLS
 

@@ -1,6 +1,9 @@
 /*
  * trc: the event-history trace. Every process keeps a bounded history of
  * events; live output of them can be switched on besides.
+ *
+ * Context of all of it: agent, child. Nothing of it blocks or fails: an event
+ * that cannot be kept is lost.
  */
 #ifndef PLATFORM_TRC_H
 #define PLATFORM_TRC_H
@@ -23,7 +26,13 @@ int trc_hist_event_subtype_check(uint32_t type, uint32_t level);
  */
 void trc_hist_event(uint32_t type, uint32_t size, const void *record);
 
-/* Non-zero if live output of this level is on; the other arguments select. */
+/*
+ * Non-zero if live output of this level is on. The other arguments narrow the
+ * question down on a platform whose operators can filter live output:
+ * `instance` 0 is all of the module, `filter` 0 is no filter besides, `enabled`
+ * 1 asks for what is on now. The module passes 0, 0 and 1; a platform without
+ * filters need not look at them.
+ */
 int trc_chk_int(uint32_t level, int instance, int filter, int enabled);
 
 /*

@@ -11,6 +11,7 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include "host/agent/event_loop.h"
+#include "host/base/clock.h"
 #include "host/base/files.h"
 
 namespace xfhost {
@@ -28,15 +29,14 @@ struct StarttimeRecord {
     int32_t direction;
 };
 
-int64_t read_clock(clockid_t clock) {
+int64_t wall_ns() {
     struct timespec now;
-    clock_gettime(clock, &now);
+    clock_gettime(CLOCK_REALTIME, &now);
     return static_cast<int64_t>(now.tv_sec) * second + now.tv_nsec;
 }
 
 ClockStepDetector &detector() {
-    static ClockStepDetector only(read_clock(CLOCK_REALTIME),
-                                  read_clock(CLOCK_MONOTONIC));
+    static ClockStepDetector only(wall_ns(), monotonic_ns());
     return only;
 }
 
@@ -53,8 +53,7 @@ void clock_was_set(int timer) {
     // The result does not matter: the clocks themselves are asked.
     if (read(timer, &expirations, sizeof expirations) < 0)
         arm(timer);
-    auto step = detector().look(read_clock(CLOCK_REALTIME),
-                                read_clock(CLOCK_MONOTONIC));
+    auto step = detector().look(wall_ns(), monotonic_ns());
     if (!step)
         return;
     snmp_log(LOG_NOTICE, "xfplatform: the clock was set %u s %s\n",

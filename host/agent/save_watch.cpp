@@ -23,6 +23,7 @@
 #include "host/fabric/results.h"
 #include "host/ipcbus/queue.h"
 #include "host/procd/protocol.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
@@ -153,12 +154,22 @@ bool saves_in_fabric(const WireMessage &message) {
     return request && request->fabric;
 }
 
-// What an earlier save has left must not pass for this one's.
-void sending(const WireMessage &message, uint32_t sap) {
-    if (sap == IPCBUS_SAP_PROCD &&
-        message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-        saves_in_fabric(message) && !clear_results())
+bool asks_for_save(const WireMessage &message, uint32_t sap) {
+    return sap == IPCBUS_SAP_PROCD &&
+           message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION;
+}
+
+bool sending(const WireMessage &message, uint32_t sap) {
+    if (!asks_for_save(message, sap))
+        return true;
+    if (!agent_keep_access_point()) { // its end would be told to another agent
+        errno = EADDRINUSE;
+        return false;
+    }
+    // What an earlier save has left must not pass for this one's.
+    if (saves_in_fabric(message) && !clear_results())
         log_message(LOG_ERR, "fabric results: %s", strerror(errno));
+    return true;
 }
 
 void sent(const WireMessage &message, uint32_t sap) {
@@ -174,8 +185,8 @@ void sent(const WireMessage &message, uint32_t sap) {
         log_message(LOG_ERR, "a save goes unwatched: no memory");
     }
     if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
-        message.payload.size() >= 4 &&
-        get_be32(message.payload.data()) == token)
+        message.payload.size() >= SAVE_ABORT_TOKEN + 4 &&
+        get_be32(message.payload.data() + SAVE_ABORT_TOKEN) == token)
         forget();
 }
 
@@ -188,8 +199,9 @@ bool wanted(const ipcbus_message &message) {
     if (wire.token != token)
         return false;
     ipcbus_response_q->peer.reset();
-    if (wire.payload.size() < 4 ||
-        get_be32(wire.payload.data()) != PROCD_CFG_ACTION_ACCEPTED)
+    if (wire.payload.size() < SAVE_ANSWER_SIZE ||
+        get_be32(wire.payload.data() + SAVE_ANSWER_RESULT) !=
+            PROCD_CFG_ACTION_ACCEPTED)
         forget();
     return true;
 }
@@ -200,8 +212,14 @@ void save_watch_start() {
     ipcbus_set_hooks({sending, sent, wanted});
 }
 
+void save_watch_abandon() {
+    manager.reset();
+    ipcbus_disown(ipcbus_response_q);
+}
+
 bool save_watch_ends(const std::vector<uint8_t> &payload) {
-    if (payload.size() >= 8 && get_be32(payload.data() + 4) != token)
+    if (payload.size() >= SAVE_END_SIZE &&
+        get_be32(payload.data() + SAVE_END_TOKEN) != token)
         return false;
     forget();
     return true;

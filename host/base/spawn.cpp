@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 
 namespace xfhost {
@@ -67,10 +68,18 @@ class Actions {
     posix_spawn_file_actions_t actions_;
 };
 
-int64_t monotonic_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+// Whoever ignores that a child ends is not told how, and may have been started
+// like that.
+int await_children() {
+    struct sigaction action;
+    if (sigaction(SIGCHLD, nullptr, &action) != 0)
+        return errno;
+    if (action.sa_handler != SIG_IGN && (action.sa_flags & SA_NOCLDWAIT) == 0)
+        return 0;
+    if (action.sa_handler == SIG_IGN)
+        action.sa_handler = SIG_DFL;
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    return sigaction(SIGCHLD, &action, nullptr) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -79,7 +88,9 @@ int spawn_program(const SpawnRequest &request, pid_t &pid) {
     Attributes attributes;
     Actions actions;
     Fd copies[3];
-    int error = actions.redirect(request.in, 0, copies[0]);
+    int error = await_children();
+    if (error == 0)
+        error = actions.redirect(request.in, 0, copies[0]);
     if (error == 0)
         error = actions.redirect(request.out, 1, copies[1]);
     if (error == 0)

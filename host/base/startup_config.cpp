@@ -28,18 +28,4 @@ bool keep_startup(const std::string &text,
     return again == text;
 }
 
-bool read_running(std::string &text) {
-    text.clear();
-    Fd state = open_state_directory();
-    if (!state)
-        return false;
-    Fd lock = lock_file(state.get(), "running-config.lock", true);
-    if (!lock)
-        return false;
-    Fd file = open_private_file(state.get(), "running-config", O_RDONLY);
-    if (!file)
-        return errno == ENOENT;
-    return read_whole(file.get(), largest_config, text);
-}
-
 } // namespace xfhost

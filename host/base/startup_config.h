@@ -20,10 +20,6 @@ Fd open_startup_directory();
 bool keep_startup(const std::string &text,
                   const std::function<bool()> &proceed = {});
 
-// The running configuration as it is kept, under its lock; one that was never
-// made is empty. False with errno set.
-bool read_running(std::string &text);
-
 } // namespace xfhost
 
 #endif

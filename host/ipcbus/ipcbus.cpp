@@ -10,8 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <functional>
 #include <memory>
 
 #include <dirent.h>
@@ -23,6 +21,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 #include "host/base/settings.h"
 #include "host/ipcbus/queue.h"
@@ -36,14 +35,16 @@ constexpr size_t readable_octets = 16; // of every payload
 
 IpcbusHooks hooks;
 
-// Of this process: answers to the requests that it sends. Never destroyed, so
-// that its socket can be removed at the very end.
-ipcbus_queue &response_queue = [] {
+ipcbus_queue *make_response_queue() {
     auto queue = new ipcbus_queue;
     queue->kind = IPCBUS_KIND_REQ_RESP;
     queue->lazy = true;
-    return std::ref(*queue);
-}();
+    return queue;
+}
+
+// Of this process: answers to the requests that it sends. Never destroyed, so
+// that its socket can be removed at the very end.
+ipcbus_queue &response_queue = *make_response_queue();
 
 uint32_t fresh_token() {
     static uint32_t next = 0;
@@ -68,13 +69,18 @@ std::string free_name() {
     return "q." + std::to_string(getpid()) + "." + std::to_string(++count);
 }
 
+// False with errno set.
 bool socket_address(int directory, const char *name,
                     struct sockaddr_un &address) {
     address = {};
     address.sun_family = AF_UNIX;
     int length = snprintf(address.sun_path, sizeof address.sun_path,
                           "/proc/self/fd/%d/%s", directory, name);
-    return length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
+    bool fits =
+        length > 0 && static_cast<size_t>(length) < sizeof address.sun_path;
+    if (!fits)
+        errno = ENAMETOOLONG;
+    return fits;
 }
 
 // An access point is taken while its lock is held; a socket without a holder
@@ -228,12 +234,6 @@ ipcbus_message *receive_one(int socket) {
     return message;
 }
 
-int64_t monotonic_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
 // Waits until the socket can be read; `deadline` -1 is never. 0, or -1 with
 // errno set: EPIPE if the peer is gone and has left nothing to read.
 int wait_readable(int socket, int peer, int64_t deadline) {
@@ -359,8 +359,9 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         if (request != nullptr)
             record.reset(new_message(WireMessage(message), getpid()));
         std::string name = "sap." + std::to_string(destination->sap);
-        if (hooks.sending != nullptr && handle->lazy)
-            hooks.sending(message, destination->sap);
+        if (hooks.sending != nullptr && handle->lazy &&
+            !hooks.sending(message, destination->sap))
+            return -1;
         if (send_to(handle, name, message) != 0)
             return -1;
         if (hooks.sent != nullptr && handle->lazy)

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <new>
 #include <string>
 
@@ -16,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
 #include "host/base/settings.h"
@@ -34,12 +34,6 @@ constexpr int directory_startup = 2;
 // What a request and a few signs of life take up until they are read. A system
 // manager's socket holds few messages, and an abort has to find room.
 constexpr int most_unread = 4096;
-
-time_t monotonic_seconds() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
 
 int write_startup(const char *path) {
     Fd file(open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
@@ -69,9 +63,9 @@ std::vector<uint8_t> rpc_payload(uint32_t arg1, uint32_t arg2,
 // Late answers to earlier requests may come first. NULL with errno set.
 ipcbus_message *await_response(ipcbus_handle queue, uint32_t token,
                                uint32_t limit) {
-    time_t deadline = monotonic_seconds() + limit;
+    int64_t deadline = monotonic_ms() / 1000 + limit;
     for (;;) {
-        time_t left = std::max<time_t>(deadline - monotonic_seconds(), 0);
+        int64_t left = std::max<int64_t>(deadline - monotonic_ms() / 1000, 0);
         const ipcbus_recv_options options = {1, static_cast<uint32_t>(left)};
         ipcbus_message *message = nullptr;
         int result = ipcbus_recv(queue, &message, &options);

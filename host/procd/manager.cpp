@@ -2,17 +2,18 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/record.h"
 #include "host/errors.h"
 #include "host/procd/save_journal.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
@@ -21,12 +22,6 @@ namespace {
 // one, but not for ever.
 constexpr int64_t report_ms = 60000;
 constexpr int retry_ms = 100;
-
-int64_t now_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 bool bind_point(int sap, ipcbus_handle &handle) {
     if (ipcbus_bind(IPCBUS_KIND_REQ_RESP, sap, &handle, "procd") >= 0)
@@ -183,9 +178,9 @@ uint32_t Manager::choose_switches(const SaveRequest &request,
 
 void Manager::abort_save(const ipcbus_message &message) {
     const std::vector<uint8_t> &payload = message.wire.payload;
-    if (payload.size() < 4)
+    if (payload.size() < SAVE_ABORT_TOKEN + 4)
         return;
-    uint32_t token = get_be32(payload.data());
+    uint32_t token = get_be32(payload.data() + SAVE_ABORT_TOKEN);
     if (job_ && token == job_->token()) {
         log_message(LOG_INFO, "the save is aborted");
         job_->stop();
@@ -193,8 +188,8 @@ void Manager::abort_save(const ipcbus_message &message) {
 }
 
 void Manager::answer(const ipcbus_message *request, uint32_t result) {
-    uint8_t payload[4];
-    put_be32(payload, result);
+    uint8_t payload[SAVE_ANSWER_SIZE];
+    put_be32(payload + SAVE_ANSWER_RESULT, result);
     if (ipcbus_respond(requests_, request, payload, sizeof payload) != 0)
         log_message(LOG_WARNING, "answer lost: %s", strerror(errno));
 }
@@ -210,7 +205,8 @@ void Manager::save_ended() {
 }
 
 void Manager::report(uint32_t result, uint32_t token) {
-    ends_.push_back({save_end_payload(result, token), now_ms() + report_ms});
+    ends_.push_back(
+        {save_end_payload(result, token), monotonic_ms() + report_ms});
     send_ends();
     forget_save();
 }
@@ -225,7 +221,7 @@ void Manager::send_ends() {
             nullptr);
         bool later = result != 0 && (errno == EAGAIN || errno == ENOBUFS ||
                                      errno == ENOENT || errno == ECONNREFUSED);
-        if (later && now_ms() < end.deadline)
+        if (later && monotonic_ms() < end.deadline)
             return;
         if (result != 0)
             log_message(LOG_WARNING,

@@ -3,45 +3,36 @@
 #include <cstring>
 
 #include "host/ipcbus/wire.h"
+#include "platform/messages.h"
 
 namespace xfhost {
 namespace {
 
-constexpr size_t request_size = 140;
-constexpr uint32_t action_running_to_startup = 26;
-constexpr size_t offset_fabric = 28;
-constexpr size_t offset_all = 40;
-constexpr size_t offset_user = 44;
-constexpr size_t offset_session = 76;
-constexpr size_t text_size = 32;
-constexpr size_t reserved_size = 32;
-static_assert(offset_user + text_size == offset_session);
-static_assert(offset_session + text_size + reserved_size == request_size);
-
 std::string text_at(const std::vector<uint8_t> &payload, size_t offset) {
     auto start = reinterpret_cast<const char *>(payload.data() + offset);
-    return {start, strnlen(start, text_size)};
+    return {start, strnlen(start, SAVE_REQUEST_TEXT_SIZE)};
 }
 
 } // namespace
 
 std::optional<SaveRequest>
 parse_save_request(const std::vector<uint8_t> &payload) {
-    if (payload.size() != request_size ||
-        get_be32(payload.data()) != action_running_to_startup)
+    if (payload.size() != SAVE_REQUEST_SIZE ||
+        get_be32(payload.data() + SAVE_REQUEST_ACTION) !=
+            SAVE_ACTION_RUNNING_TO_STARTUP)
         return std::nullopt;
     SaveRequest request;
-    request.fabric = get_be32(payload.data() + offset_fabric) != 0;
-    request.all = get_be32(payload.data() + offset_all) != 0;
-    request.user = text_at(payload, offset_user);
-    request.session = text_at(payload, offset_session);
+    request.fabric = get_be32(payload.data() + SAVE_REQUEST_FABRIC) != 0;
+    request.all = get_be32(payload.data() + SAVE_REQUEST_ALL) != 0;
+    request.user = text_at(payload, SAVE_REQUEST_USER);
+    request.session = text_at(payload, SAVE_REQUEST_SESSION);
     return request;
 }
 
 std::vector<uint8_t> save_end_payload(uint32_t result, uint32_t token) {
-    std::vector<uint8_t> payload(8);
-    put_be32(payload.data(), result);
-    put_be32(payload.data() + 4, token);
+    std::vector<uint8_t> payload(SAVE_END_SIZE);
+    put_be32(payload.data() + SAVE_END_RESULT, result);
+    put_be32(payload.data() + SAVE_END_TOKEN, token);
     return payload;
 }
 

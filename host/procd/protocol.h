@@ -1,5 +1,5 @@
-// What the system manager is asked, octet by octet: offsets of big-endian
-// words, in both directions.
+// What the system manager is asked and tells, as platform/messages.h lays it
+// out, and the messages that only this platform has.
 #ifndef HOST_PROCD_PROTOCOL_H
 #define HOST_PROCD_PROTOCOL_H
 
@@ -11,8 +11,9 @@
 
 namespace xfhost {
 
-// Of this platform alone: signs of life (one word, the state), and the three
-// numbers of qsh_notify_cfg_update.
+// Of this platform alone, both one-way, to the system manager from whoever calls
+// procd_heartbeat (one word, the state) or qsh_notify_cfg_update (its three
+// numbers, a word each).
 constexpr uint32_t opcode_heartbeat = 1370;
 constexpr uint32_t opcode_config_event = 1371;
 
@@ -22,12 +23,12 @@ struct SaveRequest {
     std::string user, session;
 };
 
-// The payload of opcode 1381; nothing if it asks for anything else than a save
+// The payload of a save request; nothing if it asks for anything else than a save
 // of the running configuration.
 std::optional<SaveRequest>
 parse_save_request(const std::vector<uint8_t> &payload);
 
-// The payload of opcode 1361: how the save that the token names ended.
+// The payload of the end of a save: how the save that the token names ended.
 std::vector<uint8_t> save_end_payload(uint32_t result, uint32_t token);
 
 } // namespace xfhost

@@ -4,13 +4,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/base/files.h"
 
 namespace xfhost {
@@ -18,12 +18,6 @@ namespace {
 
 constexpr size_t most_words = 8192;
 constexpr int poll_ms = 50; // how soon a stop is seen
-
-int64_t now_ms() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 // 1 at the end of the pipe, 0 if there is more to come, else minus an error.
 int read_some(int fd, size_t limit, std::string &output) {
@@ -42,7 +36,7 @@ int read_to_end(int fd, size_t limit, int64_t deadline,
     for (;;) {
         if (stop.stop_requested())
             return ECANCELED;
-        if (now_ms() > deadline)
+        if (monotonic_ms() > deadline)
             return ETIMEDOUT;
         struct pollfd watched = {fd, POLLIN, 0};
         if (poll(&watched, 1, poll_ms) <= 0)
@@ -64,7 +58,7 @@ int await_end(pid_t pid, int64_t deadline, const std::stop_token &stop,
             return errno;
         if (stop.stop_requested())
             return ECANCELED;
-        if (now_ms() > deadline)
+        if (monotonic_ms() > deadline)
             return ETIMEDOUT;
         struct timespec pause = {0, 5000000};
         nanosleep(&pause, nullptr);
@@ -121,7 +115,7 @@ int run_and_read(SpawnRequest request, int from, size_t limit, int seconds,
     if (error != 0)
         return error;
     writing.reset();
-    int64_t deadline = now_ms() + int64_t{seconds} * 1000;
+    int64_t deadline = monotonic_ms() + int64_t{seconds} * 1000;
     error = read_to_end(reading.get(), limit, deadline, stop, output);
     if (error == 0)
         error = await_end(pid, deadline, stop, status);

@@ -13,6 +13,7 @@
 #include "host/base/record.h"
 #include "host/base/startup_config.h"
 #include "host/qsh/exit_codes.h"
+#include "host/qsh/running_config.h"
 #include "host/qsh/text_config.h"
 
 using namespace xfhost;
@@ -22,8 +23,10 @@ namespace {
 constexpr const char *usage =
     "usage: qsh -c \"show running-config\" | \"show startup-config\"\n"
     "       qsh -c \"copy running-config startup-config\"\n"
+    "       qsh -c \"accept running-config\"\n"
     "       qsh --apply FILE RESULTS\n"
-    "The third form merges the lines of FILE into the running configuration;\n"
+    "The third form takes a running configuration that was damaged as it is.\n"
+    "The fourth form merges the lines of FILE into the running configuration;\n"
     "RESULTS receives one line for each line that was refused.\n";
 
 int fail(const char *what) {
@@ -31,41 +34,67 @@ int fail(const char *what) {
     return exit_failed;
 }
 
-// Prints a file of a directory. A configuration that was never made is empty
-// if `missing_is_empty`.
-int show(const Fd &directory, const char *name, bool missing_is_empty) {
-    if (!directory)
-        return fail("state directory");
-    Fd file = open_private_file(directory.get(), name, O_RDONLY);
-    std::string text;
-    if (!file && errno == ENOENT && missing_is_empty)
-        return 0;
-    if (!file || !read_whole(file.get(), largest_config, text))
-        return fail(name);
+int refuse(const std::string &why) {
+    fprintf(stderr, "qsh: %s\n", why.c_str());
+    return exit_failed;
+}
+
+int print(const std::string &text) {
     return write_whole(STDOUT_FILENO, text) ? 0 : fail("standard output");
+}
+
+int show_running() {
+    Fd state = open_state_directory();
+    if (!state)
+        return fail("state directory");
+    std::string text, why;
+    if (!RunningConfig(std::move(state)).read(text, why))
+        return refuse(why);
+    return print(text);
 }
 
 int show_startup() {
     Fd directory = open_startup_directory();
     if (!directory)
         return fail("state directory");
-    return show(directory, "system.cfg", false);
+    Fd file = open_private_file(directory.get(), "system.cfg", O_RDONLY);
+    std::string text;
+    if (!file || !read_whole(file.get(), largest_config, text))
+        return fail("startup configuration");
+    return print(text);
 }
 
 int save() {
-    std::string text;
-    if (!read_running(text))
-        return fail("running configuration");
+    Fd state = open_state_directory();
+    if (!state)
+        return fail("state directory");
+    RunningConfig running(std::move(state));
+    std::string text, why;
+    if (!running.lock())
+        return fail("running-config.lock");
+    if (!running.read(text, why))
+        return refuse(why);
     return keep_startup(text) ? 0 : fail("startup configuration");
+}
+
+// What somebody does who has looked at it.
+int accept_running() {
+    Fd state = open_state_directory();
+    if (!state)
+        return fail("state directory");
+    RunningConfig running(std::move(state));
+    return running.lock() && running.accept() ? 0 : fail("running-config");
 }
 
 int run_command(const std::string &command) {
     if (command == "show running-config")
-        return show(open_state_directory(), "running-config", true);
+        return show_running();
     if (command == "show startup-config")
         return show_startup();
     if (command == "copy running-config startup-config")
         return save();
+    if (command == "accept running-config")
+        return accept_running();
     fprintf(stderr, "qsh: unknown command %s\n", quoted(command).c_str());
     return exit_usage;
 }
@@ -73,17 +102,6 @@ int run_command(const std::string &command) {
 bool read_named(const char *path, std::string &text) {
     Fd file(open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     return file && read_whole(file.get(), largest_config, text);
-}
-
-bool load_running(int state, TextConfig &config) {
-    Fd file = open_private_file(state, "running-config", O_RDONLY);
-    if (!file)
-        return errno == ENOENT;
-    std::string text;
-    if (!read_whole(file.get(), largest_config, text))
-        return false;
-    config.load(text);
-    return true;
 }
 
 int exit_code(const ApplyResult &result) {
@@ -119,21 +137,24 @@ int apply(const char *path, const char *results_path) {
     Fd state = open_state_directory();
     if (!state)
         return fail("state directory");
-    Fd lock = lock_file(state.get(), "running-config.lock", true);
+    RunningConfig running(std::move(state));
+    std::string before, why;
+    if (!running.lock())
+        return fail("running-config.lock");
+    if (!running.read(before, why))
+        return refuse(why);
     TextConfig config;
-    if (!lock || !load_running(state.get(), config))
-        return fail("running-config");
+    config.load(before);
 
     std::string results;
     ApplyResult result = config.apply(
-        text, [&](size_t number, std::string_view line, const char *why) {
-            results += result_line(number, line, why);
+        text, [&](size_t number, std::string_view line, const char *reason) {
+            results += result_line(number, line, reason);
         });
     if (result.stopped)
         results += "stopped after " + std::to_string(result.refused) +
                    " refused lines; the rest was not looked at\n";
-    if (result.refused < result.lines &&
-        !replace_durably(state.get(), "running-config", config.print()))
+    if (result.refused < result.lines && !running.write(config.print()))
         return fail("running-config");
     write_results(results_path, results);
     return exit_code(result);

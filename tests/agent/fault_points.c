@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "platform/ipcbus.h"
+#include "platform/messages.h"
 #include "platform/program_runner.h"
 #include "platform/qsh.h"
 #include "platform/tftp.h"

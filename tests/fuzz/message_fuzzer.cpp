@@ -3,6 +3,7 @@
 // Octets: steps, each of which starts with what it is.
 #include <cstring>
 
+#include "platform/messages.h"
 #include "tests/fuzz/check.h"
 #include "tests/fuzz/platform.h"
 #include "tests/fuzz/rows.h"

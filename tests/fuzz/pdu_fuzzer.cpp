@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/messages.h"
 #include "tests/fuzz/agent.h"
 #include "tests/fuzz/check.h"
 #include "tests/fuzz/platform.h"

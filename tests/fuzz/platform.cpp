@@ -16,6 +16,7 @@
 #include "platform/errlog.h"
 #include "platform/grove.h"
 #include "platform/hwinfo.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 #include "platform/program_runner.h"
 #include "platform/qsh.h"

@@ -429,6 +429,7 @@ settings("datagram-one-way", "5", b"XFB1", word(10277), word(0), word(0),
 settings("datagram-name-of-32", "5", b"XFB1", word(1), word(1), word(2), b"a" * 32)
 settings("datagram-path", "5", b"XFB1", word(1), word(1), word(2), b"../x".ljust(32, b"\x00"))
 settings("datagram-short", "5", HEADER[:-1])
+# Laid out as platform/messages.h says.
 settings("save-request", "6", word(26), word(1), b"\x00\x00\x01\x00", b"\x00" * 16, word(1),
          b"\x00" * 8, word(1), b"operator".ljust(32, b"\x00"), b"s" * 32, b"\x00" * 32)
 settings("save-request-in-a-datagram", "5", HEADER, word(26), b"\x00" * 136)

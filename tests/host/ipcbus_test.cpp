@@ -223,6 +223,15 @@ TEST_F(Ipcbus, AFullQueueIsAnErrorAndDoesNotBlock) {
     EXPECT_LT(sent, 100000);
 }
 
+// A name that does not fit a socket address is refused before any system call.
+TEST_F(Ipcbus, ANameThatIsTooLongIsAnErrorWithItsNumber) {
+    ipcbus_message request;
+    request.wire.sender = std::string(200, 'q');
+    errno = 0;
+    EXPECT_EQ(ipcbus_respond(client, &request, "x", 1), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+}
+
 TEST_F(Ipcbus, SizesAreBounded) {
     std::vector<uint8_t> payload(wire_largest_payload + 1, 7);
     auto length = static_cast<uint32_t>(payload.size());

@@ -32,7 +32,12 @@ class Qsh : public testing::Test {
     static std::string running() {
         return support::read_file(state() + "/running-config");
     }
+    // As an older version has left it.
     void store_running(const std::string &text) {
+        std::filesystem::remove(state() + "/running-config.sum");
+        damage_running(text);
+    }
+    void damage_running(const std::string &text) {
         support::write_file(state() + "/running-config", text);
         chmod((state() + "/running-config").c_str(), 0600);
     }
@@ -178,6 +183,105 @@ TEST_F(Qsh, AShellThatCannotBeRun) {
     setenv("XF_STATE_DIRECTORY", saved.c_str(), 1);
     EXPECT_GT(result ^ 0x40540000, 3);
     EXPECT_EQ(running(), "(missing)");
+}
+
+// Whether the running configuration is taken for whole.
+class DamagedRunning : public Qsh {
+  protected:
+    void SetUp() override {
+        Qsh::SetUp();
+        EXPECT_EQ(apply("hostname first\nvlan 7\n"), 0);
+        std::string output;
+        EXPECT_EQ(run("copy running-config startup-config", output), 0);
+    }
+    static std::string startup() {
+        return support::read_file(state() + "/startup/system.cfg");
+    }
+    void expect_refused() {
+        std::string output, before = running();
+        EXPECT_EQ(run("show running-config", output), 74);
+        EXPECT_EQ(output, "");
+        EXPECT_EQ(run("copy running-config startup-config", output), 74);
+        EXPECT_EQ(startup(), "hostname first\nvlan 7\n");
+        EXPECT_EQ(apply("vlan 8\n"), 0x40540010);
+        EXPECT_EQ(running(), before);
+    }
+    void expect_whole() {
+        std::string output;
+        EXPECT_EQ(run("show running-config", output), 0);
+        EXPECT_EQ(output, running());
+    }
+};
+
+TEST_F(DamagedRunning, CutOff) {
+    damage_running("hostname first\n");
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, Emptied) {
+    damage_running("");
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, OneOctetChanged) {
+    damage_running("hostname first\nvlan 9\n");
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, Gone) {
+    std::filesystem::remove(state() + "/running-config");
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, IsTakenAsItIsOnDemand) {
+    damage_running("hostname first\n");
+    std::string output;
+    EXPECT_EQ(run("accept running-config", output), 0);
+    expect_whole();
+    EXPECT_EQ(apply("vlan 8\n"), 0);
+    EXPECT_EQ(running(), "hostname first\nvlan 8\n");
+    damage_running("hostname first\n");
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, OfAnOlderVersionIsWholeUntilTheNextOneIsMade) {
+    store_running("");
+    expect_whole();
+    EXPECT_EQ(apply("vlan 8\n"), 0);
+    expect_whole();
+    damage_running("");
+    expect_refused();
+}
+
+// Where a crash can stop a writer: both sums are there, the file is one of the
+// two.
+TEST_F(DamagedRunning, AWriterThatDiedLeavesAWholeOne) {
+    std::string sum = state() + "/running-config.sum";
+    std::string old_text = running(), old_sum = support::read_file(sum);
+    EXPECT_EQ(apply("vlan 8\n"), 0);
+    std::string new_text = running(), new_sum = support::read_file(sum);
+    EXPECT_EQ(new_sum.find(old_sum), std::string::npos);
+    support::write_file(sum, old_sum + new_sum);
+    expect_whole();
+    damage_running(old_text);
+    expect_whole();
+    damage_running(old_text.substr(0, 5));
+    expect_refused();
+    damage_running(new_text);
+    EXPECT_EQ(apply("vlan 9\n"), 0);
+    damage_running(old_text);
+    expect_refused();
+}
+
+TEST_F(DamagedRunning, OnlyItsSumWasWrittenBeforeTheFirstOne) {
+    std::string sum = state() + "/running-config.sum";
+    support::write_file(sum, "none\n" + support::read_file(sum));
+    std::filesystem::remove(state() + "/running-config");
+    std::string output;
+    EXPECT_EQ(run("show running-config", output), 0);
+    EXPECT_EQ(output, "");
+    damage_running("");
+    expect_refused();
 }
 
 TEST_F(Qsh, StartupConfigurationIsKeptAsItIs) {

@@ -17,6 +17,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "platform/messages.h"
 #include "tests/fuzz/agent.h"
 #include "tests/fuzz/check.h"
 #include "tests/fuzz/platform.h"

@@ -3,6 +3,9 @@
  * library and of Net-SNMP that the module's behaviour depends on, with results
  * that a test scripts and a journal of what the module did.
  *
+ * What it does stands in scripted/, a file for each service; scripted/note.h has
+ * what those share.
+ *
  * The module under test is linked with its references to those functions
  * renamed (see CMakeLists.txt): nothing here touches what GoogleTest calls.
  *
@@ -35,6 +38,7 @@
 #include "platform/errlog.h"
 #include "platform/grove.h"
 #include "platform/hwinfo.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 #include "platform/program_runner.h"
 #include "platform/qsh.h"

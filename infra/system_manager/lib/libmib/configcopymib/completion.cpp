@@ -11,6 +11,7 @@
 #include "module_root.h"
 #include "platform/cycles.h"
 #include "platform/errlog.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 
 /* Notifications are enterprise-specific traps. */
@@ -20,14 +21,22 @@
 
 /*
  * OID templates; each notification writes its row's index into the last
- * sub-identifier, that of the notification itself included.
+ * sub-identifier.
+ *
+ * KEPT: into that of the notification itself, too: managers tell by it which
+ * row has ended.
  */
 #define COLUMN_TEMPLATE(column)                                                \
     { MODULE_ROOT, 1, 1, 1, 1, column, 0 }
 static oid varbind_oids[XF_NOTIFICATION_VARBINDS][XF_VARBIND_OID_LENGTH] = {
-    COLUMN_TEMPLATE(15), COLUMN_TEMPLATE(16), COLUMN_TEMPLATE(6),
-    COLUMN_TEMPLATE(10), COLUMN_TEMPLATE(11), COLUMN_TEMPLATE(12),
-    COLUMN_TEMPLATE(13)};
+    COLUMN_TEMPLATE(XF_COLUMN_SERVER_ADDRESS_TYPE),
+    COLUMN_TEMPLATE(XF_COLUMN_SERVER_ADDRESS_REV1),
+    COLUMN_TEMPLATE(XF_COLUMN_FILE_NAME),
+    COLUMN_TEMPLATE(XF_COLUMN_STATE),
+    COLUMN_TEMPLATE(XF_COLUMN_TIME_STARTED),
+    COLUMN_TEMPLATE(XF_COLUMN_TIME_COMPLETED),
+    COLUMN_TEMPLATE(XF_COLUMN_FAIL_CAUSE),
+};
 static oid notification_oid[XF_NOTIFICATION_OID_LENGTH] = {MODULE_ROOT, 2, 1, 2,
                                                            0};
 
@@ -52,6 +61,7 @@ netsnmp_variable_list *build_notification(const struct xfCopyEntry *entry,
     struct ip_addr *const address = &module_state.notification_address;
     const uint32_t started = timestamp_uptime(&entry->xfCopyTimeStarted);
     const uint32_t completed = timestamp_uptime(&entry->xfCopyTimeCompleted);
+    /* KEPT: always 16 octets of address; an IPv4 one is followed by zeroes. */
     const struct varbind_source sources[XF_NOTIFICATION_VARBINDS] = {
         {&entry->xfCopyServerAddressType, ASN_INTEGER, 4,
          "%s Could not add xfcopy_serveraddresstype_oid\n"},
@@ -76,7 +86,10 @@ netsnmp_variable_list *build_notification(const struct xfCopyEntry *entry,
     memset(address, 0, sizeof(*address));
     ip_addr_from_str(entry->xfCopyServerAddressRev1, address);
     for (size_t i = 0; i < XF_NOTIFICATION_VARBINDS; i++) {
-        /* One that cannot be added ends the chain; the next starts another. */
+        /*
+         * KEPT: one that cannot be added ends the chain; the next one starts
+         * another that nobody gets: without memory, part of it is still sent.
+         */
         previous = build_varbind(previous, sources[i].value, sources[i].type,
                                  sources[i].length, varbind_oids[i],
                                  XF_VARBIND_OID_LENGTH);
@@ -115,42 +128,23 @@ static void notify_if_asked(const struct xfCopyEntry *entry) {
 /* The system manager answers within this time, or later by message. */
 #define SAVE_WAIT_SECONDS 899
 
-/* Request to the system manager, offsets of its fields. */
-enum {
-    SAVE_ACTION = 0,
-    SAVE_WORD_4 = 4,
-    SAVE_OCTET_10 = 10,
-    SAVE_FABRIC_STARTUP = 28,
-    SAVE_ALL_STARTUP = 40,
-    SAVE_USER_NAME = 44,
-    SAVE_SESSION_ID = 76,
-    SAVE_REQUEST_SIZE = 140
-};
-#define SAVE_TEXT_SIZE 32
-#define SAVE_RESERVED_SIZE 32
-static_assert(SAVE_USER_NAME + SAVE_TEXT_SIZE == SAVE_SESSION_ID, "");
-static_assert(SAVE_SESSION_ID + SAVE_TEXT_SIZE + SAVE_RESERVED_SIZE ==
-                  SAVE_REQUEST_SIZE,
-              "");
-#define SAVE_ACTION_RUNNING_TO_STARTUP 26
-
 /* The steps below speak in the name of the function that the launch called. */
-static const char save[] = "do_cp_runningtostartup";
+static const char save_function[] = "do_cp_runningtostartup";
 
 static void fill_save_request(const struct xfCopyEntry *entry,
                               uint8_t *payload) {
     memset(payload, 0, SAVE_REQUEST_SIZE);
-    put_be32(payload + SAVE_ACTION, SAVE_ACTION_RUNNING_TO_STARTUP);
-    put_be32(payload + SAVE_WORD_4, 1);
-    payload[SAVE_OCTET_10] = 1;
-    put_be32(payload + SAVE_FABRIC_STARTUP,
+    put_be32(payload + SAVE_REQUEST_ACTION, SAVE_ACTION_RUNNING_TO_STARTUP);
+    put_be32(payload + SAVE_REQUEST_WORD_4, 1);
+    payload[SAVE_REQUEST_OCTET_10] = 1;
+    put_be32(payload + SAVE_REQUEST_FABRIC,
              entry->xfCopyDestFileType == XF_FILE_FABRIC_STARTUP ? 1 : 0);
-    put_be32(payload + SAVE_ALL_STARTUP,
+    put_be32(payload + SAVE_REQUEST_ALL,
              entry->xfCopyDestFileType == XF_FILE_ALL_STARTUP ? 1 : 0);
-    copy_text(reinterpret_cast<char *>(payload + SAVE_USER_NAME),
-              SAVE_TEXT_SIZE, get_snmp_username(0));
-    copy_text(reinterpret_cast<char *>(payload + SAVE_SESSION_ID),
-              SAVE_TEXT_SIZE, get_snmp_sessionid(0));
+    copy_text(reinterpret_cast<char *>(payload + SAVE_REQUEST_USER),
+              SAVE_REQUEST_TEXT_SIZE, get_snmp_username(0));
+    copy_text(reinterpret_cast<char *>(payload + SAVE_REQUEST_SESSION),
+              SAVE_REQUEST_TEXT_SIZE, get_snmp_sessionid(0));
 }
 
 static void drop_save_request(void) {
@@ -209,29 +203,29 @@ static struct ipcbus_message *wait_for_answer(int *result) {
 }
 
 static void note_refusal(struct xfCopyEntry *entry) {
-    TRACE_INFO("%s : %s\n", save, "copy failed");
+    TRACE_INFO("%s : %s\n", save_function, "copy failed");
     timestamp_now(&entry->xfCopyTimeCompleted);
     entry->xfCopyState = XF_STATE_FAILED;
     entry->xfCopyFailCause = XF_FAIL_SAVE_REFUSED;
     if (setXfCopyEntry(entry, 0) != 0)
-        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n", save,
-                    entry->xfCopyIndex);
+        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n",
+                    save_function, entry->xfCopyIndex);
     notify_if_asked(entry);
     drop_save_request();
 }
 
 static void note_answer(struct xfCopyEntry *entry, uint32_t answer) {
-    TRACE_INFO("%s : copy state : %s\n", save, syserr2str(answer));
+    TRACE_INFO("%s : copy state : %s\n", save_function, syserr2str(answer));
     switch (answer) {
     case PROCD_CFG_ACTION_ACCEPTED:
-        TRACE_INFO("%s : copy is initiated\n", save);
+        TRACE_INFO("%s : copy is initiated\n", save_function);
         break;
     case PROCD_CFG_ACTION_DONE:
-        /* The launch writes the row back, and nobody is notified. */
+        /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_SUCCESSFUL;
         drop_save_request();
-        TRACE_INFO("%s : %s\n", save, "copy is done\n");
+        TRACE_INFO("%s : %s\n", save_function, "copy is done\n");
         break;
     default:
         note_refusal(entry);
@@ -247,7 +241,8 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
         const int error = errno;
         TRACE_ERROR("%s :  Unable to send message "
                     "IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION: %s (%d).\n",
-                    save, strerror(error), error);
+                    save_function, strerror(error), error);
+        /* KEPT: nobody is notified; the row status handler stores the row. */
         timestamp_now(&entry->xfCopyTimeCompleted);
         entry->xfCopyState = XF_STATE_FAILED;
         drop_save_request();
@@ -255,20 +250,24 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
     }
     struct ipcbus_message *const message = wait_for_answer(&result);
     if (message == nullptr) {
+        /* KEPT: a receive that failed, too: the end may still be told. */
         TRACE_INFO("%s : no response from procd (error id %x). may be copy is "
                    "progress\n",
-                   save, static_cast<unsigned>(result));
+                   save_function, static_cast<unsigned>(result));
         return 0;
     }
     const uint32_t opcode = ipcbus_opc_get(message);
     if (opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION) {
-        TRACE_INFO("%s: unknown message %d received, dropping.\n", save,
-                   static_cast<int>(opcode));
+        /* KEPT: it ends the wait all the same, with the row running. */
+        TRACE_INFO("%s: unknown message %d received, dropping.\n",
+                   save_function, static_cast<int>(opcode));
     } else {
-        const void *const payload = ipcbus_payload_get(message);
+        const uint8_t *const payload =
+            static_cast<const uint8_t *>(ipcbus_payload_get(message));
         /* An answer that says nothing is no success. */
-        note_answer(entry, payload != nullptr ? get_be32(payload)
-                                              : uint32_t{XF_ERR_FAILED});
+        note_answer(entry, payload != nullptr
+                               ? get_be32(payload + SAVE_ANSWER_RESULT)
+                               : uint32_t{XF_ERR_FAILED});
     }
     ipcbus_drop(ipcbus_response_q, message);
     return 0;
@@ -277,15 +276,16 @@ int32_t do_cp_runningtostartup(struct xfCopyEntry *entry) {
 /* ---- Messages ------------------------------------------------------------ */
 
 /* Handlers speak in the name of the callback that the agent called. */
-static const char callback[] = "handle_notifications";
+static const char callback_function[] = "handle_notifications";
 
 static void store_row(const struct xfCopyEntry *entry,
                       uint32_t collect_fabric_errors) {
     if (setXfCopyEntry(entry, collect_fabric_errors) != 0)
-        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n", callback,
-                    entry->xfCopyIndex);
+        TRACE_ERROR("ERROR  %s : Set to entry (index= %d) failed \n",
+                    callback_function, entry->xfCopyIndex);
 }
 
+/* KEPT: any row that waits will do; the message does not say which. */
 static void handle_copy_started(void) {
     struct xfCopyEntry row;
 
@@ -296,26 +296,27 @@ static void handle_copy_started(void) {
 }
 
 static void handle_copy_status(const struct ipcbus_message *message) {
-    const void *const payload = ipcbus_payload_get(message);
+    const uint8_t *const payload =
+        static_cast<const uint8_t *>(ipcbus_payload_get(message));
 
     if (payload == nullptr) {
-        TRACE_ERROR("%s: IPCBUS Payload NULL\n", callback);
+        TRACE_ERROR("%s: IPCBUS Payload NULL\n", callback_function);
         handle_copy_done(XF_FAIL_UNKNOWN);
         return;
     }
-    handle_copy_done(get_be32(payload));
+    handle_copy_done(get_be32(payload + COPY_STATUS_STATUS));
 }
 
 /* Marks a save as ended; tells whether to collect the fabric's errors. */
 static uint32_t note_save_end(struct xfCopyEntry *row, bool failed) {
     timestamp_now(&row->xfCopyTimeCompleted);
     if (failed) {
-        TRACE_INFO("%s: COPY failed\n", callback);
+        TRACE_INFO("%s: COPY failed\n", callback_function);
         row->xfCopyState = XF_STATE_FAILED;
         row->xfCopyFailCause = XF_FAIL_SAVE_FAILED;
         return row->xfCopyDestFileType == XF_FILE_FABRIC_STARTUP ? 1 : 0;
     }
-    TRACE_INFO("%s: COPY SUCCESSFULL trap enabled %d\n", callback,
+    TRACE_INFO("%s: COPY SUCCESSFULL trap enabled %d\n", callback_function,
                row->xfCopyNotificationOnCompletion == XF_TRUE ? 1 : 0);
     row->xfCopyState = XF_STATE_SUCCESSFUL;
     set_mgmt_conf_last_change_time_extended(2);
@@ -332,7 +333,7 @@ static netsnmp_variable_list *handle_save_end(bool failed, oid *oid_out,
         return nullptr;
     if (!is_running_to_startup(&row)) {
         TRACE_INFO("%s: copy run2start not initiated by us. ignore it\n",
-                   callback);
+                   callback_function);
         return nullptr;
     }
     const uint32_t collect_fabric_errors = note_save_end(&row, failed);
@@ -356,7 +357,10 @@ netsnmp_variable_list *handle_notifications(struct ipcbus_message *message,
         handle_copy_status(message);
         return nullptr;
     case IPCBUS_OPC_PROCD_COPY_RUN2START_DONE:
-        /* The caller says in the length how the save ended, 0 for well. */
+        /*
+         * KEPT: the caller says in the length how the save ended, 0 for well;
+         * the payload is the agent's to read.
+         */
         return handle_save_end(*oid_len_out != 0, oid_out, oid_len_out,
                                notify_out);
     default:
@@ -376,13 +380,17 @@ void handle_copy_done(uint32_t status) {
     } else {
         timestamp_now(&row.xfCopyTimeCompleted);
         row.xfCopyState = status != 0 ? XF_STATE_FAILED : XF_STATE_SUCCESSFUL;
+        /* KEPT: a cause after a success, too: it has no value for none. */
         row.xfCopyFailCause =
             status != 0 ? static_cast<int32_t>(status) : XF_FAIL_UNKNOWN;
         if (setXfCopyEntry(&row, 0) != 0)
             TRACE_ERROR("%s : Set to entry (index= %d) failed \n", __func__,
                         row.xfCopyIndex);
     }
-    /* Without a running row this is the last one of the table. */
+    /*
+     * KEPT: without a running row this is the last one of the table, which is
+     * notified of once more if it asks for that.
+     */
     notify_if_asked(&row);
 }
 
@@ -390,7 +398,7 @@ void handle_copy_failure(void) {
     handle_copy_done(XF_FAIL_UNKNOWN);
 }
 
-/* 1 as well: the copy's own message is what reports a success. */
+/* KEPT: 1 as well: the copy's own message is what reports a success. */
 void handle_copy_success(void) {
     handle_copy_done(XF_FAIL_UNKNOWN);
 }

@@ -6,6 +6,7 @@
 #include <net-snmp/agent/util_funcs/header_generic.h>
 
 #include "module_root.h"
+#include "platform/messages.h"
 
 /* Column OIDs below have 14 sub-identifiers: a root of 9, then 1.1.N.1.C. */
 static_assert(MODULE_ROOT_LENGTH == 9, "the variable table is built on it");
@@ -17,15 +18,16 @@ uint64_t start_cpu_cycles;
 
 struct config_copy_state module_state;
 
-#define COPY_COLUMN(magic, type, access, column)                               \
+#define COPY_COLUMN(column, type, access)                                      \
     {                                                                          \
-        magic, type, access, get_xfCopyTable, 5, {                             \
+        magic_of_column(column), type, access, get_xfCopyTable, 5, {           \
             1, 1, 1, 1, column                                                 \
         }                                                                      \
     }
-#define ERROR_COLUMN(magic, type, column)                                      \
+#define ERROR_COLUMN(column, type)                                             \
     {                                                                          \
-        magic, type, NETSNMP_OLDAPI_RONLY, get_xfCopyErrorTable, 5, {          \
+        magic_of_error_column(column), type, NETSNMP_OLDAPI_RONLY,             \
+            get_xfCopyErrorTable, 5, {                                         \
             1, 1, 2, 1, column                                                 \
         }                                                                      \
     }
@@ -33,27 +35,26 @@ struct config_copy_state module_state;
 #define RONLY NETSNMP_OLDAPI_RONLY
 
 struct variable7 config_copy_mib_variables[20] = {
-    COPY_COLUMN(4, ASN_INTEGER, RWRITE, 2),    /* xfCopyProtocol */
-    COPY_COLUMN(5, ASN_INTEGER, RWRITE, 3),    /* xfCopySourceFileType */
-    COPY_COLUMN(6, ASN_INTEGER, RWRITE, 4),    /* xfCopyDestFileType */
-    COPY_COLUMN(7, ASN_IPADDRESS, RWRITE, 5),  /* xfCopyServerAddress */
-    COPY_COLUMN(8, ASN_OCTET_STR, RWRITE, 6),  /* xfCopyFileName */
-    COPY_COLUMN(9, ASN_OCTET_STR, RWRITE, 7),  /* xfCopyUserName */
-    COPY_COLUMN(10, ASN_OCTET_STR, RWRITE, 8), /* xfCopyUserPassword */
-    COPY_COLUMN(11, ASN_INTEGER, RWRITE,
-                9), /* xfCopyNotificationOnCompletion */
-    COPY_COLUMN(12, ASN_INTEGER, RONLY, 10),    /* xfCopyState */
-    COPY_COLUMN(13, ASN_TIMETICKS, RONLY, 11),  /* xfCopyTimeStarted */
-    COPY_COLUMN(14, ASN_TIMETICKS, RONLY, 12),  /* xfCopyTimeCompleted */
-    COPY_COLUMN(15, ASN_INTEGER, RONLY, 13),    /* xfCopyFailCause */
-    COPY_COLUMN(16, ASN_INTEGER, RWRITE, 14),   /* xfCopyEntryRowStatus */
-    COPY_COLUMN(17, ASN_INTEGER, RWRITE, 15),   /* xfCopyServerAddressType */
-    COPY_COLUMN(18, ASN_OCTET_STR, RWRITE, 16), /* xfCopyServerAddressRev1 */
-    COPY_COLUMN(19, ASN_OCTET_STR, RWRITE, 17), /* xfCopyVRFName */
-    ERROR_COLUMN(25, ASN_INTEGER, 2),   /* xfCopyErrorDeviceAddressType */
-    ERROR_COLUMN(26, ASN_OCTET_STR, 3), /* xfCopyErrorDeviceAddress */
-    ERROR_COLUMN(27, ASN_OCTET_STR, 4), /* xfCopyErrorDeviceWwn */
-    ERROR_COLUMN(28, ASN_OCTET_STR, 5), /* xfCopyErrorDescription */
+    COPY_COLUMN(XF_COLUMN_PROTOCOL, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_SOURCE_FILE_TYPE, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_DEST_FILE_TYPE, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_SERVER_ADDRESS, ASN_IPADDRESS, RWRITE),
+    COPY_COLUMN(XF_COLUMN_FILE_NAME, ASN_OCTET_STR, RWRITE),
+    COPY_COLUMN(XF_COLUMN_USER_NAME, ASN_OCTET_STR, RWRITE),
+    COPY_COLUMN(XF_COLUMN_USER_PASSWORD, ASN_OCTET_STR, RWRITE),
+    COPY_COLUMN(XF_COLUMN_NOTIFICATION, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_STATE, ASN_INTEGER, RONLY),
+    COPY_COLUMN(XF_COLUMN_TIME_STARTED, ASN_TIMETICKS, RONLY),
+    COPY_COLUMN(XF_COLUMN_TIME_COMPLETED, ASN_TIMETICKS, RONLY),
+    COPY_COLUMN(XF_COLUMN_FAIL_CAUSE, ASN_INTEGER, RONLY),
+    COPY_COLUMN(XF_COLUMN_ROW_STATUS, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_SERVER_ADDRESS_TYPE, ASN_INTEGER, RWRITE),
+    COPY_COLUMN(XF_COLUMN_SERVER_ADDRESS_REV1, ASN_OCTET_STR, RWRITE),
+    COPY_COLUMN(XF_COLUMN_VRF_NAME, ASN_OCTET_STR, RWRITE),
+    ERROR_COLUMN(XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE, ASN_INTEGER),
+    ERROR_COLUMN(XF_ERROR_COLUMN_DEVICE_ADDRESS, ASN_OCTET_STR),
+    ERROR_COLUMN(XF_ERROR_COLUMN_DEVICE_WWN, ASN_OCTET_STR),
+    ERROR_COLUMN(XF_ERROR_COLUMN_DESCRIPTION, ASN_OCTET_STR),
 };
 
 static constexpr uint32_t subscribed_opcodes[] = {
@@ -95,7 +96,12 @@ void init_config_copy_mib(void) {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, 9, xf_handle_starttime_change,
                            nullptr);
 
-    /* Both are tried: deinit destroys both. */
+    /*
+     * Both are tried: deinit destroys both.
+     *
+     * KEPT: without them the start-time callback stays registered; it finds no
+     * rows.
+     */
     const bool undo_list = create_request_list(&module_state.undo_list);
     const bool second_list = create_request_list(&module_state.second_list);
     if (!undo_list || !second_list) {
@@ -107,8 +113,8 @@ void init_config_copy_mib(void) {
 }
 
 /*
- * Rows, error rows, the age-out alarm and the start-time callback stay: the
- * rows outlive a reload of the agent's modules.
+ * KEPT: rows, error rows, the age-out alarm and the start-time callback stay:
+ * the rows outlive a reload of the agent's modules.
  */
 void deinit_config_copy_mib(void) {
     unregister_mib(config_copy_mib_variables_oid, 9);

@@ -35,6 +35,50 @@
 #include "platform/ordset.h"
 #include "platform/trc.h"
 
+/* ---- Columns --------------------------------------------------------------
+ */
+
+/*
+ * Sub-identifiers of the columns that are registered. Column 1 of xfCopyTable,
+ * and the two indexes of xfCopyErrorTable, cannot be read.
+ */
+enum {
+    XF_COLUMN_PROTOCOL = 2,
+    XF_COLUMN_SOURCE_FILE_TYPE = 3,
+    XF_COLUMN_DEST_FILE_TYPE = 4,
+    XF_COLUMN_SERVER_ADDRESS = 5,
+    XF_COLUMN_FILE_NAME = 6,
+    XF_COLUMN_USER_NAME = 7,
+    XF_COLUMN_USER_PASSWORD = 8,
+    XF_COLUMN_NOTIFICATION = 9,
+    XF_COLUMN_STATE = 10,
+    XF_COLUMN_TIME_STARTED = 11,
+    XF_COLUMN_TIME_COMPLETED = 12,
+    XF_COLUMN_FAIL_CAUSE = 13,
+    XF_COLUMN_ROW_STATUS = 14,
+    XF_COLUMN_SERVER_ADDRESS_TYPE = 15,
+    XF_COLUMN_SERVER_ADDRESS_REV1 = 16,
+    XF_COLUMN_VRF_NAME = 17
+};
+enum {
+    XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE = 2,
+    XF_ERROR_COLUMN_DEVICE_ADDRESS = 3,
+    XF_ERROR_COLUMN_DEVICE_WWN = 4,
+    XF_ERROR_COLUMN_DESCRIPTION = 5
+};
+
+/*
+ * The variable table tells the read handlers by a magic number which column
+ * they are called for: these, one after the other in the order of the columns.
+ */
+enum { XF_FIRST_MAGIC = 4, XF_FIRST_ERROR_MAGIC = 25 };
+constexpr int magic_of_column(int column) {
+    return XF_FIRST_MAGIC + column - XF_COLUMN_PROTOCOL;
+}
+constexpr int magic_of_error_column(int column) {
+    return XF_FIRST_ERROR_MAGIC + column - XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE;
+}
+
 /* ---- Values of the columns ---------------------------------------------- */
 
 /* Protocols. */
@@ -119,7 +163,8 @@ struct xf_timestamp {
 /*
  * One copy request: a row of xfCopyTable. Flat, without pointers: it is copied
  * whole between the table, the handlers and the copy child. Strings end with a
- * NUL; a field that accepts n octets has room for n + 1.
+ * NUL: a name or password has room for the most octets that its column accepts
+ * and the NUL, the server address for the text of any address.
  */
 struct xfCopyEntry {
     int32_t xfCopyIndex;
@@ -137,7 +182,7 @@ struct xfCopyEntry {
     struct xf_timestamp xfCopyTimeStarted;
     struct xf_timestamp xfCopyTimeCompleted;
     int32_t xfCopyFailCause;
-    int32_t rowCreatedByRequest; /* the creating request reached RESERVE2 */
+    int32_t rowCreatedByRequest; /* a row-status write reached RESERVE2 */
     int32_t xfCopyEntryRowStatus;
     int32_t xfCopyServerAddressType;
     char xfCopyServerAddressRev1[64]; /* as text */
@@ -198,9 +243,10 @@ PLATFORM_FIELD_AT(xfCopyErrorEntry, xfCopyErrorDescription, 149);
 #define XF_NOTIFICATION_VARBINDS 7
 
 /*
- * Old value of a column between RESERVE2 and FREE. One slot for each column,
- * not for each row: a request that sets a column of two rows keeps the later
- * row's value only.
+ * Old value of a column between RESERVE2 and FREE.
+ *
+ * KEPT: one slot for each column, not for each row: of a request that sets a
+ * column of two rows, FREE restores the later one only. Managers set one row.
  */
 template <typename Value> struct save_slot {
     uint32_t saved;
@@ -218,13 +264,20 @@ struct config_copy_state {
     struct ordset *copy_table;
     struct ordset *error_table;
     struct ordset *undo_list;
-    struct ordset *second_list; /* made and destroyed, never used */
+    /* KEPT: made and destroyed, never used; init stops without it all the same.
+     */
+    struct ordset *second_list;
 
-    /* Save slots of the column handlers. */
+    /*
+     * Save slots of the column handlers.
+     *
+     * KEPT: those of user name, password and VRF name have no room for the NUL
+     * behind the longest value: FREE restores that without its last character.
+     */
     struct save_slot<int32_t> protocol;
     struct save_slot<int32_t> source_file_type;
     struct save_slot<int32_t> dest_file_type;
-    struct save_slot<int32_t> server_address; /* the flag only */
+    struct save_slot<int32_t> server_address; /* KEPT: the flag only */
     struct save_slot<char[256]> file_name;
     struct save_slot<char[41]> user_name;
     struct save_slot<char[41]> user_password;
@@ -349,7 +402,11 @@ extern uint64_t start_cpu_cycles;      /* when the wait for a save began */
 void init_config_copy_mib(void);
 void deinit_config_copy_mib(void);
 
-/* Classic scalar read handler; accepts requests but has no value. */
+/*
+ * Classic scalar read handler; accepts requests but has no value.
+ *
+ * KEPT: no variable of the table uses it; it is an export of the module.
+ */
 u_char *get_config_copy_mib(struct variable *vp, oid *name, size_t *length,
                             int exact, size_t *var_len,
                             WriteMethod **write_method);
@@ -400,7 +457,12 @@ int xfCopyEntry_comp_func(const void *a, const void *b);
  */
 int32_t get_config_entry_with_status(int32_t state, struct xfCopyEntry *buffer);
 
-/* 1 if a row is running or a copy child is, else 0. */
+/*
+ * 1 if a row is running or a copy child is, else 0.
+ *
+ * KEPT: a running save counts by its row alone: one whose row was destroyed
+ * does not hold the next copy up.
+ */
 int32_t copy_inprogress(void);
 
 /* Read handler of xfCopyTable; the value lasts until the next call. */
@@ -449,6 +511,8 @@ WriteMethod set_xfCopyEntryRowStatus;
  * Tells whether a request is complete: 1, or 0 with *error_status an SNMP error
  * or 0. What is missing is an error when `mode` is active (1); otherwise it
  * makes the row notReady.
+ *
+ * KEPT: every rule is looked at, and the last that fails decides the error.
  */
 int32_t validate_entry(struct xfCopyEntry *entry, int32_t *error_status,
                        int32_t mode);
@@ -456,6 +520,9 @@ int32_t validate_entry(struct xfCopyEntry *entry, int32_t *error_status,
 /*
  * Validates the caller's private copy and starts its copy. Returns 0, also if
  * there was nothing to start; otherwise an SNMP error.
+ *
+ * KEPT: 0 as well for a row that validation made notReady, and for a save that
+ * could not be asked for or was refused: the row tells.
  */
 int32_t validate_n_start_copy(struct xfCopyEntry *entry, int32_t row_status);
 
@@ -482,14 +549,20 @@ int32_t do_nw_upload_download_on_storage_pod(uint32_t direction,
 /* Fail cause of a (negative) result of the TFTP library. */
 int32_t tftperr2miberr(int32_t err);
 
-/* Sends the copy status message to the agent; the result is of no use. */
+/*
+ * Sends the copy status message to the agent; the result is of no use.
+ *
+ * KEPT: after ten handles that could not be bound it gives up; the row stays
+ * running unless the platform notices that the child is gone.
+ */
 int32_t send_status_2_parent(uint32_t status);
 
 /* -- End of a copy -- */
 
 /*
  * Has the system manager save the running configuration and notes its answer in
- * *entry. Blocks for up to 899 seconds. Returns 0; XF_ERR_REQUEST_NOT_SENT.
+ * *entry. Blocks for up to 899 seconds and one heartbeat. Returns 0;
+ * XF_ERR_REQUEST_NOT_SENT.
  */
 int32_t do_cp_runningtostartup(struct xfCopyEntry *entry);
 
@@ -501,7 +574,11 @@ netsnmp_variable_list *handle_notifications(struct ipcbus_message *message,
 /* The copy child is done: 0 or a fail cause. */
 void handle_copy_done(uint32_t status);
 
-/* Both end the running copy as failed for an unknown cause. */
+/*
+ * Both end the running copy as failed for an unknown cause.
+ *
+ * KEPT: nothing calls them; they are exports of the module.
+ */
 void handle_copy_failure(void);
 void handle_copy_success(void);
 
@@ -518,7 +595,11 @@ netsnmp_variable_list *build_notification(const struct xfCopyEntry *entry,
 /* Order of error rows, in the sign convention of ordset; -1 for a NULL. */
 int xfCopyErrorEntry_comp_func(const void *a, const void *b);
 
-/* A comparison by which everything is equal. */
+/*
+ * A comparison by which everything is equal.
+ *
+ * KEPT: nothing calls it; it is an export of the module.
+ */
 int search_all_cmp(const void *a, const void *b);
 
 /*
@@ -533,11 +614,19 @@ int32_t addXfCopyErrorEntry(const struct xfCopyEntry *copy_entry,
 int32_t getXfCopyErrorEntry(struct xfCopyErrorEntry *buffer);
 int32_t getnextXfCopyErrorEntry(struct xfCopyErrorEntry *buffer);
 
-/* Deletes the error rows of a copy. Returns 0. */
+/*
+ * Deletes the error rows of a copy. Returns 0.
+ *
+ * KEPT: a row of device index 0 or below stays; devices are numbered from 1.
+ */
 int32_t deleteXfCopyErrorEntries(const struct xfCopyEntry *copy_entry);
 
-/* First error row of the table, if there is a copy row above
- * buffer->xfCopyIndex. Returns 0 or XF_ERR_NO_ENTRY. */
+/*
+ * First error row of the table, if there is a copy row above
+ * buffer->xfCopyIndex. Returns 0 or XF_ERR_NO_ENTRY.
+ *
+ * KEPT: nothing calls it; it is an export of the module.
+ */
 int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer);
 
 /* Read handler of xfCopyErrorTable; the value lasts until the next call. */

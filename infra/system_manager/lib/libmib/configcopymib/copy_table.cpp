@@ -74,6 +74,7 @@ void debug_log(const char *format, ...) {
     va_start(arguments, format);
     vfprintf(log, format, arguments);
     va_end(arguments);
+    /* KEPT: most records end with a newline of their own: a blank line each. */
     fputc('\n', log);
     fflush(log);
 }
@@ -168,6 +169,7 @@ int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
     if (ordset_size(*table) != 0)
         return ordset_add(*table, entry, entry) == entry ? 0 : XF_ERR_FAILED;
 
+    /* KEPT: its result is not looked at: adding to no set fails as well. */
     ordset_create(table, 1, 1, xfCopyEntry_comp_func, 1);
     if (ordset_add(*table, entry, entry) == nullptr)
         return XF_ERR_FAILED;
@@ -205,6 +207,7 @@ int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
 
     if (ordset_size(*table) == 0)
         return XF_ERR_FAILED;
+    /* KEPT: they go even if there turns out to be no such row. */
     deleteXfCopyErrorEntries(entry);
     struct xfCopyEntry *const removed =
         static_cast<struct xfCopyEntry *>(ordset_remove(*table, entry));
@@ -238,7 +241,7 @@ int32_t copy_inprogress(void) {
 
 /* ---- Read handler -------------------------------------------------------- */
 
-/* Write methods by magic number, from 4 on; NULL for read-only columns. */
+/* Write methods by column; NULL for the columns that are only read. */
 static WriteMethod *const write_methods[] = {
     set_xfCopyProtocol,
     set_xfCopySourceFileType,
@@ -257,17 +260,16 @@ static WriteMethod *const write_methods[] = {
     set_xfCopyServerAddressRev1,
     set_xfCopyVRFName,
 };
-static constexpr int first_magic = 4;
-static constexpr int last_magic = 19;
+static constexpr int last_magic = magic_of_column(XF_COLUMN_VRF_NAME);
 static_assert(sizeof(write_methods) / sizeof(write_methods[0]) ==
-                  last_magic - first_magic + 1,
+                  last_magic - XF_FIRST_MAGIC + 1,
               "one for each column");
 
 void set_xfCopyTable_setmethods(int magic, WriteMethod **write_method) {
-    if (magic < first_magic || magic > last_magic)
+    if (magic < XF_FIRST_MAGIC || magic > last_magic)
         return;
-    if (write_methods[magic - first_magic] != nullptr)
-        *write_method = write_methods[magic - first_magic];
+    if (write_methods[magic - XF_FIRST_MAGIC] != nullptr)
+        *write_method = write_methods[magic - XF_FIRST_MAGIC];
 }
 
 int32_t parse_copy_index(const oid *column, size_t column_len, const oid *name,
@@ -292,6 +294,7 @@ static int32_t find_copy_instance(const struct variable *vp, oid *name,
                                   struct xfCopyEntry *row) {
     const size_t column_len = vp->namelen;
 
+    /* KEPT: a length that is not right leaves index 0, which no row has. */
     parse_copy_index(vp->name, column_len, name, *length, exact,
                      &row->xfCopyIndex);
     const int32_t status =
@@ -359,39 +362,39 @@ u_char *get_xfCopyTable(struct variable *vp, oid *name, size_t *length,
         return nullptr;
 
     switch (vp->magic) {
-    case 4:
+    case magic_of_column(XF_COLUMN_PROTOCOL):
         return integer_value(&row->xfCopyProtocol, var_len);
-    case 5:
+    case magic_of_column(XF_COLUMN_SOURCE_FILE_TYPE):
         return integer_value(&row->xfCopySourceFileType, var_len);
-    case 6:
+    case magic_of_column(XF_COLUMN_DEST_FILE_TYPE):
         return integer_value(&row->xfCopyDestFileType, var_len);
-    case 7:
+    case magic_of_column(XF_COLUMN_SERVER_ADDRESS):
         return address_value(row->xfCopyServerAddressRev1, true, var_len);
-    case 8:
+    case magic_of_column(XF_COLUMN_FILE_NAME):
         return text_value(row->xfCopyFileName, var_len);
-    case 9:
+    case magic_of_column(XF_COLUMN_USER_NAME):
         return text_value(row->xfCopyUserName, var_len);
-    case 10:
-        return text_value(no_password, var_len);
-    case 11:
+    case magic_of_column(XF_COLUMN_USER_PASSWORD):
+        return text_value(no_password, var_len); /* KEPT: never read back */
+    case magic_of_column(XF_COLUMN_NOTIFICATION):
         return integer_value(&row->xfCopyNotificationOnCompletion, var_len);
-    case 12:
+    case magic_of_column(XF_COLUMN_STATE):
         return integer_value(&row->xfCopyState, var_len);
-    case 13:
+    case magic_of_column(XF_COLUMN_TIME_STARTED):
         return ticks_value(&row->xfCopyTimeStarted, var_len);
-    case 14:
+    case magic_of_column(XF_COLUMN_TIME_COMPLETED):
         return ticks_value(&row->xfCopyTimeCompleted, var_len);
-    case 15:
+    case magic_of_column(XF_COLUMN_FAIL_CAUSE):
         return integer_value(&row->xfCopyFailCause, var_len);
-    case 16:
+    case magic_of_column(XF_COLUMN_ROW_STATUS):
         return integer_value(&row->xfCopyEntryRowStatus, var_len);
-    case 17:
+    case magic_of_column(XF_COLUMN_SERVER_ADDRESS_TYPE):
         return integer_value(&row->xfCopyServerAddressType, var_len);
-    case 18:
+    case magic_of_column(XF_COLUMN_SERVER_ADDRESS_REV1):
         return address_value(row->xfCopyServerAddressRev1, false, var_len);
-    case 19:
+    case magic_of_column(XF_COLUMN_VRF_NAME):
         return text_value(row->xfCopyVRFName, var_len);
-    default:
+    default: /* KEPT: no such variable is registered */
         snmp_set_detail("");
         return nullptr;
     }

@@ -17,6 +17,7 @@
 #include "platform/accounting.h"
 #include "platform/errlog.h"
 #include "platform/hwinfo.h"
+#include "platform/messages.h"
 #include "platform/procd.h"
 #include "platform/program_runner.h"
 #include "platform/qsh.h"
@@ -38,7 +39,10 @@ int32_t start_copy(struct xfCopyEntry *entry) {
                    static_cast<int>(getpid()));
         _exit(0);
     }
-    /* A fork that failed counts too, until a status message comes. */
+    /*
+     * KEPT: a fork that failed counts as one that ran, and the row as running,
+     * until a status message comes; the platform sends one for it.
+     */
     module_state.copyChildRunning = 1;
     TRACE_INFO("%s : Created the process to copy with pid = %d\n", __func__,
                module_state.copy_child_pid);
@@ -48,12 +52,14 @@ int32_t start_copy(struct xfCopyEntry *entry) {
 int32_t handle_abort(const struct xfCopyEntry *entry) {
     static const struct ipcbus_address procd = {IPCBUS_NODE_LOCAL,
                                                 IPCBUS_SAP_PROCD};
-    uint8_t payload[8] = {}; /* the token, then zero */
+    uint8_t payload[SAVE_ABORT_SIZE] = {};
 
     if (entry->xfCopyState != XF_STATE_RUNNING || !is_running_to_startup(entry))
         return 0;
     TRACE_INFO("Sending request to procd to abort the copy running to startup");
-    put_be32(payload, ipcbus_rr_token_get(module_state.save_request));
+    put_be32(payload + SAVE_ABORT_TOKEN,
+             ipcbus_rr_token_get(module_state.save_request));
+    /* KEPT: the result is not looked at: the row goes in any case. */
     ipcbus_send(ipcbus_response_q, &procd, IPCBUS_OPC_PROCD_COPY_ABORT, payload,
                 sizeof(payload), 0, 0, nullptr);
     ipcbus_drop(ipcbus_response_q, module_state.save_request);
@@ -67,9 +73,10 @@ int32_t send_status_2_parent(uint32_t status) {
     static const struct ipcbus_address agent = {IPCBUS_NODE_LOCAL,
                                                 IPCBUS_SAP_SNMP_AGENT};
     ipcbus_handle handle = nullptr;
-    uint8_t payload[4];
+    uint8_t payload[COPY_STATUS_SIZE];
     int attempts = 0;
 
+    /* KEPT: as an error, a success too: it is what is looked for first. */
     TRACE_ERROR("%s: status is %d\n", __func__, static_cast<int>(status));
     for (;;) {
         const int bound = ipcbus_bind(IPCBUS_KIND_DATAGRAM, IPCBUS_SAP_ANY,
@@ -78,13 +85,13 @@ int32_t send_status_2_parent(uint32_t status) {
             break;
         const int error = errno;
         TRACE_ERROR("%s: ipcbus_bind failed. errno %d\n", __func__, error);
-        sleep(2);
+        sleep(2); /* KEPT: behind the last attempt, too */
         if (++attempts == 10) {
             TRACE_ERROR("%s: ipcbus_bind failed. errno %d\n", __func__, error);
             return bound;
         }
     }
-    put_be32(payload, status);
+    put_be32(payload + COPY_STATUS_STATUS, status);
     if (ipcbus_send(handle, &agent, IPCBUS_OPC_CONFIG_COPY_STATUS, payload,
                     sizeof(payload), 0, 0, nullptr) != 0) {
         const int error = errno;
@@ -98,7 +105,7 @@ int32_t send_status_2_parent(uint32_t status) {
 #define XF_PATH_SIZE 256
 
 /* The steps below speak in the name of the function that the child runs. */
-static const char worker[] = "copy_function";
+static const char worker_function[] = "copy_function";
 
 /* Where the remote file name points: the file, and the directory it is in. */
 struct file_place {
@@ -115,6 +122,7 @@ static const char *after_last(const char *text, int separator) {
 static void split_file_name(const char *name, struct file_place *place) {
     const char *local = after_last(name, '/');
 
+    /* KEPT: a backslash separates only where no slash does. */
     if (local == nullptr)
         local = after_last(name, '\\');
     if (local == nullptr)
@@ -123,10 +131,11 @@ static void split_file_name(const char *name, struct file_place *place) {
     copy_text(place->directory, sizeof(place->directory), ".");
     if (name[0] != '/')
         return;
+    /* KEPT: the directory is traced and handed on; no transfer uses it. */
     const size_t directory_length = strlen(name) - 1 - strlen(local);
     if (directory_length > 0)
         copy_text(place->directory, directory_length + 1, name);
-    TRACE_INFO("%s : Retrieved the Directory name = %s\n", worker,
+    TRACE_INFO("%s : Retrieved the Directory name = %s\n", worker_function,
                place->directory);
 }
 
@@ -141,11 +150,11 @@ static void read_working_directory(char *directory, size_t size) {
 
 /* Result of applying a configuration as a fail cause. */
 static uint32_t apply_fail_cause(int result) {
-    switch (static_cast<uint32_t>(result) ^ 0x40540000u) {
-    case 2:
+    switch (static_cast<uint32_t>(result)) {
+    case QSH_ERR_CFG_EMPTY:
         return XF_FAIL_NO_CONFIG;
-    case 1:
-    case 3:
+    case QSH_ERR_CFG_LINES_REFUSED:
+    case QSH_ERR_CFG_LINES_SKIPPED:
         return XF_FAIL_SOME_CONFIG_APPLY_FAILED;
     default:
         return XF_FAIL_UNKNOWN;
@@ -173,23 +182,29 @@ static bool bind_requests(ipcbus_handle *handle) {
 /* -- From the network -- */
 
 static uint32_t apply_downloaded(const char *path) {
-    TRACE_INFO("%s : File to be executed  %s\n", worker, path);
+    TRACE_INFO("%s : File to be executed  %s\n", worker_function, path);
     const int result = apply_configuration(path);
-    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-               result);
-    fprintf(stderr, "%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-            result);
+    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n",
+               worker_function, result);
+    fprintf(stderr, "%s : Return from qsh_execute_cfg_file2 is %d\n",
+            worker_function, result);
     if (result == 0) {
         unlink(path);
         return 0;
     }
     TRACE_ERROR("%s : qsh_execute_cfg_file2 : Copy from n/w to running failed "
                 "(ret_code = %d) : %s\n",
-                worker, result, syserr_format(static_cast<uint32_t>(result)));
+                worker_function, result,
+                syserr_format(static_cast<uint32_t>(result)));
     unlink(path);
     return apply_fail_cause(result);
 }
 
+/*
+ * KEPT: validation refuses a copy from the network to the startup
+ * configuration; for rows that come here all the same. The file stays as
+ * "system.cfg".
+ */
 static uint32_t save_downloaded(const char *local_name) {
     char directory[XF_PATH_SIZE];
     char path[XF_PATH_SIZE + sizeof("/system.cfg")];
@@ -201,13 +216,13 @@ static uint32_t save_downloaded(const char *local_name) {
     }
     read_working_directory(directory, sizeof(directory));
     format_text(path, sizeof(path), "%s%s%s", directory, "/", "system.cfg");
-    TRACE_INFO("%s : File to copy to startup is %s\n", worker, path);
+    TRACE_INFO("%s : File to copy to startup is %s\n", worker_function, path);
     if (!bind_requests(&handle))
         return XF_FAIL_UNKNOWN;
     const int result = procd_cli_write_ascii_cfg(handle, path);
     if (result != 0)
         TRACE_ERROR("%s : Error copying file into startup (ret_code = %d: %s\n",
-                    worker, result,
+                    worker_function, result,
                     syserr_format(static_cast<uint32_t>(result)));
     ipcbus_unbind(handle, 0);
     return result == 0 ? 0 : XF_FAIL_UNKNOWN;
@@ -224,34 +239,39 @@ static uint32_t copy_from_network(struct xfCopyEntry *entry,
     if (cause != 0) {
         TRACE_ERROR("%s : Download of file %s from n/w server failed. "
                     "(error = %d) \n",
-                    worker, entry->xfCopyFileName, cause);
+                    worker_function, entry->xfCopyFileName, cause);
         return static_cast<uint32_t>(cause);
     }
     read_working_directory(place->directory, sizeof(place->directory));
     format_text(path, sizeof(path), "%s/%s", place->directory,
                 place->local_name);
-    fprintf(stderr, "%s : dir %s\n", worker, place->directory);
-    fprintf(stderr, "%s : full filename %s\n", worker, path);
+    fprintf(stderr, "%s : dir %s\n", worker_function, place->directory);
+    fprintf(stderr, "%s : full filename %s\n", worker_function, path);
     switch (entry->xfCopyDestFileType) {
     case XF_FILE_RUNNING:
         return apply_downloaded(path);
     case XF_FILE_STARTUP:
         return save_downloaded(place->local_name);
-    default:
+    default: /* KEPT: a file type that is none is downloaded and left there */
         return 0;
     }
 }
 
 /* -- To the network -- */
 
-/* Names the startup configuration as the file to send; false if it cannot. */
+/*
+ * Names the stored startup configuration in the row and the trace.
+ *
+ * KEPT: what is sent is the one that the shell shows: stage_configuration names
+ * that file instead. False if there is no handle to ask on.
+ */
 static bool locate_startup(struct xfCopyEntry *entry) {
     ipcbus_handle handle = nullptr;
 
     if (!bind_requests(&handle))
         return false;
     const char *const directory = procd_cli_dir_get(handle, 2);
-    TRACE_INFO("%s : Copying startup (dir = %s) to network\n", worker,
+    TRACE_INFO("%s : Copying startup (dir = %s) to network\n", worker_function,
                directory);
     format_text(entry->xfCopySrcFileName, sizeof(entry->xfCopySrcFileName),
                 "%s/%s", directory, "system.cfg");
@@ -267,7 +287,8 @@ static int show_into(FILE *file, const char *command) {
         static_cast<char *>(nullptr));
 
     signal(SIGCHLD, action);
-    TRACE_INFO("%s : ret val = 0x%x\n", worker, static_cast<unsigned>(status));
+    TRACE_INFO("%s : ret val = 0x%x\n", worker_function,
+               static_cast<unsigned>(status));
     fflush(file);
     fclose(file);
     return status;
@@ -304,26 +325,30 @@ static bool stage_configuration(struct xfCopyEntry *entry,
         const int error = errno;
         static const char text[] = "%s : could not open %s, errno = 0x%x\n";
 
-        fprintf(stderr, text, worker, place->local_name,
+        fprintf(stderr, text, worker_function, place->local_name,
                 static_cast<unsigned>(error));
-        TRACE_INFO(text, worker, place->local_name,
+        TRACE_INFO(text, worker_function, place->local_name,
                    static_cast<unsigned>(error));
         return false;
     }
     const int status = show_into(file, shown->command);
     if (status != 0) {
-        TRACE_ERROR(shown->failure_trace, worker,
+        TRACE_ERROR(shown->failure_trace, worker_function,
                     static_cast<unsigned>(status));
         return false;
     }
     read_working_directory(place->directory, sizeof(place->directory));
     format_text(entry->xfCopySrcFileName, sizeof(entry->xfCopySrcFileName),
                 "%s/%s", place->directory, place->local_name);
-    DEBUG_LOG_AS(worker, shown->debug_text, entry->xfCopySrcFileName);
+    DEBUG_LOG_AS(worker_function, shown->debug_text, entry->xfCopySrcFileName);
     return true;
 }
 
-/* Prepares the file to send; false if there is none. */
+/*
+ * Prepares the file to send; false if there is none.
+ *
+ * KEPT: where the shell failed, what it has shown so far stays in the file.
+ */
 static bool stage_upload(struct xfCopyEntry *entry, struct file_place *place,
                          ipcbus_handle handle) {
     switch (entry->xfCopySourceFileType) {
@@ -333,11 +358,11 @@ static bool stage_upload(struct xfCopyEntry *entry, struct file_place *place,
     case XF_FILE_RUNNING:
         if (!stage_configuration(entry, place, &shown_running))
             return false;
-        TRACE_INFO("%s : notifiy copy running <file> done\n", worker);
+        TRACE_INFO("%s : notifiy copy running <file> done\n", worker_function);
         qsh_notify_cfg_update(handle, 1, 2, 3);
         ipcbus_unbind(handle, 0);
         return true;
-    default:
+    default: /* KEPT: 6, 7 or a type that is none: its path is empty */
         return true;
     }
 }
@@ -348,6 +373,10 @@ static uint32_t copy_to_network(struct xfCopyEntry *entry,
                         entry->xfCopySourceFileType == XF_FILE_RUNNING;
     ipcbus_handle handle = nullptr;
 
+    /*
+     * KEPT: bound for each upload and given back only by that of the running
+     * configuration; the end of the child takes care of the others.
+     */
     if (!bind_requests(&handle))
         return XF_FAIL_UNKNOWN;
     if (!stage_upload(entry, place, handle))
@@ -355,10 +384,10 @@ static uint32_t copy_to_network(struct xfCopyEntry *entry,
     const int32_t cause =
         do_nw_upload_download(XF_UPLOAD, place->directory, entry);
     if (cause != 0)
-        TRACE_ERROR("%s : Upload to n/w failed with code = %d \n", worker,
-                    cause);
+        TRACE_ERROR("%s : Upload to n/w failed with code = %d \n",
+                    worker_function, cause);
     else
-        TRACE_INFO("%s : Copying done with SUCCESS\n", worker);
+        TRACE_INFO("%s : Copying done with SUCCESS\n", worker_function);
     if (staged)
         unlink(entry->xfCopySrcFileName);
     return static_cast<uint32_t>(cause);
@@ -374,18 +403,19 @@ static uint32_t copy_startup_to_running(void) {
         return XF_FAIL_UNKNOWN;
     format_text(path, sizeof(path), "%s/%s", procd_cli_dir_get(handle, 2),
                 "system.cfg");
-    TRACE_INFO("%s : Copying startup (file = %s) to running\n", worker, path);
+    TRACE_INFO("%s : Copying startup (file = %s) to running\n", worker_function,
+               path);
     const int result = apply_configuration(path);
-    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n", worker,
-               result);
+    TRACE_INFO("%s : Return from qsh_execute_cfg_file2 is %d\n",
+               worker_function, result);
     if (result == 0) {
-        TRACE_INFO("%s : Copying done with SUCCESS\n", worker);
-        TRACE_INFO("%s : notifiy copy start running done\n", worker);
+        TRACE_INFO("%s : Copying done with SUCCESS\n", worker_function);
+        TRACE_INFO("%s : notifiy copy start running done\n", worker_function);
         qsh_notify_cfg_update(handle, 1, 1, 3);
     } else {
         TRACE_ERROR("%s : qsh_execute_cfg_file2 : Copy from startup (file = %s)"
                     " to running failed (ret_code = %d) : %s.\n",
-                    worker, path, result,
+                    worker_function, path, result,
                     syserr_format(static_cast<uint32_t>(result)));
     }
     ipcbus_unbind(handle, 0);
@@ -403,7 +433,7 @@ static uint32_t copy_by_file_types(struct xfCopyEntry *entry,
         return copy_to_network(entry, place);
     if (source == XF_FILE_STARTUP && dest == XF_FILE_RUNNING)
         return copy_startup_to_running();
-    return 0;
+    return 0; /* KEPT: the launch forks no child for other pairs */
 }
 
 void copy_function(struct xfCopyEntry *entry) {
@@ -488,7 +518,7 @@ static const struct program_texts vrf_texts[PROGRAM_COUNT] = {
      "%s : Return code from scp.expect is  %d\n"},
 };
 
-/* Their blanks differ from those above, here and there. */
+/* KEPT: their blanks differ from those above: logs are searched for them. */
 static const struct program_texts storage_pod_texts[PROGRAM_COUNT] = {
     {"%s: FTP_PUT add %s xfCopySrcFileName %s xfCopyFileName %s "
      "xfCopyUserName %s xfCopyUserPassword %s ret_code 0x%x\n",
@@ -514,16 +544,24 @@ struct transfer {
     char command[COMMAND_TEXT_SIZE + OUTCOME_SIZE];
 };
 
-/* Protocol error or errno as a fail cause. */
+/*
+ * Protocol error or errno as a fail cause.
+ *
+ * KEPT: one table for both, so that errno 3 counts as a full disk and ENOSPC as
+ * unknown.
+ */
 static int32_t fail_cause(uint32_t error) {
+    static_assert(ENETUNREACH == 101 && ETIMEDOUT == 110,
+                  "the library's results have Linux's numbers");
+
     switch (error) {
-    case 3:
+    case TFTP_CODE_DISK_FULL:
         return XF_FAIL_NO_MEMORY;
-    case 1:
-    case 2:
+    case TFTP_CODE_NOT_FOUND:
+    case TFTP_CODE_ACCESS_VIOLATION:
         return XF_FAIL_BAD_FILE_NAME;
-    case 101:
-    case 110:
+    case ENETUNREACH:
+    case ETIMEDOUT:
         return XF_FAIL_TIMEOUT;
     default:
         return XF_FAIL_UNKNOWN;
@@ -533,7 +571,8 @@ static int32_t fail_cause(uint32_t error) {
 int32_t tftperr2miberr(int32_t err) {
     const uint32_t positive = 0u - static_cast<uint32_t>(err);
 
-    return fail_cause(err > -101 ? positive : positive - 100);
+    return fail_cause(err >= -TFTP_LARGEST_CODE ? positive
+                                                : positive - TFTP_LARGEST_CODE);
 }
 
 /* What the accounting calls the side of the copy that is not the server. */
@@ -569,9 +608,10 @@ static void append_vrf(struct transfer *transfer) {
 }
 
 /*
- * The accounting text: "copy", source, destination. No separator stands between
- * the server (with its port, for TFTP) and the name; a download names the local
- * path there.
+ * The accounting text: "copy", source, destination.
+ *
+ * KEPT: no separator stands between the server (with its port, for TFTP) and
+ * the name, and a download names the local path there: accounting is parsed so.
  */
 static void describe(struct transfer *transfer, const char *scheme,
                      const char *user, const char *at, const char *port) {
@@ -687,8 +727,8 @@ static int exit_code_of(int status) {
 /* -- TFTP by the program, in the other two -- */
 
 /*
- * The names stand between double quotes without escapes: what they do to the
- * shell is for the platform to know.
+ * KEPT: the names stand between double quotes without escapes: what they do to
+ * the shell is for the platform to know.
  */
 static int32_t transfer_by_tftp_program(struct transfer *transfer) {
     const struct setting *const setting = transfer->setting;
@@ -709,6 +749,7 @@ static int32_t transfer_by_tftp_program(struct transfer *transfer) {
     const int status = system(program);
     const int error = errno;
     signal(SIGCHLD, action);
+    /* KEPT: accounting goes by the exit code, the result by all of status. */
     account_transfer(transfer, exit_code_of(status) == 0);
     if (status == -1)
         return fail_cause(static_cast<uint32_t>(error));
@@ -817,8 +858,10 @@ static int run_program(const struct program_run *run) {
 }
 
 /*
- * One line on standard error for each run. The password in it is wanted: this
- * is where an operator looks when a server refuses a login.
+ * One line on standard error for each run.
+ *
+ * KEPT: the password in it: this is where an operator looks when a server
+ * refuses a login.
  */
 static void print_run(const struct transfer *transfer, int program,
                       const struct program_run *run, int status) {
@@ -875,7 +918,7 @@ static int32_t transfer_by_script(struct transfer *transfer, int program) {
              transfer->entry->xfCopyUserName, "@", "");
     const int status = run_program(&run);
     print_run(transfer, program, &run, status);
-    /* Only the exit code counts, not the signal that may have ended it. */
+    /* KEPT: only the exit code counts, no signal that may have ended it. */
     const int exit_code = exit_code_of(status);
     TRACE_INFO(setting->texts[program].exit_trace, setting->function,
                exit_code);
@@ -903,34 +946,30 @@ static int32_t transfer_by_protocol(struct transfer *transfer) {
         return transfer_by_script(transfer, PROGRAM_FTP);
     case XF_PROTO_SFTP:
         return transfer_by_script(transfer, PROGRAM_SFTP);
-    case XF_PROTO_RCP:
+    case XF_PROTO_RCP: /* KEPT: validation lets neither this through ... */
         return XF_FAIL_UNKNOWN;
     case XF_PROTO_SCP:
         return transfer_by_script(transfer, PROGRAM_SCP);
-    default:
+    default: /* KEPT: ... nor a protocol that is none */
         TRACE_ERROR("%s : Protocol not supported\n",
                     transfer->setting->function);
         return XF_FAIL_UNSUPPORTED_PROTOCOL;
     }
 }
 
-/* Chassis models on which a server is reached through a VRF. */
+/*
+ * Chassis models, as hwinfo_get_chassis_type numbers them, on which a server is
+ * reached through a VRF.
+ *
+ * KEPT: neither 32 nor 34 is one, whatever its neighbours are.
+ */
+static const int32_t chassis_with_vrfs[] = {10, 11, 22, 28, 29, 30, 31, 33};
+
 static bool chassis_needs_vrf(int32_t type) {
-    switch (type) {
-    case 10:
-    case 11:
-    case 22:
-    case 28:
-    case 29:
-    case 30:
-    case 31:
-    case 33:
-        return true;
-    case 32:
-    case 34:
-    default:
-        return false;
-    }
+    for (const int32_t model : chassis_with_vrfs)
+        if (model == type)
+            return true;
+    return false;
 }
 
 int32_t do_nw_upload_download(uint32_t direction, char *directory,
@@ -996,7 +1035,7 @@ int32_t do_nw_upload_download_on_storage_pod(uint32_t direction,
         /* vrf_name= */ nullptr, /* vrf_id= */ 0, storage_pod_texts};
     struct transfer transfer;
 
-    (void)directory;
+    (void)directory; /* KEPT: all three have the argument, none a use for it */
     prepare_transfer(&transfer, &setting, direction, entry);
     if (entry->xfCopyProtocol == XF_PROTO_TFTP)
         return transfer_by_tftp_program(&transfer);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/grove.h"
+#include "platform/messages.h"
 #include "platform/netaddr.h"
 #include "platform/procd.h"
 
@@ -35,6 +36,7 @@ int search_all_cmp(const void *, const void *) {
 /* Result of addXfCopyErrorEntry when there is no memory. */
 #define NO_MEMORY_RESULT 5
 
+/* KEPT: the copy row is not used: the record has its index. */
 int32_t addXfCopyErrorEntry(const struct xfCopyEntry *,
                             const struct xfCopyErrorEntry *record) {
     struct xfCopyErrorEntry *const stored =
@@ -46,6 +48,7 @@ int32_t addXfCopyErrorEntry(const struct xfCopyEntry *,
     }
     *stored = *record;
     if (ordset_add(module_state.error_table, stored, stored) == nullptr) {
+        /* KEPT: not freed; the row of an earlier save is in its place. */
         TRACE_ERROR("%s : failed to add to index object\n", __func__);
         return XF_ERR_FAILED;
     }
@@ -67,6 +70,7 @@ int32_t getXfCopyErrorEntry(struct xfCopyErrorEntry *buffer) {
 
 int32_t getnextXfCopyErrorEntry(struct xfCopyErrorEntry *buffer) {
     if (ordset_size(module_state.error_table) == 0) {
+        /* KEPT: the text names the other table. */
         TRACE_INFO("%s : xfCopyTable empty\n", __func__);
         return XF_ERR_NO_ENTRY;
     }
@@ -121,6 +125,7 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
                        __func__, copy_row.xfCopyIndex);
             continue;
         }
+        /* KEPT: of the whole table, whichever copy it belongs to. */
         const void *const first =
             ordset_find_nth_obj(module_state.error_table, 1);
         if (first != nullptr) {
@@ -128,6 +133,7 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
             memcpy(buffer, first, sizeof(*buffer));
             return 0;
         }
+        /* KEPT: never reached: a table that is not empty has a first row. */
         TRACE_INFO("%s : no entrys in xfCopyErrorTablefor copyIndex: %d, "
                    "continue to next\n",
                    __func__, copy_row.xfCopyIndex);
@@ -137,7 +143,11 @@ int32_t getFirstErrorEntryForNextCopyEntry(struct xfCopyErrorEntry *buffer) {
 
 /* ---- Read handler -------------------------------------------------------- */
 
-/* Sub-identifiers that an exact request may have beyond the column. */
+/*
+ * Sub-identifiers that an exact request may have beyond the column.
+ *
+ * KEPT: the row has two indexes; what follows them is ignored.
+ */
 #define MAX_EXACT_EXTRA 11
 
 /* Both indexes of the request; 0 where it has none. */
@@ -199,18 +209,18 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
     rewrite_error_instance(vp, name, length, row);
 
     switch (vp->magic) {
-    case 25:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_ADDRESS_TYPE):
         *var_len = 4;
         return reinterpret_cast<u_char *>(&row->xfCopyErrorDeviceAddressType);
-    case 26:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_ADDRESS):
         return device_address_value(__func__, row, var_len);
-    case 27:
+    case magic_of_error_column(XF_ERROR_COLUMN_DEVICE_WWN):
         *var_len = sizeof(row->xfCopyErrorDeviceWwn);
         return row->xfCopyErrorDeviceWwn;
-    case 28:
+    case magic_of_error_column(XF_ERROR_COLUMN_DESCRIPTION):
         *var_len = strlen(row->xfCopyErrorDescription);
         return reinterpret_cast<u_char *>(row->xfCopyErrorDescription);
-    default:
+    default: /* KEPT: no such variable is registered */
         snmp_set_detail("");
         return nullptr;
     }
@@ -221,10 +231,9 @@ u_char *get_xfCopyErrorTable(struct variable *vp, oid *name, size_t *length,
 /* Characters of a status text and of an address. */
 #define STATUS_TEXT_LENGTH 256
 #define ADDRESS_TEXT_SIZE 128
-#define WWN_OCTETS 8
 #define WWN_TEXT_SIZE 24
 
-static const char collect[] = "collect_fabric_error_rows";
+static const char collect_function[] = "collect_fabric_error_rows";
 
 /* Goes to the trace and to the agent's log. */
 #define REPORT_ERROR(...)                                                      \
@@ -239,25 +248,26 @@ static bool make_error_table(void) {
     if (ordset_create(&module_state.error_table, 1, 1,
                       xfCopyErrorEntry_comp_func, 1) == ORDSET_CREATED)
         return true;
-    TRACE_ERROR("%s: failed to createxfCopyErrorTable indx obj\n", collect);
+    TRACE_ERROR("%s: failed to createxfCopyErrorTable indx obj\n",
+                collect_function);
     snmp_log(LOG_ERR, "%s: failed to create xfCopyErrorTable indx obj\n",
-             collect);
+             collect_function);
     return false;
 }
 
 static bool ask_local_wwn(uint8_t *wwn) {
     void *response = nullptr;
 
-    TRACE_INFO("%s: get switch wwn\n", collect);
-    const int result =
-        rpcq_req_resp(PROCD_RPC_SWITCH_WWN, 1, 0, nullptr, 0,
-                      IPCBUS_SAP_PROCD_RPC, ipcbus_response_q, 5, &response);
+    TRACE_INFO("%s: get switch wwn\n", collect_function);
+    const int result = rpcq_req_resp(
+        PROCD_RPC_SWITCH_WWN, SWITCH_WWN_ARG1, SWITCH_WWN_ARG2, nullptr, 0,
+        IPCBUS_SAP_PROCD_RPC, ipcbus_response_q, SWITCH_WWN_SECONDS, &response);
     const bool answered = result == 0 && response != nullptr;
     if (answered)
-        memcpy(wwn, response, WWN_OCTETS);
+        memcpy(wwn, response, SWITCH_WWN_SIZE);
     free(response);
     if (!answered)
-        REPORT_ERROR("%s: unable to get local switch wwn\n", collect);
+        REPORT_ERROR("%s: unable to get local switch wwn\n", collect_function);
     return answered;
 }
 
@@ -267,11 +277,12 @@ static void set_device_address(struct xfCopyErrorEntry *row,
         ip_addr_to_str(address, row->deviceAddressText, ADDRESS_TEXT_SIZE);
 
     if (result != 0)
-        REPORT_ERROR("%s: ip_addr_to_str() failed with error: %d\n", collect,
-                     result);
+        REPORT_ERROR("%s: ip_addr_to_str() failed with error: %d\n",
+                     collect_function, result);
     else
-        TRACE_INFO("%s: device ip addr: %s, device ip addr type: %d\n", collect,
-                   row->deviceAddressText, row->xfCopyErrorDeviceAddressType);
+        TRACE_INFO("%s: device ip addr: %s, device ip addr type: %d\n",
+                   collect_function, row->deviceAddressText,
+                   row->xfCopyErrorDeviceAddressType);
 }
 
 /* The status record of this switch has no address: its management port has. */
@@ -279,13 +290,16 @@ static void set_local_address(struct xfCopyErrorEntry *row) {
     struct if_inet_addrs *addresses = nullptr;
     uint32_t if_index = 0;
 
+    /* KEPT: its result is not looked at: interface 0 has no addresses. */
     if_index_mgmt_sup_port_init(&if_index, 0, 0);
     if (ipconf_get_if_inet_addrs(ipcbus_response_q, if_index, &addresses) !=
         0) {
+        /* KEPT: in the agent's log only. */
         snmp_log(LOG_ERR, "%s: Failed to get ip address of local switch\n",
-                 collect);
+                 collect_function);
     } else if (addresses == nullptr || addresses->count == 0) {
-        REPORT_ERROR("%s: no inet ip address for local switch\n", collect);
+        REPORT_ERROR("%s: no inet ip address for local switch\n",
+                     collect_function);
     } else {
         row->xfCopyErrorDeviceAddressType = addresses->addrs[0].type;
         set_device_address(row, &addresses->addrs[0]);
@@ -301,12 +315,14 @@ static void trace_status(const struct grove_status *status, const char *text,
     snprintf(wwn, sizeof(wwn), "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x",
              octet[0], octet[1], octet[2], octet[3], octet[4], octet[5],
              octet[6], octet[7]);
-    TRACE_INFO("%s: curr_entry contents: %s : %s\n", collect, wwn, text);
+    TRACE_INFO("%s: curr_entry contents: %s : %s\n", collect_function, wwn,
+               text);
     octet = row->xfCopyErrorDeviceWwn;
+    /* KEPT: decimal, and cut to the room that the other form takes. */
     format_text(wwn, sizeof(wwn), "%d:%d:%d:%d:%d:%d:%d:%d", octet[0], octet[1],
                 octet[2], octet[3], octet[4], octet[5], octet[6], octet[7]);
     TRACE_INFO("%s:adding errorentry to errortable index object %s : %s\n",
-               collect, wwn, row->xfCopyErrorDescription);
+               collect_function, wwn, row->xfCopyErrorDescription);
 }
 
 static void add_device(const struct xfCopyEntry *copy_entry,
@@ -318,7 +334,7 @@ static void add_device(const struct xfCopyEntry *copy_entry,
     row.xfCopyIndex = copy_entry->xfCopyIndex;
     row.xfCopyErrorDeviceIndex = device_index;
     row.xfCopyErrorDeviceAddressType = status->address.type;
-    memcpy(row.xfCopyErrorDeviceWwn, status->wwn, WWN_OCTETS);
+    memcpy(row.xfCopyErrorDeviceWwn, status->wwn, SWITCH_WWN_SIZE);
     copy_text(row.xfCopyErrorDescription, sizeof(row.xfCopyErrorDescription),
               text);
     if (status->is_local == 1)
@@ -326,20 +342,21 @@ static void add_device(const struct xfCopyEntry *copy_entry,
     else
         set_device_address(&row, &status->address);
     trace_status(status, text, &row);
+    /* KEPT: one that cannot be added is left out, the walk goes on. */
     addXfCopyErrorEntry(copy_entry, &row);
 }
 
 void collect_fabric_error_rows(const struct xfCopyEntry *copy_entry) {
     struct grove_status status;
     char text[STATUS_TEXT_LENGTH + 1];
-    uint8_t local_wwn[WWN_OCTETS];
+    uint8_t local_wwn[SWITCH_WWN_SIZE];
     int32_t device_index = 1;
     int result;
 
-    TRACE_INFO("%s: filling up xfCopyErrorTable\n", collect);
+    TRACE_INFO("%s: filling up xfCopyErrorTable\n", collect_function);
     if (!make_error_table() || !ask_local_wwn(local_wwn))
         return;
-    TRACE_INFO("%s: calling grove_status_next_get(..)\n", collect);
+    TRACE_INFO("%s: calling grove_status_next_get(..)\n", collect_function);
     memset(&status, 0, sizeof(status));
     memset(text, 0, sizeof(text));
     while ((result = grove_status_next_get(&status, text, STATUS_TEXT_LENGTH,

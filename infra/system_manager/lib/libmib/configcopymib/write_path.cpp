@@ -213,7 +213,12 @@ static bool row_is_open(const struct xfCopyEntry *row) {
            row->xfCopyEntryRowStatus == XF_ROW_CREATE_AND_WAIT;
 }
 
-/* The new value goes into the table here; FREE takes it back. */
+/*
+ * The new value goes into the table here; FREE takes it back.
+ *
+ * KEPT: nothing does after an ACTION that failed: the agent then runs UNDO,
+ * which the columns do not act on, and the new values stay.
+ */
 static int column_reserve2(const struct column *column,
                            const struct set_request *request) {
     struct xfCopyEntry row;
@@ -260,7 +265,7 @@ static int column_free(const struct column *column, int32_t index) {
     if ((column->traces & TRACES_FREE) != 0)
         TRACE_INFO("%s : Entering FREE of entry (index = %d) \n",
                    column->function, index);
-    else
+    else /* KEPT: on standard output */
         printf("DEBUG : %s : Entering FREE of entry (index = %d) \n",
                column->function, index);
     if (fetch_row(index, &row) != 0)
@@ -311,7 +316,7 @@ static int test_address_type(const char *function,
     return SNMP_ERR_WRONGVALUE;
 }
 
-/* Refuses nothing: says what was accepted. */
+/* KEPT: refuses nothing: says what was accepted, on standard output. */
 static int print_server_address(const char *function,
                                 const struct set_request *request) {
     uint8_t octets[4];
@@ -343,12 +348,20 @@ static int write_integer(const char *, struct xfCopyEntry *row,
     return SNMP_ERR_NOERROR;
 }
 
+/* Never past the field, though RESERVE1 lets nothing longer through. */
+template <size_t Size>
+static void set_text(char (&field)[Size], const struct set_request *request) {
+    const size_t length = request->length < Size ? request->length : Size - 1;
+
+    if (length != 0)
+        memcpy(field, request->octets, length);
+    field[length] = '\0';
+}
+
 template <auto Field>
 static int write_text(const char *, struct xfCopyEntry *row,
                       const struct set_request *request) {
-    if (request->length != 0)
-        memcpy(row->*Field, request->octets, request->length);
-    (row->*Field)[request->length] = '\0';
+    set_text(row->*Field, request);
     return SNMP_ERR_NOERROR;
 }
 
@@ -374,8 +387,8 @@ static void restore_text(struct xfCopyEntry *row) {
 }
 
 /*
- * Both copies of a file name are bounded by the length of the text, not by the
- * room for it: each loses a character, and with a length of 0 nothing is
+ * KEPT: both copies of a file name are bounded by the length of the text, not
+ * by the room for it: each loses a character, and with a length of 0 nothing is
  * copied. Stations rely on what they get back.
  */
 static void save_file_name(const struct xfCopyEntry *row) {
@@ -388,7 +401,7 @@ static void restore_file_name(struct xfCopyEntry *row) {
               module_state.file_name.value);
 }
 
-/* The old address of the IpAddress column is lost. */
+/* KEPT: the old address is lost, and the address type stays IPv4. */
 static void restore_server_address(struct xfCopyEntry *row) {
     row->xfCopyServerAddressRev1[0] = '\0';
 }
@@ -452,6 +465,7 @@ static int write_server_address_rev1(const char *function,
     struct ip_addr address = {};
 
     address.type = row->xfCopyServerAddressType;
+    /* KEPT: the length need not fit the type: cut, or filled with zeroes. */
     switch (address.type) {
     case INET_ADDRESS_IPV4:
         request_octets(request, address.octets, 4);
@@ -480,6 +494,13 @@ static int write_server_address_rev1(const char *function,
 }
 
 /* -- The columns -- */
+
+static_assert(XF_FILE_NAME_OCTETS < sizeof(xfCopyEntry::xfCopyFileName) &&
+                  XF_CREDENTIAL_OCTETS < sizeof(xfCopyEntry::xfCopyUserName) &&
+                  XF_CREDENTIAL_OCTETS <
+                      sizeof(xfCopyEntry::xfCopyUserPassword) &&
+                  XF_VRF_NAME_OCTETS < sizeof(xfCopyEntry::xfCopyVRFName),
+              "room for the longest value and a NUL");
 
 /* How the value of a column is saved, written and restored. */
 #define OWN_WRITE(kind, field, slot, write_value)                              \
@@ -581,7 +602,7 @@ static const struct column server_address_type_column = {
     .object = "xfCopyServerAddressType",
     .type = ASN_INTEGER,
     .max_length = 4,
-    .object_in_bad_length = "xfCopyServerAddressTypel",
+    .object_in_bad_length = "xfCopyServerAddressTypel", /* KEPT: with the l */
     .traces = TRACES_PHASES,
     .reserve1_trace = "%s : Entering RESERVE1 of entry (index = %d) : "
                       "The server address type being set = %d\n",
@@ -644,7 +665,7 @@ DEFINE_WRITE_METHOD(set_xfCopyVRFName, vrf_name_column)
  */
 
 /* The phases below speak in the name of the write method. */
-static const char row_status[] = "set_xfCopyEntryRowStatus";
+static const char row_status_function[] = "set_xfCopyEntryRowStatus";
 
 static bool creates_row(int32_t value) {
     return value == XF_ROW_CREATE_AND_GO || value == XF_ROW_CREATE_AND_WAIT;
@@ -667,13 +688,13 @@ static int keep_undo_record(void) {
 
     if (record == nullptr) {
         TRACE_ERROR("%s : Mallocing for entry into undolist failed\n",
-                    row_status);
+                    row_status_function);
         return SNMP_ERR_GENERR;
     }
     *record = module_state.read_row;
     if (ordset_add(module_state.undo_list, record, record) != record) {
         xfCopyEntry_free(record);
-        TRACE_ERROR("%s : Adding undolist failed\n", row_status);
+        TRACE_ERROR("%s : Adding undolist failed\n", row_status_function);
         return SNMP_ERR_GENERR;
     }
     return SNMP_ERR_NOERROR;
@@ -687,15 +708,15 @@ static int create_row(int32_t index, struct xfCopyEntry *row) {
     if (created == nullptr) {
         TRACE_ERROR("%s : RESERVE1 - Could not malloc for the xfCopyEntry for "
                     " a new entry \n",
-                    row_status);
+                    row_status_function);
         return SNMP_ERR_GENERR;
     }
     created->xfCopyIndex = index;
     TRACE_INFO("%s : Added new entry to xfCopyTable ( index = %d)\n",
-               row_status, index);
+               row_status_function, index);
     if (addXfCopyEntry(created) != 0) {
-        TRACE_ERROR("%s : Adding a new entry (index = %d) failed\n", row_status,
-                    index);
+        TRACE_ERROR("%s : Adding a new entry (index = %d) failed\n",
+                    row_status_function, index);
         xfCopyEntry_free(created);
         return SNMP_ERR_GENERR;
     }
@@ -708,7 +729,8 @@ static int row_status_reserve1(const struct set_request *request,
     const int32_t index = request->index;
     struct xfCopyEntry row;
 
-    DEBUG_LOG_AS(row_status, "%s(%d):DEBUG: %s :  Entering RESERVE1\n");
+    DEBUG_LOG_AS(row_status_function,
+                 "%s(%d):DEBUG: %s :  Entering RESERVE1\n");
     if (request->type != ASN_INTEGER) {
         fprintf(stderr, "write to xfCopyEntryRowStatus not ASN_INTEGER\n");
         return SNMP_ERR_WRONGTYPE;
@@ -722,12 +744,14 @@ static int row_status_reserve1(const struct set_request *request,
         value == XF_ROW_NOT_IN_SERVICE || value == XF_ROW_NOT_READY)
         return SNMP_ERR_INCONSISTENTVALUE;
     if (row_exists && value == XF_ROW_CREATE_AND_GO) {
-        TRACE_ERROR("%s : CreateAndGo on a existing row\n", row_status);
+        TRACE_ERROR("%s : CreateAndGo on a existing row\n",
+                    row_status_function);
         return SNMP_ERR_INCONSISTENTVALUE;
     }
     if ((value == XF_ROW_ACTIVE || value == XF_ROW_CREATE_AND_GO) &&
         copy_inprogress() != 0) {
-        TRACE_ERROR(": %s : Another Copy is in progress\n", row_status);
+        TRACE_ERROR(": %s : Another Copy is in progress\n",
+                    row_status_function);
         log_set_error(0x40490049, XF_LOG_COMPONENT);
         return SNMP_ERR_GENERR;
     }
@@ -743,16 +767,19 @@ static int row_status_reserve1(const struct set_request *request,
         if (error != SNMP_ERR_NOERROR)
             return error;
     } else if (creates_row(value)) {
-        TRACE_ERROR("%s : CREATE on a existing row (index = %d)\n", row_status,
-                    index);
+        TRACE_ERROR("%s : CREATE on a existing row (index = %d)\n",
+                    row_status_function, index);
         return SNMP_ERR_INCONSISTENTVALUE;
     }
-    TRACE_INFO("%s : Setting xfCopyEntryRowStatus to %d \n", row_status,
-               row.xfCopyEntryRowStatus);
+    /* KEPT: the status that the row had, in spite of the text. */
+    TRACE_INFO("%s : Setting xfCopyEntryRowStatus to %d \n",
+               row_status_function, row.xfCopyEntryRowStatus);
+    /* KEPT: stored before anything is validated; UNDO puts it back, FREE not.
+     */
     row.xfCopyEntryRowStatus = value;
-    if (setXfCopyEntry(&row, 0) != 0) {
+    if (setXfCopyEntry(&row, 0) != 0) { /* KEPT: it was found just above */
         TRACE_ERROR("%s : Setting a new entry (index = %d) failed\n",
-                    row_status, index);
+                    row_status_function, index);
         if (creates_row(value))
             deleteXfCopyEntry(&row);
         return SNMP_ERR_GENERR;
@@ -763,16 +790,16 @@ static int row_status_reserve1(const struct set_request *request,
 static int row_status_reserve2(int32_t index) {
     struct xfCopyEntry row;
 
-    DEBUG_LOG_AS(row_status, "%s(%d):%s :  Entering RESERVE2\n");
+    DEBUG_LOG_AS(row_status_function, "%s(%d):%s :  Entering RESERVE2\n");
     if (fetch_row(index, &row) == 0) {
-        row.rowCreatedByRequest = 1;
+        row.rowCreatedByRequest = 1; /* KEPT: of rows that were there, too */
         setXfCopyEntry(&row, 0);
     }
     return SNMP_ERR_NOERROR;
 }
 
 static int destroy_row(const struct xfCopyEntry *row) {
-    if (handle_abort(row) != 0)
+    if (handle_abort(row) != 0) /* KEPT: it always returns 0 */
         return SNMP_ERR_GENERR;
     deleteXfCopyEntry(row);
     return SNMP_ERR_NOERROR;
@@ -787,13 +814,15 @@ static int act_on_row(struct xfCopyEntry *row, int32_t value) {
     case XF_ROW_CREATE_AND_GO: {
         const int32_t error = validate_n_start_copy(row, value);
         if (error != 0) {
-            DEBUG_LOG_AS(row_status,
+            /* KEPT: 0 in the place of the code; logs are searched for it. */
+            DEBUG_LOG_AS(row_status_function,
                          "%s(%d):%s : Validation failed (ret_code = %d) \n", 0);
             return error;
         }
         break;
     }
     default:
+        /* KEPT: RESERVE1 has stored createAndWait: it never stays `value`. */
         row->xfCopyEntryRowStatus =
             row->xfCopyEntryRowStatus == XF_ROW_CREATE_AND_WAIT
                 ? XF_ROW_NOT_READY
@@ -801,7 +830,8 @@ static int act_on_row(struct xfCopyEntry *row, int32_t value) {
         break;
     }
     if (setXfCopyEntry(row, 0) != 0) {
-        DEBUG_LOG_AS(row_status, "%s(%d):%s : Set to %d failed \n", value);
+        DEBUG_LOG_AS(row_status_function, "%s(%d):%s : Set to %d failed \n",
+                     value);
         return SNMP_ERR_GENERR;
     }
     return SNMP_ERR_NOERROR;
@@ -810,19 +840,21 @@ static int act_on_row(struct xfCopyEntry *row, int32_t value) {
 static int row_status_action(int32_t index, int32_t value) {
     struct xfCopyEntry row;
 
-    DEBUG_LOG_AS(row_status, "%s(%d):%s : Entering ACTION for index = %d \n",
-                 index);
+    DEBUG_LOG_AS(row_status_function,
+                 "%s(%d):%s : Entering ACTION for index = %d \n", index);
     const int32_t status = fetch_row(index, &row);
     if (status == 0) {
-        DEBUG_LOG_AS(row_status, "%s(%d):%s : long_ret %d \n", value);
+        DEBUG_LOG_AS(row_status_function, "%s(%d):%s : long_ret %d \n", value);
         return act_on_row(&row, value);
     }
     if (status == XF_ERR_NO_ENTRY) {
-        DEBUG_LOG_AS(row_status, "%s(%d):%s : second long_ret %d \n", value);
+        DEBUG_LOG_AS(row_status_function, "%s(%d):%s : second long_ret %d \n",
+                     value);
         return value == XF_ROW_DESTROY ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR;
     }
+    /* KEPT: a lookup has no third result. */
     DEBUG_LOG_AS(
-        row_status,
+        row_status_function,
         "%s(%d):%s :  Some Generic error while getting the informatiom "
         "for the entry  in ACTION %d \n",
         value);
@@ -830,11 +862,12 @@ static int row_status_action(int32_t index, int32_t value) {
 }
 
 static int row_status_commit(int32_t index, int32_t value) {
+    /* KEPT: not for active, though it starts a copy as createAndGo does. */
     if (value == XF_ROW_DESTROY || value == XF_ROW_CREATE_AND_GO)
         change_time_flag = 0;
     struct xfCopyEntry *const record = take_undo_record(index);
     if (record != nullptr) {
-        DEBUG_LOG_AS(row_status,
+        DEBUG_LOG_AS(row_status_function,
                      "%s(%d):%s : COMMIT Removing the entry from undo list  "
                      "(index = %d)\n",
                      index);
@@ -846,9 +879,14 @@ static int row_status_commit(int32_t index, int32_t value) {
 static int row_status_free(int32_t index, int32_t value) {
     struct xfCopyEntry row;
 
-    DEBUG_LOG_AS(row_status, "%s(%d):%s : Entering FREE for index = %d\n",
-                 index);
+    DEBUG_LOG_AS(row_status_function,
+                 "%s(%d):%s : Entering FREE for index = %d\n", index);
     const bool stored = fetch_row(index, &row) == 0;
+    /*
+     * KEPT: a status that RESERVE1 has stored stays, and so does the undo
+     * record. Every later write of the row's status is then refused, because
+     * there is a record already, until the row has aged out.
+     */
     if (stored && !creates_row(row.xfCopyEntryRowStatus))
         return SNMP_ERR_NOERROR;
     if (!creates_row(value))
@@ -860,21 +898,21 @@ static int row_status_free(int32_t index, int32_t value) {
 }
 
 static int undo_activation(struct xfCopyEntry *record, int32_t index) {
-    TRACE_INFO("%s : UNDO Setting back the value  (index = %d)\n", row_status,
-               index);
+    TRACE_INFO("%s : UNDO Setting back the value  (index = %d)\n",
+               row_status_function, index);
     if (setXfCopyEntry(record, 0) != 0)
-        return SNMP_ERR_GENERR;
+        return SNMP_ERR_GENERR; /* KEPT: the record is not freed */
     xfCopyEntry_free(record);
     return SNMP_ERR_NOERROR;
 }
 
 /*
- * The answers are the wrong way round, and managers know them so: a row that
- * is back in the table is an error, one that is lost is not.
+ * KEPT: the answers are the wrong way round, and managers know them so: a row
+ * that is back in the table is an error, one that is lost is not.
  */
 static int undo_destruction(struct xfCopyEntry *record, int32_t index) {
-    TRACE_INFO("%s : UNDO Adding the deleted entry (index = %d)\n", row_status,
-               index);
+    TRACE_INFO("%s : UNDO Adding the deleted entry (index = %d)\n",
+               row_status_function, index);
     if (addXfCopyEntry(record) == 0)
         return SNMP_ERR_GENERR;
     xfCopyEntry_free(record);
@@ -884,13 +922,14 @@ static int undo_destruction(struct xfCopyEntry *record, int32_t index) {
 static int undo_creation(struct xfCopyEntry *record, int32_t index) {
     struct xfCopyEntry key;
 
+    /* KEPT: one that an earlier FREE has left; the row of this one stays. */
     if (record != nullptr) {
         xfCopyEntry_free(record);
         return SNMP_ERR_NOERROR;
     }
-    /* "failed" or not, this is how a row of this request goes. */
+    /* KEPT: "failed" though this is how a row of this request goes. */
     TRACE_INFO("%s : UNDO - Deleting the added entry (index = %d) failed\n",
-               row_status, index);
+               row_status_function, index);
     memset(&key, 0, sizeof(key));
     key.xfCopyIndex = index;
     deleteXfCopyEntry(&key);
@@ -898,7 +937,8 @@ static int undo_creation(struct xfCopyEntry *record, int32_t index) {
 }
 
 static int row_status_undo(int32_t index, int32_t value) {
-    TRACE_INFO("%s : Entering UNDO for index = %d\n", row_status, index);
+    TRACE_INFO("%s : Entering UNDO for index = %d\n", row_status_function,
+               index);
     if (creates_row(value))
         return undo_creation(take_undo_record(index), index);
     if (value != XF_ROW_ACTIVE && value != XF_ROW_DESTROY)
@@ -907,7 +947,7 @@ static int row_status_undo(int32_t index, int32_t value) {
     if (record == nullptr) {
         TRACE_ERROR("%s : Could not get the structure for undo list for UNDO "
                     "(index = %d)\n",
-                    row_status, index);
+                    row_status_function, index);
         return SNMP_ERR_GENERR;
     }
     return value == XF_ROW_ACTIVE ? undo_activation(record, index)
@@ -945,14 +985,20 @@ int set_xfCopyEntryRowStatus(int action, u_char *var_val, u_char var_val_type,
 /* ---- Validation ---------------------------------------------------------- */
 
 /* The rules speak in the name of the function that the launch called. */
-static const char validation[] = "validate_entry";
+static const char validation_function[] = "validate_entry";
 
 struct validation_result {
     bool valid;
     int32_t error_status;
 };
 
-/* Names of the parameters are short: the rules are read as conditions. */
+/*
+ * The pairs of file types that cannot be.
+ *
+ * KEPT: not all of them: from the fabric's or all startup configurations (6, 7)
+ * to the startup or the running one (3, 4), and to or from a type that is none,
+ * passes; see validate_n_start_copy.
+ */
 static void check_file_types(const struct xfCopyEntry *entry,
                              struct validation_result *result) {
     const int32_t source = entry->xfCopySourceFileType;
@@ -960,25 +1006,25 @@ static void check_file_types(const struct xfCopyEntry *entry,
 
     if (dest == XF_FILE_FABRIC_STARTUP && source != XF_FILE_RUNNING) {
         DEBUG_LOG_AS(
-            validation,
+            validation_function,
             "%s(%d):%s : only running to fabric_startupconfig allowed\n");
         log_set_error(0x4049004A, XF_LOG_COMPONENT);
         *result = {false, SNMP_ERR_GENERR};
     }
     if (dest == XF_FILE_ALL_STARTUP && source != XF_FILE_RUNNING) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : only running to all_startupconfig allowed\n");
         log_set_error(0x4049005B, XF_LOG_COMPONENT);
         *result = {false, SNMP_ERR_GENERR};
     }
     if (source == XF_FILE_TARN || source == XF_FILE_TERMINAL ||
         dest == XF_FILE_TARN || dest == XF_FILE_TERMINAL) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : TARN file type is not supported \n");
         *result = {false, SNMP_ERR_WRONGVALUE};
     }
     if (source == XF_FILE_NETWORK && dest == XF_FILE_NETWORK) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : Both source (=%d) and destination (=%d) "
                      "cannot be network protocol  \n",
                      source, dest);
@@ -986,14 +1032,14 @@ static void check_file_types(const struct xfCopyEntry *entry,
         *result = {false, SNMP_ERR_GENERR};
     }
     if (source == XF_FILE_NETWORK && dest == XF_FILE_STARTUP) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s :source cannot be networkfile and destination "
                      "cannot be startup file  \n");
         log_set_error(0x4049004C, XF_LOG_COMPONENT);
         *result = {false, SNMP_ERR_GENERR};
     }
     if (source == dest) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : Both source (=%d) and destination (=%d) "
                      "cannot be same  \n",
                      source, dest);
@@ -1037,36 +1083,37 @@ static void check_network_parameters(struct xfCopyEntry *entry, int32_t mode,
     if (protocol != XF_PROTO_TFTP && protocol != XF_PROTO_FTP &&
         protocol != XF_PROTO_SCP && protocol != XF_PROTO_SFTP) {
         entry->xfCopyFailCause = XF_FAIL_UNSUPPORTED_PROTOCOL;
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : The CopyProtocol (=%d) should set if either "
                      "source (=%d)  or destination (=%d) is network \n",
                      protocol, source, dest);
         note_missing(entry, mode, result);
     }
     if (entry->xfCopyServerAddressRev1[0] == '\0') {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : The CopyServerAddressRev1 should be set if "
                      "either source (=%d)  or destination (=%d) is network \n",
                      source, dest);
         note_missing(entry, mode, result);
     }
+    /* KEPT: RCP has failed above; SCP needs neither of the two. */
     if ((protocol == XF_PROTO_RCP || protocol == XF_PROTO_SFTP) &&
         credentials_or_file_missing(entry)) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s :The Username and password must be set if  "
                      "CopyProtocol ( = %d)  is either SFTP or RCP\n",
                      protocol);
         note_missing(entry, mode, result);
     }
     if (protocol == XF_PROTO_FTP && ftp_credentials_missing(entry)) {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s :The Username and password must be set if  "
                      "CopyProtocol ( = %d)  is FTP\n",
                      protocol);
         note_missing(entry, mode, result);
     }
     if (entry->xfCopyFileName[0] == '\0') {
-        DEBUG_LOG_AS(validation,
+        DEBUG_LOG_AS(validation_function,
                      "%s(%d):%s : The CopyFileName must be set if  "
                      "CopySourceFileType (=%d) or CopyDestFileType (=%d) is "
                      "NETWORK FILE\n",
@@ -1093,7 +1140,12 @@ int32_t validate_entry(struct xfCopyEntry *entry, int32_t *error_status,
 
 /* ---- Launch -------------------------------------------------------------- */
 
-/* One accounting record for each launch, whatever its outcome. */
+/*
+ * One accounting record for each launch_function, whatever its outcome.
+ *
+ * KEPT: "r s" (running to startup) whatever is copied to what: the record of
+ * the transfer says that.
+ */
 static void account_launch(bool success) {
     char text[528] = {};
 
@@ -1121,14 +1173,15 @@ bool is_running_to_startup(const struct xfCopyEntry *entry) {
             entry->xfCopyDestFileType == XF_FILE_ALL_STARTUP);
 }
 
-static const char launch[] = "validate_n_start_copy";
+static const char launch_function[] = "validate_n_start_copy";
 
 static int32_t refuse_invalid(struct xfCopyEntry *entry, int32_t error_status) {
-    DEBUG_LOG_AS(launch, "%s(%d):%s : Validation failed row index = %d \n",
+    DEBUG_LOG_AS(launch_function,
+                 "%s(%d):%s : Validation failed row index = %d \n",
                  entry->xfCopyIndex);
     entry->xfCopyTimeStarted = {0, 0};
     if (setXfCopyEntry(entry, 0) != 0) {
-        DEBUG_LOG_AS(launch,
+        DEBUG_LOG_AS(launch_function,
                      "%s(%d):%s: Set to entry (index= %d) failed after "
                      "valdation\n",
                      entry->xfCopyIndex);
@@ -1141,16 +1194,17 @@ static int32_t launch_save(struct xfCopyEntry *entry) {
     if (setXfCopyEntry(entry, 0) != 0) {
         TRACE_ERROR("%s : Set to entry (index= %d) failed just before"
                     "starting copy running to startup\n",
-                    launch, entry->xfCopyIndex);
+                    launch_function, entry->xfCopyIndex);
         return launch_failed(SNMP_ERR_GENERR);
     }
+    /* KEPT: a success whatever comes of it; the row tells. */
     do_cp_runningtostartup(entry);
     return launch_succeeded();
 }
 
 static int32_t launch_copy_child(struct xfCopyEntry *entry) {
     if (setXfCopyEntry(entry, 0) != 0) {
-        DEBUG_LOG_AS(launch,
+        DEBUG_LOG_AS(launch_function,
                      "%s(%d):%s : Set to entry (index= %d) failed just before "
                      "starting the copy \n",
                      entry->xfCopyIndex);
@@ -1185,6 +1239,7 @@ int32_t validate_n_start_copy(struct xfCopyEntry *entry,
     if (is_network_copy(entry)) {
         const char *const server = entry->xfCopyServerAddressRev1;
 
+        /* KEPT: these two texts alone, no other address of this switch. */
         if (strcmp(server, "0.0.0.0") == 0 ||
             strcmp(server, "127.0.0.1") == 0) {
             DEBUG_LOG("%s(%d):%s : Localhost address received (%s).  "
@@ -1199,6 +1254,11 @@ int32_t validate_n_start_copy(struct xfCopyEntry *entry,
     if (entry->xfCopySourceFileType == XF_FILE_STARTUP &&
         entry->xfCopyDestFileType == XF_FILE_RUNNING)
         return launch_copy_child(entry);
-    /* Nothing to do for other pairs: the rules let none of them through. */
+    /*
+     * KEPT: a success without a copy for the pairs that no rule refuses and
+     * that nobody copies: 6 or 7 to 3 or 4, and those with a type that is none.
+     * Such a row stays running and holds every other copy up until it is
+     * destroyed.
+     */
     return launch_succeeded();
 }
