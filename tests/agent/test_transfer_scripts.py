@@ -409,7 +409,8 @@ def test_password_is_on_no_other_command_line(client, servers, protocol):
     watcher = Watcher(client)
     assert client.get(protocol, "x", "new") == TIMEOUT
     seen = watcher.end()
-    assert any(re.search(rb"snmp\.ftp\.expect\0|/ssh\0|\0?ssh\0", each) for each in seen)
+    assert any(re.search(rb"snmp\.ftp\.expect\0|/ssh\0|\0?ssh\0", each)
+               for each in seen)
     for line in seen:
         assert PASSWORD.encode() not in line or b".expect\0" in line
 
