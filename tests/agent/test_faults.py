@@ -487,7 +487,9 @@ def test_second_agent_in_the_same_folders(make_agent, make_double, with_manager,
     second.running_config(b"hostname second\n")
     fault("Agent", "a second one in the same run directory, when the first "
           "has ended", goes_on(second, double))
+    second.stop()
     first.start()
+    second.start()
 
 
 def test_sigchld_ignored(make_agent, make_double, fault):
