@@ -233,7 +233,8 @@ std::string read_environment(Settings &s, const Environment &environment) {
             continue;
         std::string error = key.set(s, value);
         if (!error.empty())
-            return name.append(": \"").append(value).append("\" ").append(error);
+            return name.append(": \"").append(value).append("\" ").append(
+                error);
     }
     return "";
 }

@@ -63,8 +63,8 @@ std::string set_setting(Settings &settings, std::string_view key,
 std::string parse_settings(Settings &settings, std::string_view text);
 
 // Reads the file and the environment. `names` are those of the variables that
-// there are: one that begins with XF_ and sets no key is an error, as an unknown
-// key is. Returns an error text or an empty one.
+// there are: one that begins with XF_ and sets no key is an error, as an
+// unknown key is. Returns an error text or an empty one.
 std::string load_settings(Settings &settings, const Environment &environment,
                           const std::vector<std::string> &names = {});
 

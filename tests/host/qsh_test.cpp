@@ -208,9 +208,9 @@ TEST_F(Staged, ACutPathThatLeadsNowhere) {
     EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
     support::write_file(std::string(200, 'm'), "hostname one\n");
     EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
-    ASSERT_EQ(symlink(std::string(200, 'm').c_str(),
-                      std::string(200, 'n').c_str()),
-              0);
+    ASSERT_EQ(
+        symlink(std::string(200, 'm').c_str(), std::string(200, 'n').c_str()),
+        0);
     EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
     EXPECT_EQ(running(), "(missing)");
 }
