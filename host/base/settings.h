@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace xfhost {
 
@@ -61,8 +62,11 @@ std::string set_setting(Settings &settings, std::string_view key,
 // the line, empty if all was taken.
 std::string parse_settings(Settings &settings, std::string_view text);
 
-// Reads the file and the environment. Returns an error text or an empty one.
-std::string load_settings(Settings &settings, const Environment &environment);
+// Reads the file and the environment. `names` are those of the variables that
+// there are: one that begins with XF_ and sets no key is an error, as an
+// unknown key is. Returns an error text or an empty one.
+std::string load_settings(Settings &settings, const Environment &environment,
+                          const std::vector<std::string> &names = {});
 
 // Reads a configuration file that only root and this user can write to; a
 // missing one is empty unless it must exist. Returns an error text or an empty

@@ -10,7 +10,7 @@ import time
 import pytest
 
 import lab
-from tools import ipv6_loopback, wait_for
+from tools import clean_environment, ipv6_loopback, wait_for
 from transfer_servers import (PASSWORD, USER, Servers, free_tcp_port,
                               needs_servers)
 
@@ -43,8 +43,9 @@ class Client:
 
     @property
     def environment(self):
-        return {**os.environ, **{f"XF_{key.upper()}": str(value)
-                                 for key, value in self.settings.items()}}
+        return {**clean_environment(),
+                **{f"XF_{key.upper()}": str(value)
+                   for key, value in self.settings.items()}}
 
     def trust(self, server, line=None):
         (self.state / "known_hosts").write_text(line or server.known_host)
