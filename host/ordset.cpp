@@ -1,12 +1,17 @@
 // ordset on the order-statistics tree of libstdc++: a red-black tree whose
 // nodes also know the size of their subtree, so that a position is found as
 // fast as a key.
+//
+// The setting table_rows limits every set: the rows that stations make, the
+// error rows of a fabric, and what a request in progress remembers of rows.
 #include "platform/ordset.h"
 
 #include <new>
 
 #include <ext/pb_ds/assoc_container.hpp>
 #include <ext/pb_ds/tree_policy.hpp>
+
+#include "host/base/settings.h"
 
 namespace {
 
@@ -21,6 +26,12 @@ struct StandsBefore {
 using Tree = __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
                               __gnu_pbds::rb_tree_tag,
                               __gnu_pbds::tree_order_statistics_node_update>;
+
+size_t most_objects() {
+    const xfhost::Settings *s = xfhost::settings();
+    return static_cast<size_t>(s == nullptr ? xfhost::Settings().table_rows
+                                            : s->table_rows);
+}
 
 void *as_key(const void *key) {
     return const_cast<void *>(key);
@@ -51,6 +62,8 @@ void *ordset_add(struct ordset *set, const void *, void *object) {
     if (set == nullptr)
         return nullptr;
     try {
+        if (set->tree.size() >= most_objects())
+            return nullptr;
         return set->tree.insert(object).second ? object : nullptr;
     } catch (const std::bad_alloc &) {
         return nullptr;

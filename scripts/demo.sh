@@ -181,7 +181,7 @@ checked "now south has saved, too"
 # --- the end ----------------------------------------------------------------
 
 say "At the end:"
-[ -z "$(ls -A "$bench/staging")" ] || die "files left in the staging directory"
+[ -z "$(ls -A "$XF_STATE_DIRECTORY/staging")" ] || die "files left in the staging directory"
 checked "nothing is left in the staging directory"
 ! saving || die "a save is still in progress"
 checked "no save is in progress"

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include <unistd.h>
 
@@ -107,6 +108,30 @@ bool bind_access_point() {
     return loop_watch(access_point->socket.get(), agent_drain);
 }
 
+pid_t holder() {
+    try {
+        return ipcbus_holder(IPCBUS_SAP_SNMP_AGENT);
+    } catch (const std::bad_alloc &) {
+        return 0;
+    }
+}
+
+bool try_to_bind() {
+    if (bind_access_point())
+        return true;
+    if (errno == EADDRINUSE)
+        log_message(LOG_ERR,
+                    "access point %d: process %d has it; there are no copies",
+                    IPCBUS_SAP_SNMP_AGENT, holder());
+    else
+        log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
+                    strerror(errno));
+    if (access_point != nullptr)
+        ipcbus_unbind(access_point, 0);
+    access_point = nullptr;
+    return false;
+}
+
 __attribute__((destructor)) void leave() {
     if (access_point != nullptr)
         ipcbus_unbind(access_point, 0);
@@ -118,16 +143,7 @@ namespace xfhost {
 
 bool agent_start() {
     start_once();
-    if (access_point != nullptr)
-        return true;
-    if (bind_access_point())
-        return true;
-    log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
-                strerror(errno));
-    if (access_point != nullptr)
-        ipcbus_unbind(access_point, 0);
-    access_point = nullptr;
-    return false;
+    return access_point != nullptr || try_to_bind();
 }
 
 void agent_drain() {
@@ -137,9 +153,11 @@ void agent_drain() {
         deliver(message);
 }
 
-void agent_keep_access_point() {
-    if (access_point == nullptr || ipcbus_reachable(access_point))
-        return;
+bool agent_keep_access_point() {
+    if (access_point == nullptr)
+        return try_to_bind();
+    if (ipcbus_reachable(access_point))
+        return true;
     log_message(LOG_WARNING, "access point %d was gone", IPCBUS_SAP_SNMP_AGENT);
     agent_drain();
     if (access_point->socket)
@@ -148,6 +166,7 @@ void agent_keep_access_point() {
         !loop_watch(access_point->socket.get(), agent_drain))
         log_message(LOG_ERR, "access point %d: %s", IPCBUS_SAP_SNMP_AGENT,
                     strerror(errno));
+    return true; // another try follows
 }
 
 void agent_abandon() {

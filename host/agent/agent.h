@@ -12,8 +12,10 @@ bool agent_start();
 // Delivers the messages that wait at the agent's access point.
 void agent_drain();
 
-// Makes the access point anew if its socket has gone from the run directory.
-void agent_keep_access_point();
+// Binds the access point if that has not been done, and makes it anew if its
+// socket has gone from the run directory. False if another agent has it: then
+// no end of a copy or of a save would be heard of.
+bool agent_keep_access_point();
 
 // In a forked child: the access point is the agent's, not ours.
 void agent_abandon();

@@ -35,9 +35,12 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
 #include "host/agent/agent.h"
+#include "host/agent/descriptors.h"
 #include "host/agent/event_loop.h"
 #include "host/agent/modules.h"
 #include "host/agent/notifications.h"
+#include "host/agent/save_watch.h"
+#include "host/agent/staging.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
 #include "host/ipcbus/queue.h"
@@ -54,6 +57,7 @@ struct Child {
 };
 
 constexpr int most_looks = 500; // ten seconds
+constexpr unsigned sweep_seconds = 5;
 
 using Children = std::list<Child>;
 
@@ -61,6 +65,7 @@ Children children;
 Children spare; // the next one: nothing is allocated between two forks
 std::atomic<pid_t> *newborn = nullptr; // what the latest child says
 bool forking = false;                  // a child to be watched
+bool heard = false;                    // its report will reach us
 Fd next_pipe[2];                       // of that one
 int held_end = -1; // in a child: its write end, open as long as it lives
 bool in_child = false;
@@ -103,6 +108,17 @@ void deliver_failure() {
     } catch (const std::bad_alloc &) {
         snmp_alarm_register(1, 0, pay_failure, nullptr);
     }
+}
+
+// Again later if something is left: copy processes of an agent that was killed
+// may still work, and the agent may be out of descriptors.
+void sweep(unsigned, void *) {
+    static unsigned again = 0;
+    if (again != 0)
+        snmp_alarm_unregister(again);
+    again = staging_sweep() == 0
+                ? 0
+                : snmp_alarm_register(sweep_seconds, 0, sweep, nullptr);
 }
 
 void forget(Children::iterator child) {
@@ -164,9 +180,11 @@ void look_at(Children::iterator child) {
     if (!gone && runs_other_program(child->pid)) {
         forget(child);
     } else if (waitable) {
+        sweep(0, nullptr); // first: a process that is gone leaves nothing
         waitpid(child->pid, nullptr, WNOHANG);
         finish(child);
     } else if (gone) {
+        sweep(0, nullptr);
         finish(child);
     } else {
         look_again_soon();
@@ -205,9 +223,10 @@ void before_fork() {
         log_message(LOG_ERR, "a copy goes unwatched: no memory");
         return;
     }
+    staging_sweep();
     learn_pid();
     newborn->store(0);
-    agent_keep_access_point(); // for the report
+    heard = agent_keep_access_point();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
@@ -232,19 +251,28 @@ void in_parent() {
     errno = saved;
 }
 
-// Copies are staged in the working directory. That must be nobody else's: not
-// "/", where an agent in the background is.
-bool enter_private_directory() {
-    Fd here(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (here && private_directory(here.get()))
+// Lets go of all that is the agent's, as long as it is known what that is; the
+// rest is then closed.
+void leave_agent() {
+    agent_abandon();
+    save_watch_abandon();
+    loop_abandon();
+    children.clear();
+    next_pipe[0].reset();
+    if (next_pipe[1])
+        held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
+    next_pipe[1].reset();
+}
+
+bool settle_in() {
+    if (!shed_descriptors(held_end)) {
+        log_message(LOG_ERR, "the agent's descriptors: %s", strerror(errno));
+        return false;
+    }
+    umask(077); // a configuration on its way is for nobody else
+    if (staging_enter())
         return true;
-    Fd state = open_state_directory();
-    Fd work;
-    if (state)
-        work = open_private_directory_at(state.get(), "work");
-    if (work && fchdir(work.get()) == 0)
-        return true;
-    log_message(LOG_ERR, "no private directory to copy in: %s",
+    log_message(LOG_ERR, "no directory to stage a copy in: %s",
                 strerror(errno));
     return false;
 }
@@ -256,16 +284,9 @@ void in_new_process() {
         return;
     newborn->store(getpid());
     in_child = true;
-    agent_abandon();
-    loop_abandon();
-    children.clear();
-    next_pipe[0].reset();
-    if (next_pipe[1])
-        held_end = fcntl(next_pipe[1].get(), F_DUPFD_CLOEXEC, 3);
-    next_pipe[1].reset();
-    umask(077); // a configuration on its way is for nobody else
+    leave_agent();
     // Its end is a failed copy, which the agent sees.
-    if (!enter_private_directory())
+    if (!heard || !settle_in())
         _exit(1);
 }
 
@@ -282,15 +303,24 @@ bool copy_child_watch_forks() {
     if (page == MAP_FAILED)
         return false;
     newborn = new (page) std::atomic<pid_t>(0);
+    sweep(0, nullptr);
     return make_spare() &&
            pthread_atfork(before_fork, in_parent, in_new_process) == 0;
 }
 
-void copy_child_reported(pid_t pid) {
+bool copy_child_reported(pid_t pid) {
     learn_pid(); // the report may be seen before the pipe is
     for (Child &child : children)
         if (child.pid == pid)
-            child.reported = true;
+            return child.reported = true;
+    // What this process tells itself, and one that goes unwatched.
+    siginfo_t info = {};
+    if (pid == getpid() || waitid(P_PID, static_cast<id_t>(pid), &info,
+                                  WEXITED | WNOHANG | WNOWAIT) == 0)
+        return true;
+    log_message(LOG_WARNING, "a report of process %d, which is none of ours",
+                pid);
+    return false;
 }
 
 void copy_child_subscribed() {

@@ -65,12 +65,14 @@ netsnmp_variable_list *add_varbind(netsnmp_variable_list *previous,
 int subscribe(uint32_t opcode, notification_handler *handler) {
     bool up = agent_start();
     const void *module = module_loaded(handler);
-    if (!up || module == nullptr)
+    if (module == nullptr)
         return -1;
+    // Without the access point, too: it may come, and until then each copy is
+    // told to have failed.
     subscriptions[opcode] = {handler, module};
     if (opcode == IPCBUS_OPC_CONFIG_COPY_STATUS)
         copy_child_subscribed();
-    return 0;
+    return up ? 0 : -1;
 }
 
 } // namespace
@@ -82,12 +84,13 @@ bool deliver(ipcbus_message *message) {
     bool late =
         ipcbus_opc_get(message) == IPCBUS_OPC_PROCD_COPY_RUN2START_DONE &&
         !save_watch_ends(message->wire.payload);
-    if (found == subscriptions.end() || late) {
+    bool strange =
+        ipcbus_opc_get(message) == IPCBUS_OPC_CONFIG_COPY_STATUS &&
+        !copy_child_reported(message->sender_pid);
+    if (found == subscriptions.end() || late || strange) {
         ipcbus_drop(nullptr, message);
         return false;
     }
-    if (found->first == IPCBUS_OPC_CONFIG_COPY_STATUS)
-        copy_child_reported(message->sender_pid);
     oid name[MAX_OID_LEN] = {};
     size_t name_len = outcome_of(message);
     int notify = 0;

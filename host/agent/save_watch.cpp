@@ -154,12 +154,22 @@ bool saves_in_fabric(const WireMessage &message) {
     return request && request->fabric;
 }
 
-// What an earlier save has left must not pass for this one's.
-void sending(const WireMessage &message, uint32_t sap) {
-    if (sap == IPCBUS_SAP_PROCD &&
-        message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-        saves_in_fabric(message) && !clear_results())
+bool asks_for_save(const WireMessage &message, uint32_t sap) {
+    return sap == IPCBUS_SAP_PROCD &&
+           message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION;
+}
+
+bool sending(const WireMessage &message, uint32_t sap) {
+    if (!asks_for_save(message, sap))
+        return true;
+    if (!agent_keep_access_point()) { // its end would be told to another agent
+        errno = EADDRINUSE;
+        return false;
+    }
+    // What an earlier save has left must not pass for this one's.
+    if (saves_in_fabric(message) && !clear_results())
         log_message(LOG_ERR, "fabric results: %s", strerror(errno));
+    return true;
 }
 
 void sent(const WireMessage &message, uint32_t sap) {
@@ -200,6 +210,11 @@ bool wanted(const ipcbus_message &message) {
 
 void save_watch_start() {
     ipcbus_set_hooks({sending, sent, wanted});
+}
+
+void save_watch_abandon() {
+    manager.reset();
+    ipcbus_disown(ipcbus_response_q);
 }
 
 bool save_watch_ends(const std::vector<uint8_t> &payload) {

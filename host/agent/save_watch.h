@@ -13,6 +13,9 @@ namespace xfhost {
 // Watches every save that this process asks for from now on.
 void save_watch_start();
 
+// In a forked child: what is watched is the agent's.
+void save_watch_abandon();
+
 // A message with this payload says that a save has ended. False if it speaks of
 // a save that nobody waits for any more, by the token in its second word; a
 // payload without a token speaks of the one that is waited for.

@@ -95,12 +95,6 @@ bool trusted_owner(uid_t uid) {
     return user != nullptr && user->pw_uid == uid;
 }
 
-bool private_directory(int directory) {
-    struct stat st;
-    return fstat(directory, &st) == 0 && S_ISDIR(st.st_mode) &&
-           trusted_owner(st.st_uid) && (st.st_mode & 077) == 0;
-}
-
 std::string program_path(std::string_view path) {
     const Settings *s = settings();
     if (s == nullptr || !path.starts_with("/brim/"))

@@ -41,9 +41,6 @@ class Fd {
 // Accepts what this process, root, or the configured user of the agent own.
 bool trusted_owner(uid_t uid);
 
-// Whether a directory is ours and closed to everybody else.
-bool private_directory(int directory);
-
 // The path of a file below the root prefix: only /brim/... moves there.
 std::string program_path(std::string_view path);
 

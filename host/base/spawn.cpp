@@ -68,13 +68,29 @@ class Actions {
     posix_spawn_file_actions_t actions_;
 };
 
+// Whoever ignores that a child ends is not told how, and may have been started
+// like that.
+int await_children() {
+    struct sigaction action;
+    if (sigaction(SIGCHLD, nullptr, &action) != 0)
+        return errno;
+    if (action.sa_handler != SIG_IGN && (action.sa_flags & SA_NOCLDWAIT) == 0)
+        return 0;
+    if (action.sa_handler == SIG_IGN)
+        action.sa_handler = SIG_DFL;
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    return sigaction(SIGCHLD, &action, nullptr) == 0 ? 0 : errno;
+}
+
 } // namespace
 
 int spawn_program(const SpawnRequest &request, pid_t &pid) {
     Attributes attributes;
     Actions actions;
     Fd copies[3];
-    int error = actions.redirect(request.in, 0, copies[0]);
+    int error = await_children();
+    if (error == 0)
+        error = actions.redirect(request.in, 0, copies[0]);
     if (error == 0)
         error = actions.redirect(request.out, 1, copies[1]);
     if (error == 0)

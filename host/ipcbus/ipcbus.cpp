@@ -359,8 +359,9 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         if (request != nullptr)
             record.reset(new_message(WireMessage(message), getpid()));
         std::string name = "sap." + std::to_string(destination->sap);
-        if (hooks.sending != nullptr && handle->lazy)
-            hooks.sending(message, destination->sap);
+        if (hooks.sending != nullptr && handle->lazy &&
+            !hooks.sending(message, destination->sap))
+            return -1;
         if (send_to(handle, name, message) != 0)
             return -1;
         if (hooks.sent != nullptr && handle->lazy)

@@ -33,8 +33,9 @@ namespace xfhost {
 
 // What the agent side wants to know of the response queue of its process.
 struct IpcbusHooks {
-    // A message is about to be sent to an access point.
-    void (*sending)(const WireMessage &message, uint32_t sap) = nullptr;
+    // A message is about to be sent to an access point. False with errno set:
+    // it is not.
+    bool (*sending)(const WireMessage &message, uint32_t sap) = nullptr;
     // It was sent.
     void (*sent)(const WireMessage &message, uint32_t sap) = nullptr;
     // Whether somebody still waits for a message that was received; if not, it

@@ -83,7 +83,7 @@ rwcommunity private 127.0.0.1
 trap2sink 127.0.0.1:$trap_port public
 dlmod config_copy_mib $module
 END
-    (cd "$bench/staging" && exec snmpd -f -Lf "$bench/snmpd.log" -C \
+    (cd / && exec snmpd -f -Lf "$bench/snmpd.log" -C \
         -c "$bench/snmpd.conf" -I -smux "udp:$agent") \
         </dev/null >>"$bench/snmpd.log" 2>&1 &
     started+=($!)
@@ -214,7 +214,7 @@ start_bench() {
     trap stop_all EXIT
     bench=$(mktemp -d /tmp/xfdemo.XXXXXX)
     chmod 755 "$bench"
-    (cd "$bench" && mkdir -m 700 staging state run persistent fabric)
+    (cd "$bench" && mkdir -m 700 state run persistent fabric)
     mkdir "$bench/server"
     chmod 777 "$bench/server"
     use_names

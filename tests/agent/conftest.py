@@ -106,7 +106,7 @@ def mount_small():
         places.append(place)
         return place
     yield mount
-    for place in places:
+    for place in reversed(places):
         # A process that has just been killed may be in it.
         subprocess.run([*sudo, "umount", "-l", str(place)], check=True)
 

@@ -44,14 +44,15 @@ class Agent(Program):
                  no_memory=False, wrapper=(), **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
-        self.staging = folder / "staging"
+        self.home = folder / "home"  # where it runs
         self.state = folder / "state"
         self.run_directory = folder / "run"
-        for each in (self.staging, self.state, self.run_directory):
+        # Each copy process has a folder of its own there.
+        self.staging = self.state / "staging"
+        for each in (self.home, self.state, self.run_directory, self.staging):
             each.mkdir(mode=0o700)
         self.port = free_port()
         self.tftp_port = free_port()
-        self.stays_staged = set()
         self.configuration = folder / "snmpd.conf"
         self.configuration.write_text(CONFIGURATION + extra_configuration +
                                       f"dlmod config_copy_mib {MODULE}\n" +
@@ -106,7 +107,7 @@ class Agent(Program):
         self.run([*self.wrapper, *SNMPD, "-f", "-Lo", "-C",
                   "-c", str(self.configuration),
                   "-I", "-smux", f"udp:127.0.0.1:{self.port}"],
-                 cwd=self.staging, env=self.environment())
+                 cwd=self.home, env=self.environment())
         wait_for(self.answers, "the agent to answer")
         return self
 
@@ -161,6 +162,32 @@ class Agent(Program):
             out.write(content)
         return content
 
+    def staged(self):
+        """The files that copies have staged now, by their names."""
+        return {each.name: each for each in self.staging.glob("*/*")}
+
+    def nothing_staged(self):
+        """Waits until the folders of ended copies are gone; sees no other."""
+        self.idle()
+        assert os.listdir(self.staging) == []
+
+    def own_programs(self):
+        """Before the start: /brim/bin is a folder of the agent's own."""
+        root = self.folder / "root"
+        (root / "brim/bin").mkdir(parents=True)
+        for each in (BUILD / "root/brim/bin").iterdir():
+            (root / "brim/bin" / each.name).symlink_to(each)
+        self.settings["root"] = root
+
+    def replace_program(self, name, script):
+        """In a folder of its own: the text of a script that is run instead;
+        `{real}` in it is the program's own path."""
+        program = self.settings["root"] / "brim/bin" / name
+        program.unlink()
+        program.write_text(script.replace(
+            "{real}", str(BUILD / "root/brim/bin" / name)))
+        program.chmod(0o755)
+
     def accounting(self):
         file = self.state / "accounting.log"
         return file.read_text().splitlines() if file.exists() else []
@@ -197,7 +224,7 @@ class Agent(Program):
         """Ends the agent and looks for what it has left behind."""
         try:
             assert self.running(), "the agent ended by itself"
-            self.idle()
+            self.nothing_staged()
             # The agent's own socket and that of its requests.
             own = ("sap.28", f"q.{self.pid}.")
             assert all(each.startswith(own) for each in self.sockets())
@@ -206,7 +233,8 @@ class Agent(Program):
             print(f"--- snmpd, status {status}\n{self.log}")
         assert status == 0
         assert self.sockets() == []
-        assert set(os.listdir(self.staging)) == self.stays_staged
+        # It has been nowhere but where it was told to be.
+        assert self.home == self.state or os.listdir(self.home) == []
 
     def sockets(self):
         return [each.name for each in self.run_directory.iterdir()

@@ -31,6 +31,23 @@ def results_file():
         RESULTS.unlink(missing_ok=True)
 
 
+@pytest.fixture
+def agent(make_agent):
+    return make_agent(prepare=lambda agent: agent.own_programs())
+
+
+@pytest.fixture
+def keeping(agent):
+    """An agent whose shell keeps what it is told to apply; and where."""
+    kept = agent.folder / "applied"
+    agent.replace_program("qsh", f"""\
+#!/bin/sh
+[ "$1" = --apply ] || exec {{real}} "$@"
+cp "$2" {kept}
+""")
+    return agent, kept
+
+
 def test_running_configuration_to_server(agent, station, tftp_server):
     running = agent.running_config(b"hostname one\nvlan 10\n  name ten\n")
     station.set(go(upload(1, "up.cfg")))
@@ -55,28 +72,36 @@ def test_every_octet_arrives_at_the_server(agent, station, tftp_server, size):
 
 
 @pytest.mark.parametrize("size", SIZES)
-def test_every_octet_arrives_from_the_server(agent, station, tftp_server,
-                                             size):
+def test_every_octet_arrives_from_the_server(keeping, tftp_server, size):
+    agent, kept = keeping
     content = tftp_server.offer("down.bin", os.urandom(size))
+    agent.station.set(go(download(1, "down.bin")))
+    agent.succeeds(1)
+    assert kept.read_bytes() == content
+
+
+def test_file_that_is_copied_to_nothing(agent, station, tftp_server):
+    """It is fetched, and gone with its process."""
+    tftp_server.offer("down.bin", b"anything")
     station.set(go(download(1, "down.bin", to=STAY_STAGED)))
     agent.succeeds(1)
-    agent.stays_staged = {"down.bin"}
-    assert (agent.staging / "down.bin").read_bytes() == content
+    agent.nothing_staged()
 
 
 @pytest.mark.parametrize("size", [0, 1, 512, 1024, 70_000])
 def test_server_without_options_takes_blocks_of_512(
-        agent, station, make_tftp_server, size):
+        keeping, make_tftp_server, size):
+    agent, kept = keeping
+    station = agent.station
     server = make_tftp_server(options=["-c", "-r", "blksize", "-r", "blksize2"])
     running = agent.running_config(os.urandom(size))
     content = server.offer("down.bin", os.urandom(size))
     station.set(go(upload(1, "up.bin")))
     agent.succeeds(1)
-    station.set(go(download(2, "down.bin", to=STAY_STAGED)))
+    station.set(go(download(2, "down.bin")))
     agent.succeeds(2)
-    agent.stays_staged = {"down.bin"}
     assert server.content("up.bin") == running
-    assert (agent.staging / "down.bin").read_bytes() == content
+    assert kept.read_bytes() == content
 
 
 def test_32_mebibytes_to_the_server(agent, station, tftp_server):
@@ -86,12 +111,12 @@ def test_32_mebibytes_to_the_server(agent, station, tftp_server):
     assert tftp_server.content("large.bin") == running
 
 
-def test_32_mebibytes_from_the_server(agent, station, tftp_server):
+def test_32_mebibytes_from_the_server(keeping, tftp_server):
+    agent, kept = keeping
     content = tftp_server.offer("large.bin", os.urandom(32 * MEBIBYTE))
-    station.set(go(download(1, "large.bin", to=STAY_STAGED)))
+    agent.station.set(go(download(1, "large.bin")))
     agent.succeeds(1, seconds=120)
-    agent.stays_staged = {"large.bin"}
-    assert (agent.staging / "large.bin").read_bytes() == content
+    assert kept.read_bytes() == content
 
 
 def test_32_mebibytes_are_applied(agent, station, tftp_server):
@@ -237,15 +262,6 @@ def test_line_that_cannot_be_applied(agent, station, tftp_server):
         if any("flux on" in line for line in lines):
             break
     assert len(lines) == 1 and "2" in lines[0] and "flux on" in lines[0]
-
-
-def test_folder_that_takes_no_file(agent, station, tftp_server, fault):
-    (agent.staging / "up.cfg").mkdir()
-    station.set(go(upload(1, "up.cfg")))
-    assert agent.fails(1) == UNKNOWN
-    agent.stays_staged = {"up.cfg"}
-    fault("Disk", "folder in the place of the staged file",
-          "row failed, unknown")
 
 
 def test_copy_process_that_is_killed(agent, station, double, fault):

@@ -16,12 +16,12 @@ from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
                     wait_for_copy_process, with_held_upload)
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
+from tftp_double import TftpDouble
 from tools import wait_for
 
 # The copies, and the steps of each in their order with what has to come of a
 # process that is killed there.
-KILLED = "row failed, unknown"
-STAYS = "row failed, unknown; the staged file stays"
+KILLED = "row failed, unknown, nothing staged"
 REPORTED = "row successful"
 STEPS = {
     "upload": [
@@ -29,13 +29,13 @@ STEPS = {
         ("bind before", "before it binds its handle", KILLED),
         ("bind after", "after it has bound its handle", KILLED),
         ("stage before", "before it opens the staged file", KILLED),
-        ("stage after", "after it has opened the staged file", STAYS),
-        ("show before", "before the configuration is shown", STAYS),
-        ("show after", "after the configuration was shown", STAYS),
-        ("tell before", "before it tells the system manager", STAYS),
-        ("send before", "before the transfer", STAYS),
-        ("send after", "after the transfer", STAYS),
-        ("remove before", "before it removes the staged file", STAYS),
+        ("stage after", "after it has opened the staged file", KILLED),
+        ("show before", "before the configuration is shown", KILLED),
+        ("show after", "after the configuration was shown", KILLED),
+        ("tell before", "before it tells the system manager", KILLED),
+        ("send before", "before the transfer", KILLED),
+        ("send after", "after the transfer", KILLED),
+        ("remove before", "before it removes the staged file", KILLED),
         ("remove after", "after it has removed the staged file", KILLED),
         ("bind-report before", "before it binds for its report", KILLED),
         ("bind-report after", "after it has bound for its report", KILLED),
@@ -44,9 +44,9 @@ STEPS = {
     ],
     "download": [
         ("fetch before", "before the transfer", KILLED),
-        ("fetch after", "after the transfer", STAYS),
-        ("apply before", "before the configuration is applied", STAYS),
-        ("apply after", "after the configuration was applied", STAYS),
+        ("fetch after", "after the transfer", KILLED),
+        ("apply before", "before the configuration is applied", KILLED),
+        ("apply after", "after the configuration was applied", KILLED),
         ("remove after", "after it has removed the fetched file", KILLED),
         ("report before", "before its report", KILLED),
         ("report after", "after its report", REPORTED),
@@ -78,11 +78,9 @@ def test_copy_process_killed_at_every_step(make_agent, make_double, fault,
             "startup to running": startup_to_running(index)}[copy])
         outcome = outcome_of(agent, index)
         agent.idle()
-        left = sorted(os.listdir(agent.staging))
-        if left:
-            assert left == [{"upload": "up.cfg"}.get(copy, "down.cfg")]
-            (agent.staging / left[0]).unlink()
-            outcome += "; the staged file stays"
+        assert os.listdir(agent.staging) == [], step
+        if outcome != REPORTED:
+            outcome += ", nothing staged"
         assert outcome == expected, step
         fault("Copy process", f"{copy}, killed {words}", outcome)
         agent.fault_point.unlink()
@@ -149,11 +147,10 @@ def lowest_free(pid):
     return next(number for number in range(1024) if number not in taken)
 
 
-@pytest.mark.parametrize("spare, expected", [
-    (1, "row failed, unknown"), (3, "row successful")], ids=["one", "three"])
-def test_few_descriptors_left(make_agent, make_double, fault, spare, expected):
-    """Without any, a stock agent answers nobody. With one, there is none for
-    the report, which is given up after ten pauses."""
+@pytest.mark.parametrize("spare", [1, 3])
+def test_few_descriptors_left(make_agent, make_double, fault, spare):
+    """Without any, a stock agent answers nobody. A copy process has closed
+    what is the agent's."""
     agent = make_agent(fault_points=True)
     double = make_double(agent)
     agent.running_config(b"hostname one\n")
@@ -162,13 +159,11 @@ def test_few_descriptors_left(make_agent, make_double, fault, spare, expected):
     limit(agent, "nofile", lowest_free(agent.pid) + spare)
     agent.station.set(go(upload(1, "up.cfg", double.address)))
     outcome = outcome_of(agent, 1)
-    assert outcome == expected
+    assert outcome == "row successful"
     agent.idle()
     limit(agent, "nofile")
     assert agent.open_files() == files
-    for file in agent.staging.iterdir():
-        assert file.read_bytes() == b""
-        file.unlink()
+    wait_for(lambda: os.listdir(agent.staging) == [], "the staged file to go")
     fault("Descriptors", f"agent with {spare} to spare (RLIMIT_NOFILE)",
           f"{outcome}; {goes_on(agent, double)} when there are more")
 
@@ -177,23 +172,16 @@ def test_few_descriptors_left(make_agent, make_double, fault, spare, expected):
 
 def hold_shell(agent):
     """From now on the shell waits while the file "hold" is there."""
-    root = agent.folder / "root"
-    (root / "brim/bin").mkdir(parents=True)
-    real = lab.BUILD / "root/brim/bin"
-    for each in real.iterdir():
-        if each.name != "qsh":
-            (root / "brim/bin" / each.name).symlink_to(each)
-    shell = root / "brim/bin/qsh"
-    hold = agent.folder / "hold"
-    shell.write_text("#!/bin/sh\n"
-                     f"echo $$ >>{agent.folder}/shells\n"
-                     "for i in $(seq 300); do\n"
-                     f"    [ -e {hold} ] || break\n"
-                     "    sleep 0.1\n"
-                     "done\n"
-                     f"exec {real}/qsh \"$@\"\n")
-    shell.chmod(0o755)
-    agent.settings["root"] = root
+    agent.own_programs()
+    agent.replace_program("qsh", f"""\
+#!/bin/sh
+echo $$ >>{agent.folder}/shells
+for i in $(seq 300); do
+    [ -e {agent.folder}/hold ] || break
+    sleep 0.1
+done
+exec {{real}} "$@"
+""")
 
 
 def shells(agent):
@@ -225,22 +213,14 @@ def test_copy_process_killed_in_the_middle(make_agent, make_double, fault,
     outcome = outcome_of(agent, 1)
     assert outcome == "row failed, unknown"
     agent.idle()
-    # The shell is a process of its own and does what it was told.
+    # The shell is a process of its own; what it was to read is gone.
     hold.unlink(missing_ok=True)
     double.gate.set()
     wait_for(lambda: not shells(agent), "the shell to end")
+    assert agent.running_config() == b"hostname one\n"
+    assert os.listdir(agent.staging) == []
     if copy == "applied":
-        assert agent.running_config() == b"hostname two\n"
-        outcome += "; the shell applies the file to its end"
-    else:
-        assert agent.running_config() == b"hostname one\n"
-    left = os.listdir(agent.staging)
-    if copy == "fetched":
-        assert left == []
-    else:
-        assert len(left) == 1
-        outcome += "; the staged file stays"
-        (agent.staging / left[0]).unlink()
+        outcome += "; a shell that has not begun finds nothing to apply"
     fault("Copy process", "killed while the configuration is " + copy,
           f"{outcome}; {goes_on(agent, double)}")
 
@@ -269,14 +249,14 @@ def test_full_staging_directory(mount_small, make_agent, make_double, fault):
     outcome = outcome_of(agent, 1)
     assert outcome == "row failed, unknown"
     assert "up.cfg" not in double.files
-    (agent.staging / "up.cfg").unlink()
+    agent.nothing_staged()
     agent.station.set(go(download(2, "down.cfg", double.address)))
     fetched = outcome_of(agent, 2)
     assert agent.running_config() == big
-    assert os.listdir(agent.staging) == []
+    agent.nothing_staged()
     agent.running_config(b"hostname one\n")
     fault("Disk", "staging directory full, upload",
-          f"{outcome}, nothing sent; the staged file stays")
+          f"{outcome}, nothing sent, nothing left")
     fault("Disk", "staging directory full, download",
           f"{fetched}, nothing left; {goes_on(agent, double)} with less")
 
@@ -298,7 +278,7 @@ def test_staging_directory_that_cannot_be_written(mount_small, make_agent,
         agent.station.set(go(copy(index, "down.cfg", double.address)))
         outcome = outcome_of(agent, index)
         assert outcome == "row failed, unknown"
-        assert os.listdir(agent.staging) == []
+        agent.nothing_staged()
         fault("Disk", f"staging directory read-only, {words}", outcome)
     assert double.requests == []
     assert agent.running_config() == b"hostname one\n"
@@ -307,14 +287,37 @@ def test_staging_directory_that_cannot_be_written(mount_small, make_agent,
 
 
 def test_state_directory_full(mount_small, make_agent, make_double, fault):
-    """Trace history and records are lost, copies are not."""
+    """Copies are staged there, too."""
     agent = make_agent(prepare=lambda agent: mount_small(agent.state))
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    fill(agent.state / "filler")
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row failed, unknown"
+    assert double.requests == []
+    agent.nothing_staged()
+    assert "accounting record lost: No space left on device" in agent.log
+    (agent.state / "filler").unlink()
+    fault("Disk", "state directory full, upload",
+          f"{outcome}, nothing sent, nothing left, no accounting record, "
+          f"which is logged; {goes_on(agent, double)} with more room")
+
+
+def test_state_directory_full_but_for_copies(mount_small, make_agent,
+                                             make_double, fault):
+    """Trace history and records are lost, copies are not."""
+    def prepare(agent):
+        mount_small(agent.state)
+        mount_small(agent.staging)
+    agent = make_agent(prepare=prepare)
     double = make_double(agent)
     agent.running_config(b"hostname one\n")
     fill(agent.state / "filler")
     outcome = goes_on(agent, double)
     assert "accounting record lost: No space left on device" in agent.log
-    fault("Disk", "state directory full, upload",
+    fault("Disk", "state directory full, staging directory on a disk of its "
+          "own, upload",
           f"row successful, no accounting record, which is logged; {outcome}")
     double.files["down.cfg"] = b"hostname two\n" + b"".join(
         b"vlan %d\n" % number for number in range(1, 3000))
@@ -322,7 +325,8 @@ def test_state_directory_full(mount_small, make_agent, make_double, fault):
     outcome = outcome_of(agent, 1)
     assert outcome == "row failed, unknown"
     assert agent.running_config() == b"hostname one\n"
-    fault("Disk", "state directory full, configuration applied",
+    fault("Disk", "state directory full, staging directory on a disk of its "
+          "own, configuration applied",
           f"{outcome}, running configuration unchanged")
 
 
@@ -429,15 +433,54 @@ def kill_agent(agent):
 def test_agent_killed_during_a_copy(make_agent, make_double, fault):
     agent, double, child = with_held_upload(make_agent, make_double)
     kill_agent(agent)
-    double.gate.set()
-    # The copy is done to its end; its report reaches nobody.
-    wait_for(lambda: not os.path.exists(f"/proc/{child}"), "the copy process")
-    assert double.files["up.cfg"] == b"hostname one\n"
-    assert os.listdir(agent.staging) == []
+    # On the same port, while the copy process still works.
     agent.start()
     assert agent.station.rows() == []
-    fault("Agent", "killed during a copy and started again",
-          "the copy process ends its work, nothing is left; no rows; " +
+    assert os.path.exists(f"/proc/{child}")
+    # Its server holds this copy, too, until the gate opens for both.
+    agent.station.set(go(upload(7, "held.cfg", double.address)))
+    wait_for(lambda: sorted(agent.staged()) == ["held.cfg", "up.cfg"],
+             "the second transfer")
+    double.gate.set()
+    wait_for(lambda: not os.path.exists(f"/proc/{child}"), "the copy process")
+    assert double.files["up.cfg"] == b"hostname one\n"
+    agent.succeeds(7)
+    assert double.files["held.cfg"] == b"hostname one\n"
+    wait_for(lambda: os.listdir(agent.staging) == [], "the staged files to go")
+    forget(agent, 7)
+    fault("Agent", "killed during a copy and started again on its port while "
+          "the copy process works, and asked for another copy",
+          "both copies are done, each report reaches its own agent or none, "
+          "nothing is left; " + goes_on(agent, double))
+
+
+def test_report_of_a_copy_process_of_the_agent_before(make_agent, make_double,
+                                                      fault):
+    """It comes while a copy of the new agent runs, and must not end that."""
+    agent, double, child = with_held_upload(make_agent, make_double)
+    kill_agent(agent)
+    agent.start()
+    other = TftpDouble("127.0.0.5", agent.tftp_port)
+    try:
+        other.gate.clear()
+        agent.station.set(go(upload(7, "held.cfg", other.address)))
+        wait_for(lambda: other.requests, "the second transfer")
+        double.gate.set()
+        wait_for(lambda: not os.path.exists(f"/proc/{child}"),
+                 "the copy process")
+        agent.answers()
+        time.sleep(0.2)
+        assert agent.station.get("xfCopyState", 7) == IN_PROGRESS
+        assert "a report of process" in agent.log
+        other.gate.set()
+        agent.succeeds(7)
+        assert other.files["held.cfg"] == b"hostname one\n"
+    finally:
+        other.gate.set()
+        other.close()
+    forget(agent, 7)
+    fault("Agent", "a copy process of the agent before it reports",
+          "logged and dropped, the copy of the new agent runs on; " +
           goes_on(agent, double))
 
 
@@ -453,9 +496,9 @@ def test_agent_killed_with_its_copy_process(make_agent, make_double, fault):
     kill_agent(agent)
     os.kill(child, signal.SIGKILL)
     wait_for(lambda: not os.path.exists(f"/proc/{child}"), "the copy process")
-    assert os.listdir(agent.staging) == []
     double.stop_after = None
     agent.start()
+    assert os.listdir(agent.staging) == []
     assert agent.running_config() == b"hostname one\n"
     fault("Agent", "killed with its copy process in the middle of a download",
           "no part of the file, no rows; " + goes_on(agent, double))

@@ -9,7 +9,7 @@ import pytest
 
 import lab
 from snmp import (CREATE_AND_WAIT, DESTROY, ENTRY, NETWORK, ROOT, RUNNING,
-                  Failure, Station, go, name, row, upload)
+                  Failure, Station, download, go, name, row, upload)
 from tools import wait_for
 from transfer_servers import PASSWORD, USER, Servers, needs_servers
 
@@ -152,26 +152,73 @@ def knows(path, secret):
     return path.is_file() and secret.encode() in path.read_bytes()
 
 
-@pytest.mark.parametrize("open_folder", [False, True])
-def test_a_configuration_on_its_way(agent, double, open_folder):
-    """It is in a folder of the agent's alone, even if the agent's own is not."""
+def test_a_configuration_on_its_way(agent, double):
+    """It is in a folder of its own, for the agent's user alone."""
     double.gate.clear()
     try:
-        agent.staging.chmod(0o755 if open_folder else 0o700)
         agent.running_config(b"hostname one\n")
         agent.station.set(go(upload(1, "way.cfg", double.address)))
         wait_for(lambda: double.requests, "the request")
-        work = agent.state / "work"
-        file = (work if open_folder else agent.staging) / "way.cfg"
+        file = agent.staged()["way.cfg"]
         assert file.read_bytes() == b"hostname one\n"
         assert stat.S_IMODE(file.stat().st_mode) == 0o600
         assert stat.S_IMODE(file.parent.stat().st_mode) == 0o700
+        assert os.listdir(file.parent) == ["way.cfg"]
     finally:
-        agent.staging.chmod(0o700)
         double.gate.set()
     agent.succeeds(1)
-    agent.idle()
-    assert not file.exists()
+    agent.nothing_staged()
+
+
+# Files of a user's home, and all that the state directory holds.
+PRECIOUS = [".bashrc", ".profile", ".expect.rc", ".netrc", "known_hosts",
+            "accounting.log", "running-config", "running-config.lock",
+            "system.cfg", "staging", "trace", "startup"]
+
+
+def with_precious_files(agent):
+    """Its home is the state directory, with files of every name."""
+    agent.home = agent.state
+    for each in PRECIOUS:
+        if not (agent.home / each).exists():
+            (agent.home / each).touch(mode=0o600)
+    (agent.home / "trace").unlink()
+    (agent.home / "startup").unlink()
+    (agent.home / "known_hosts").write_text("precious\n")
+    (agent.home / ".expect.rc").write_text("precious\n")
+
+
+@pytest.mark.parametrize("to_server", [True, False], ids=["up", "down"])
+def test_names_of_the_agents_own_files(make_agent, make_double, fault,
+                                       to_server):
+    """A station chooses the name that a copy is staged under."""
+    agent = make_agent(prepare=with_precious_files)
+    double = make_double(agent)
+    kept = {each: (agent.home / each).stat().st_ino
+            for each in PRECIOUS if (agent.home / each).is_file() and
+            each not in ("accounting.log", "running-config")}
+    for index, name_ in enumerate(PRECIOUS, 1):
+        running = agent.running_config(b"hostname one\n")
+        double.files[name_] = b"hostname of-the-server\n"
+        agent.station.set(go(
+            upload(index, name_, double.address) if to_server else
+            download(index, name_, double.address)))
+        agent.succeeds(index)
+        if to_server:
+            assert double.files[name_] == running
+        else:
+            assert agent.running_config() == b"hostname of-the-server\n"
+        agent.nothing_staged()
+    for name_ in ("known_hosts", ".expect.rc"):
+        assert (agent.home / name_).read_text() == "precious\n"
+    if to_server:
+        assert {each: (agent.home / each).stat().st_ino
+                for each in kept} == kept
+    assert len(agent.accounting()) == 2 * len(PRECIOUS)
+    fault("Somebody on the switch or the network",
+          "file names of the agent's own files, where it runs in its state "
+          f"directory, {'upload' if to_server else 'download'}",
+          "copied; no file of the agent's is touched")
 
 
 @needs_servers
@@ -196,7 +243,7 @@ def test_what_a_copy_leaves_behind(make_agent, protocol):
         agent.idle()
     finally:
         servers.stop()
-    folders = agent.state, agent.run_directory, agent.staging
+    folders = agent.state, agent.run_directory, agent.home
     left = list(below(*folders))
     assert agent.state / "accounting.log" in left
     assert open_to_others(*folders) == []

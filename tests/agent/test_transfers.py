@@ -28,8 +28,8 @@ needs_namespaces = pytest.mark.skipif(
 # everything that / has and the programs of the build tree below /brim.
 IN_ROOT = """\
 set -e
-new=$1 build=$2 staging=$3 full=$4
-shift 4
+new=$1 build=$2 staging=$3 full=$4 home=$5
+shift 5
 mount -t tmpfs tmpfs "$new"
 for each in /*; do
     if [ -L "$each" ]; then cp -P "$each" "$new$each"
@@ -39,7 +39,7 @@ done
 mkdir -p "$new/brim"
 mount --rbind "$build/root/brim" "$new/brim"
 [ -z "$full" ] || mount -t tmpfs -o size=64k,mode=700 tmpfs "$new$staging"
-exec chroot "$new" env -C "$staging" "$@"
+exec chroot "$new" env -C "$home" "$@"
 """
 
 
@@ -58,7 +58,7 @@ class InstalledAgent(lab.Agent):
     def run(self, command, **options):
         super().run(["unshare", "-m", "sh", str(self.script), str(self.root),
                      str(lab.BUILD), str(self.staging),
-                     "yes" if self.full else "", *command], **options)
+                     "yes" if self.full else "", str(self.home), *command], **options)
 
 
 @pytest.fixture
@@ -217,7 +217,8 @@ def test_full_staging_directory(make_installed, server, protocol, fault):
     server.offer("large", os.urandom(500_000))
     agent.station.set(go(copy(1, protocol, NETWORK, RUNNING, "large")))
     assert agent.fails(1) == NO_MEMORY
-    assert os.listdir(f"/proc/{agent.pid}/cwd/") == []
+    agent.idle()
+    assert os.listdir(f"/proc/{agent.pid}/root{agent.staging}") == []
     fault("Disk", f"staging directory full, {protocol} download",
           "row failed, noMem, nothing left")
 
