@@ -1,29 +1,30 @@
-// TFTP on libcurl: octet mode, with the block size negotiated.
+// TFTP: the calls of the platform, their files and their time.
 #include "platform/tftp.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
-#include <memory>
+#include <limits>
 #include <new>
 #include <string>
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "host/base/files.h"
 #include "host/base/settings.h"
+#include "host/tftp/channel.h"
+#include "host/tftp/conversation.h"
 
 using namespace xfhost;
+using namespace xfhost::tftp;
 
 namespace {
-
-constexpr long block_size = 1428; // an Ethernet frame with IPv6 holds it
 
 struct Server {
     std::string address;
@@ -31,164 +32,125 @@ struct Server {
     int packet_seconds = 20;
 } server;
 
-int system_error(int number) {
-    return -(100 + number);
+// Of a local file.
+int file_error(int number) {
+    bool full = number == ENOSPC || number == EDQUOT || number == EFBIG;
+    return full ? no_room : system_error(number);
 }
 
-double now_seconds() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) +
-           static_cast<double>(now.tv_nsec) / 1e9;
-}
+class SentFile : public LocalFile {
+  public:
+    explicit SentFile(const Fd &file) : file_(file) {}
 
-// One transfer, as the callbacks see it.
-struct Transfer {
-    Fd file;
-    int file_error = 0; // of the local file
-    bool stalled = false;
-    curl_off_t moved = 0;
-    double moved_at = 0;
+    int expect(uint64_t) override {
+        return system_error(EPROTO);
+    }
+    int append(std::string_view) override {
+        return system_error(EPROTO);
+    }
+    int next(size_t length, std::string &octets) override {
+        octets.resize(length);
+        size_t filled = 0;
+        ssize_t got = 1;
+        while (filled < length && got > 0) {
+            got = read(file_.get(), octets.data() + filled, length - filled);
+            if (got > 0)
+                filled += static_cast<size_t>(got);
+        }
+        int error = got < 0 ? system_error(errno) : 0;
+        octets.resize(filled);
+        return error;
+    }
+
+  private:
+    const Fd &file_;
 };
 
-size_t read_file(char *buffer, size_t size, size_t count, void *argument) {
-    auto transfer = static_cast<Transfer *>(argument);
-    ssize_t got = read(transfer->file.get(), buffer, size * count);
-    if (got >= 0)
-        return static_cast<size_t>(got);
-    transfer->file_error = errno;
-    return CURL_READFUNC_ABORT;
+// Takes no more than the settings allow, the process may write and, as far as
+// the server tells the size, the disk has room for.
+class FetchedFile : public LocalFile {
+  public:
+    explicit FetchedFile(const Fd &file)
+        : file_(file),
+          most_(static_cast<uint64_t>(settings()->download_octets)) {
+        struct rlimit limit;
+        if (getrlimit(RLIMIT_FSIZE, &limit) == 0)
+            most_ = std::min<uint64_t>(most_, limit.rlim_cur);
+    }
+    int expect(uint64_t octets) override {
+        return octets > std::min(most_, free_octets()) ? no_room : 0;
+    }
+    int append(std::string_view octets) override {
+        if (octets.size() > most_ - size_)
+            return no_room;
+        size_ += octets.size();
+        return write_whole(file_.get(), octets) ? 0 : file_error(errno);
+    }
+    int next(size_t, std::string &) override {
+        return system_error(EPROTO);
+    }
+
+  private:
+    uint64_t free_octets() const {
+        struct statvfs room;
+        if (fstatvfs(file_.get(), &room) != 0 || room.f_blocks == 0)
+            return std::numeric_limits<uint64_t>::max(); // it does not say
+        return uint64_t{room.f_bavail} * room.f_frsize;
+    }
+
+    const Fd &file_;
+    uint64_t most_;
+    uint64_t size_ = 0;
+};
+
+// Whether something came until `deadline` that brings the transfer on.
+bool listen_once(Channel &channel, Conversation &talk, double deadline) {
+    uint16_t port = 0;
+    std::string datagram;
+    if (!channel.receive(deadline, port, datagram))
+        return false;
+    bool first = talk.port() == 0;
+    bool news = talk.take(port, datagram);
+    if (first && talk.port() != 0)
+        channel.set_port(talk.port());
+    return news;
 }
 
-size_t write_file(char *buffer, size_t size, size_t count, void *argument) {
-    auto transfer = static_cast<Transfer *>(argument);
-    if (write_whole(transfer->file.get(), {buffer, size * count}))
-        return size * count;
-    transfer->file_error = errno;
-    return size * count == 0 ? 1 : 0;
-}
-
-// libcurl bounds the whole transfer; this bounds the wait for each answer, also
-// in the middle.
-int watch_progress(void *argument, curl_off_t, curl_off_t down, curl_off_t,
-                   curl_off_t up) {
-    auto transfer = static_cast<Transfer *>(argument);
+// Holds the conversation until it has ended. `end` bounds all of it, the wait
+// for each answer that brings it on is packet_seconds.
+int converse(Conversation &talk, double end) {
+    Channel channel;
+    if (!channel.open(server.address, static_cast<uint16_t>(server.port)) ||
+        !channel.send(talk.packet()))
+        return system_error(errno);
+    const double patience = server.packet_seconds;
+    const double pause = std::clamp(patience / 4, 1.0, 5.0);
     double now = now_seconds();
-    if (down + up != transfer->moved || transfer->moved_at <= 0) {
-        transfer->moved = down + up;
-        transfer->moved_at = now;
+    double give_up = std::min(end, now + patience), again = now + pause;
+    while (!talk.ended() && now < give_up) {
+        bool news = listen_once(channel, talk, std::min(again, give_up));
+        now = now_seconds();
+        if (news)
+            give_up = std::min(end, now + patience);
+        if (!news && (talk.ended() || now < again))
+            continue;
+        if (!channel.send(talk.packet()) && !talk.ended())
+            return system_error(errno);
+        again = now + pause;
     }
-    transfer->stalled = now - transfer->moved_at > server.packet_seconds;
-    return transfer->stalled ? 1 : 0;
+    return talk.ended() ? talk.result() : system_error(ETIMEDOUT);
 }
 
-int code_of(CURLcode result, const Transfer &transfer, long os_error) {
-    if (result == CURLE_OK)
-        return 0;
-    if (transfer.file_error != 0)
-        return system_error(transfer.file_error);
-    if (transfer.stalled)
-        return system_error(ETIMEDOUT);
-    switch (result) {
-    case CURLE_TFTP_NOTFOUND:
-        return -1;
-    case CURLE_TFTP_PERM:
-        return -2;
-    case CURLE_REMOTE_DISK_FULL:
-        return -3;
-    case CURLE_TFTP_ILLEGAL:
-        return -4;
-    case CURLE_TFTP_UNKNOWNID:
-        return -5;
-    case CURLE_REMOTE_FILE_EXISTS:
-        return -6;
-    case CURLE_TFTP_NOSUCHUSER:
-        return -7;
-    case CURLE_OPERATION_TIMEDOUT:
-        return system_error(ETIMEDOUT);
-    case CURLE_OUT_OF_MEMORY:
-        return system_error(ENOMEM);
-    default:
-        break;
-    }
-    if (os_error > 0)
-        return system_error(static_cast<int>(os_error));
-    return system_error(result == CURLE_COULDNT_CONNECT ? ETIMEDOUT : EPROTO);
-}
-
-// The remote name must arrive as it is: every octet that means something in a
-// URL is escaped, the slashes and the start of a ";mode=" included.
-std::string url_of(CURL *curl, const char *remote) {
-    char *escaped = curl_easy_escape(curl, remote, 0);
-    if (escaped == nullptr)
-        throw std::bad_alloc();
-    std::string name(escaped);
-    curl_free(escaped);
-    bool v6 = server.address.find(':') != std::string::npos;
-    return "tftp://" + (v6 ? "[" + server.address + "]" : server.address) +
-           ":" + std::to_string(server.port) + "/" + name;
-}
-
-void set_common(CURL *curl, const std::string &url, Transfer &transfer) {
-    const Settings *s = settings();
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "tftp");
-    curl_easy_setopt(curl, CURLOPT_PROXY, "");
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(curl, CURLOPT_TFTP_BLKSIZE, block_size);
-    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, long{server.packet_seconds});
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, long{s->tftp_total_seconds});
-    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, watch_progress);
-    curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
-}
-
-using Setup = void(CURL *curl, Transfer &transfer);
-
-void set_upload(CURL *curl, Transfer &transfer) {
-    struct stat st = {};
-    fstat(transfer.file.get(), &st);
-    curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(curl, CURLOPT_READFUNCTION, read_file);
-    curl_easy_setopt(curl, CURLOPT_READDATA, &transfer);
-    curl_easy_setopt(curl, CURLOPT_INFILESIZE_LARGE,
-                     static_cast<curl_off_t>(st.st_size));
-}
-
-void set_download(CURL *curl, Transfer &transfer) {
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write_file);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &transfer);
-}
-
-CURLcode perform_once(CURL *curl, const char *remote, Transfer &transfer,
-                      Setup *setup, bool options) {
-    set_common(curl, url_of(curl, remote), transfer);
-    curl_easy_setopt(curl, CURLOPT_TFTP_NO_OPTIONS, options ? 0L : 1L);
-    setup(curl, transfer);
-    return curl_easy_perform(curl);
-}
-
-// A server may dislike options, and libcurl dislikes one answer to them: that a
-// file to fetch is empty. Both end before anything has moved.
-bool worth_without_options(CURLcode result, const Transfer &transfer) {
-    return (result == CURLE_TFTP_ILLEGAL ||
-            (result == CURLE_ABORTED_BY_CALLBACK && !transfer.stalled)) &&
-           transfer.moved == 0 && transfer.file_error == 0;
-}
-
-int perform(const char *remote, Transfer &transfer, Setup *setup) {
-    static const CURLcode ready = curl_global_init(CURL_GLOBAL_NOTHING);
-    std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(
-        ready == CURLE_OK ? curl_easy_init() : nullptr, curl_easy_cleanup);
-    if (!curl)
-        return system_error(ENOMEM);
-    CURLcode result = perform_once(curl.get(), remote, transfer, setup, true);
-    if (worth_without_options(result, transfer))
-        result = perform_once(curl.get(), remote, transfer, setup, false);
-    long os_error = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_OS_ERRNO, &os_error);
-    return code_of(result, transfer, os_error);
+int transfer(Request request, LocalFile &file) {
+    double end = now_seconds() + settings()->tftp_total_seconds;
+    request.options = true;
+    Conversation talk(request, file);
+    int result = converse(talk, end);
+    if (!talk.options_refused())
+        return result;
+    request.options = false; // nothing has moved so far
+    Conversation plain(request, file);
+    return converse(plain, end);
 }
 
 int check_call(const char *remote) {
@@ -198,15 +160,14 @@ int check_call(const char *remote) {
 }
 
 int put(const char *local, const char *remote) {
-    Transfer transfer;
-    transfer.file =
-        Fd(open(local, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    Fd file(open(local, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat st;
-    if (!transfer.file || fstat(transfer.file.get(), &st) != 0)
+    if (!file || fstat(file.get(), &st) != 0)
         return system_error(errno);
     if (!S_ISREG(st.st_mode))
         return system_error(EINVAL);
-    return perform(remote, transfer, set_upload);
+    SentFile sent(file);
+    return transfer({true, remote, static_cast<uint64_t>(st.st_size)}, sent);
 }
 
 constexpr int new_file = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
@@ -229,8 +190,8 @@ int keep_part(const Fd &file, const std::string &part,
     if (access(part.c_str(), F_OK) != 0 &&
         linkat(AT_FDCWD, open_file.c_str(), AT_FDCWD, part.c_str(),
                AT_SYMLINK_FOLLOW) != 0)
-        return system_error(errno);
-    return rename(part.c_str(), local.c_str()) == 0 ? 0 : system_error(errno);
+        return file_error(errno);
+    return rename(part.c_str(), local.c_str()) == 0 ? 0 : file_error(errno);
 }
 
 // The file appears under its name when it is whole.
@@ -239,13 +200,13 @@ int get(const char *remote, const std::string &local) {
     std::string folder =
         slash == std::string::npos ? "" : local.substr(0, slash + 1);
     std::string part = folder + ".tftp-" + std::to_string(getpid()) + ".part";
-    Transfer transfer;
-    transfer.file = open_part(folder.empty() ? "." : folder, part);
-    if (!transfer.file)
-        return system_error(errno);
-    int result = perform(remote, transfer, set_download);
+    Fd file = open_part(folder.empty() ? "." : folder, part);
+    if (!file)
+        return file_error(errno);
+    FetchedFile fetched(file);
+    int result = transfer({false, remote}, fetched);
     if (result == 0)
-        result = keep_part(transfer.file, part, local);
+        result = keep_part(file, part, local);
     if (result != 0)
         unlink(part.c_str());
     return result;

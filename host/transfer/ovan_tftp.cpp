@@ -36,8 +36,6 @@ int exit_code(int result) {
     case -(100 + ENOENT):
         return exit_bad_name;
     case -3:
-    case -(100 + ENOSPC):
-    case -(100 + EDQUOT):
         return exit_no_space;
     case -(100 + ETIMEDOUT):
         return exit_timeout;

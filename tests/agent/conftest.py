@@ -4,12 +4,18 @@ import os
 import pathlib
 import shutil
 import subprocess
+import sys
 
 import pytest
 
+# The servers that misbehave.
+sys.path.append(str(pathlib.Path(__file__).parent.parent / "hostile"))
+pytest.register_assert_rewrite("harness")
+
+import forger
 import lab
 import manager
-import tftp_double
+import tftp
 from saves import RUNNING_TEXT
 
 
@@ -48,6 +54,23 @@ def pytest_runtest_makereport(item, call):
     file = pathlib.Path(folder) / test.replace("/", "-")
     file.parent.mkdir(exist_ok=True)
     file.write_text("".join("\t".join((*row, test)) + "\n" for row in rows))
+
+
+@pytest.fixture(scope="session", autouse=True)
+def beside_forger(tmp_path_factory):
+    """With XF_TEST_FORGER all tests run in a network of their own, beside such
+    a forger."""
+    kind = os.environ.get("XF_TEST_FORGER")
+    if not kind:
+        yield
+        return
+    why = forger.own_network()
+    if why:
+        pytest.skip(why)
+    beside = forger.Forger(kind, tmp_path_factory.mktemp("forger"))
+    yield
+    beside.goes_on()
+    beside.stop()
 
 
 @pytest.fixture
@@ -148,7 +171,7 @@ def make_double():
     servers = []
 
     def make(agent):
-        servers.append(tftp_double.TftpDouble("127.0.0.3", agent.tftp_port))
+        servers.append(tftp.TftpDouble("127.0.0.3", agent.tftp_port))
         return servers[-1]
     yield make
     for server in servers:

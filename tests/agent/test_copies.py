@@ -9,7 +9,7 @@ import pytest
 from snmp import (BAD_FILE_NAME, NETWORK, NO_CONFIG, NO_MEMORY, RUNNING,
                   SOME_CONFIG_APPLY_FAILED, STAY_STAGED, STARTUP, TIMEOUT,
                   UNKNOWN, download, go, row, upload)
-from tftp_double import TftpDouble
+from tftp import TftpDouble
 from tools import children_of, ipv6_loopback, wait_for
 
 RESULTS = pathlib.Path("/tmp/configcopy.txt")

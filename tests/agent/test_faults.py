@@ -16,7 +16,7 @@ from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
                     wait_for_copy_process, with_held_upload)
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
-from tftp_double import TftpDouble
+from tftp import TftpDouble
 from tools import wait_for
 
 # The copies, and the steps of each in their order with what has to come of a
@@ -252,6 +252,7 @@ def test_full_staging_directory(mount_small, make_agent, make_double, fault):
     agent.nothing_staged()
     agent.station.set(go(download(2, "down.cfg", double.address)))
     fetched = outcome_of(agent, 2)
+    assert fetched == "row failed, noMem"
     assert agent.running_config() == big
     agent.nothing_staged()
     agent.running_config(b"hostname one\n")

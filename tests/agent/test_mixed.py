@@ -26,7 +26,7 @@ from snmp import (ACTIVE, BAD_FILE_NAME, COMPLETION, CREATE_AND_GO,
                   NO_CONFIG, NO_MEMORY, NOT_READY, ROOT, RUNNING,
                   SOME_CONFIG_APPLY_FAILED, STARTUP, SUCCESSFUL, SYSTEM_IMAGE,
                   TERMINAL, TIMEOUT, TRUE, UNKNOWN, WAITING, Failure, name, row)
-from tftp_double import TftpDouble
+from tftp import TftpDouble
 from tools import children_of, wait_for
 from transfer_servers import (PASSWORD, USER, Servers, needs_servers,
                               public_folder)

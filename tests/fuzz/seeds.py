@@ -438,3 +438,59 @@ TRACE = b"XFTRACE1" + struct.pack("<IIQ", len(EVENT), 2, 3)
 settings("trace", "7", TRACE, EVENT, EVENT.replace(b"\x01", b"\x02", 1))
 settings("trace-text-without-end", "7", TRACE, EVENT[:32], b"x" * 512, EVENT)
 settings("trace-cut", "7", TRACE, EVENT)
+
+
+# ---- tftp_fuzzer: what is asked for, then datagrams: port, kind and more -----
+
+FETCH, SEND, WITH_OPTIONS = 0, 1, 2
+SERVER, SOMEBODY = b"\x00", b"\x07"
+
+
+def tftp(name, what, *datagrams, size=60):
+    write("tftp_fuzzer", name, bytes([what]), bytes([size] if what & SEND else []),
+          *datagrams)
+
+
+def tftp_data(size, ahead=0, fill=b"x"):
+    return bytes([(ahead + 2) << 4 | 1, (0, 1, 8, 511, 512, 513, 1428, 1429).index(size)]) + fill
+
+
+def tftp_options(*words):
+    known = ["blksize", "tsize", "8", "512", "1428", "20000", "BLKSIZE", "0"]
+    return bytes([len(words) << 4 | 3, *map(known.index, words)])
+
+
+def tftp_error(code):
+    return bytes([code << 4 | 4, 2]) + b"x\x00"
+
+
+NEXT, ACKNOWLEDGED = b"\x00", b"\x06"
+tftp("download", FETCH, SERVER, NEXT, SERVER, NEXT, SERVER, tftp_data(1))
+tftp("download-empty", FETCH, SERVER, tftp_data(0))
+tftp("download-with-options", FETCH | WITH_OPTIONS, SERVER,
+     tftp_options("blksize", "1428", "tsize", "512"), SERVER, tftp_data(512))
+tftp("download-of-another-size", FETCH | WITH_OPTIONS, SERVER,
+     tftp_options("tsize", "20000"), SERVER, tftp_data(8))
+tftp("download-beside-somebody", FETCH, SERVER, NEXT, SOMEBODY, NEXT, SERVER,
+     tftp_data(8), SOMEBODY, tftp_data(1))
+tftp("download-acknowledged", FETCH, SERVER, ACKNOWLEDGED, SERVER, NEXT, SERVER, ACKNOWLEDGED)
+tftp("download-skips", FETCH, SERVER, NEXT, SERVER, tftp_data(512, 1), SERVER, tftp_data(8))
+tftp("download-repeats", FETCH, SERVER, NEXT, SERVER, tftp_data(512, -1), SERVER, tftp_data(8))
+tftp("download-too-long", FETCH, SERVER, tftp_data(513), SERVER, NEXT, SERVER, tftp_data(1429))
+tftp("download-without-end", FETCH, *[SERVER, NEXT] * 45)
+tftp("download-small-blocks", FETCH | WITH_OPTIONS, SERVER, tftp_options("blksize", "8"),
+     *[SERVER, tftp_data(8)] * 5, SERVER, tftp_data(1))
+tftp("upload", SEND, *[SERVER, ACKNOWLEDGED] * 4)
+tftp("upload-empty", SEND, SERVER, ACKNOWLEDGED, SERVER, ACKNOWLEDGED, size=0)
+tftp("upload-full-blocks", SEND, *[SERVER, ACKNOWLEDGED] * 4, size=64)
+tftp("upload-with-options", SEND | WITH_OPTIONS, SERVER, tftp_options("BLKSIZE", "8"),
+     *[SERVER, ACKNOWLEDGED] * 5, size=2)
+tftp("upload-answered-with-data", SEND, SERVER, tftp_data(0), SERVER, ACKNOWLEDGED,
+     SERVER, tftp_data(0))
+tftp("upload-beside-somebody", SEND, SERVER, ACKNOWLEDGED, SOMEBODY, ACKNOWLEDGED,
+     SERVER, ACKNOWLEDGED, SERVER, ACKNOWLEDGED)
+tftp("options-bad", FETCH | WITH_OPTIONS, SERVER, tftp_options("blksize", "0"))
+tftp("options-not-asked-for", FETCH, SERVER, tftp_options("blksize", "512"), SERVER, tftp_data(8))
+tftp("options-refused", FETCH | WITH_OPTIONS, SERVER, tftp_error(8))
+tftp("error-later", FETCH, SERVER, NEXT, SERVER, tftp_error(3))
+tftp("short", FETCH, SERVER, b"\x05\x03\x00\x03\x00", SERVER, b"\x05\x00", SERVER, tftp_data(8))

@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "host/base/spawn.h"
+#include "host/tftp/conversation.h"
 #include "tests/host/support.h"
 #include "tests/host/tftp_server.h"
 
@@ -289,6 +291,109 @@ TEST_F(TftpTest, ADirectoryInTheFilesPlace) {
     EXPECT_EQ(tftp_get2("x", (dir + "/x").c_str(), 0), -(100 + EISDIR));
     EXPECT_FALSE(
         support::exists(dir + "/.tftp-" + std::to_string(getpid()) + ".part"));
+}
+
+// What the process may not write is treated like a full disk.
+TEST_F(TftpTest, AFileAboveTheLimitOfTheProcess) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    server.content = content_of(5000);
+    struct rlimit before, small;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    small = before;
+    small.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    int result = get("x");
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(result, -3);
+    expect_nothing_left();
+    EXPECT_EQ(get("x"), 0);
+}
+
+TEST_F(TftpTest, LongestLocalName) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    for (size_t length : {103, 104, 128, 255}) {
+        local = support::directory() + "/" + std::string(length, 'n');
+        server.content = content_of(length);
+        EXPECT_EQ(get(std::string(length, 'r').c_str()), 0) << length;
+        EXPECT_EQ(server.name, std::string(length, 'r'));
+        EXPECT_EQ(support::read_file(local), content_of(length)) << length;
+        EXPECT_EQ(put(content_of(600), "x"), 0) << length;
+        EXPECT_EQ(server.content, content_of(600)) << length;
+        unlink(local.c_str());
+    }
+}
+
+// ---- What can only be seen in the conversation itself
+// ------------------------
+
+class Memory : public xfhost::tftp::LocalFile {
+  public:
+    explicit Memory(std::string content = {}) : octets(std::move(content)) {}
+    int expect(uint64_t) override {
+        return 0;
+    }
+    int append(std::string_view more) override {
+        octets += more;
+        return 0;
+    }
+    int next(size_t length, std::string &taken) override {
+        taken = octets.substr(0, length);
+        octets.erase(0, length);
+        return 0;
+    }
+    std::string octets;
+};
+
+std::string packet(uint16_t opcode, uint16_t number, std::string rest = {}) {
+    return {std::string{0, static_cast<char>(opcode),
+                        static_cast<char>(number >> 8),
+                        static_cast<char>(number & 0xff)} +
+            rest};
+}
+
+TEST(TftpConversation, TheFirstValidAnswerSettlesThePort) {
+    Memory file;
+    xfhost::tftp::Conversation talk({false, "x"}, file);
+    for (const std::string &other :
+         {packet(4, 0), packet(3, 2), packet(3, 0), packet(6, 0), packet(1, 1),
+          std::string("\0\3\0", 3), packet(3, 1, std::string(513, 'x'))}) {
+        EXPECT_FALSE(talk.take(1000, other));
+        EXPECT_EQ(talk.port(), 0);
+    }
+    EXPECT_TRUE(talk.take(2000, packet(3, 1, std::string(512, 'a'))));
+    EXPECT_EQ(talk.port(), 2000);
+    EXPECT_FALSE(talk.take(1000, packet(3, 2, "forged")));
+    EXPECT_FALSE(talk.take(1000, packet(5, 1)));
+    EXPECT_TRUE(talk.take(2000, packet(3, 2, "b")));
+    EXPECT_TRUE(talk.ended());
+    EXPECT_EQ(talk.result(), 0);
+    EXPECT_EQ(file.octets, std::string(512, 'a') + "b");
+}
+
+// It would be taken for the file's end by the server.
+TEST(TftpConversation, AFileThatHasBecomeShorterIsAFailure) {
+    Memory file("short");
+    xfhost::tftp::Conversation talk({true, "x", 600}, file);
+    EXPECT_TRUE(talk.take(2000, packet(4, 0)));
+    EXPECT_TRUE(talk.ended());
+    EXPECT_EQ(talk.result(), -(100 + EIO));
+    EXPECT_EQ(talk.packet().substr(0, 2), packet(5, 0).substr(0, 2));
+}
+
+TEST(TftpConversation, TheLastBlockHasToBeAcknowledged) {
+    Memory file(std::string(512, 'x'));
+    xfhost::tftp::Conversation talk({true, "x", 512}, file);
+    EXPECT_TRUE(talk.take(2000, packet(4, 0)));
+    EXPECT_TRUE(talk.take(2000, packet(4, 1)));
+    EXPECT_FALSE(talk.ended());
+    EXPECT_EQ(talk.packet(), packet(3, 2));
+    EXPECT_FALSE(talk.take(2000, packet(4, 1)));
+    EXPECT_FALSE(talk.ended());
+    EXPECT_TRUE(talk.take(2000, packet(4, 2)));
+    EXPECT_TRUE(talk.ended());
+    EXPECT_EQ(talk.result(), 0);
 }
 
 TEST_F(TftpTest, BadServers) {

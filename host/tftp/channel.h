@@ -1,0 +1,49 @@
+// A UDP socket that hears one TFTP server and nobody else.
+#ifndef HOST_TFTP_CHANNEL_H
+#define HOST_TFTP_CHANNEL_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <netinet/in.h>
+
+#include "host/base/files.h"
+
+namespace xfhost::tftp {
+
+// Seconds of a clock that nobody sets.
+double now_seconds();
+
+class Channel {
+  public:
+    // `address` is an IPv4 or IPv6 address as text, `port` that of requests.
+    // False with errno set.
+    bool open(const std::string &address, uint16_t port);
+
+    // Sends to the port that is set. False with errno set. Once the server has
+    // answered, a failure counts as a packet that was lost: it may be what ICMP
+    // told about the one before, and that may be forged.
+    bool send(std::string_view packet);
+
+    // Hears and talks to this port of the server alone from now on.
+    void set_port(uint16_t port);
+
+    // Waits until `deadline` (of now_seconds) for a datagram from the server's
+    // address, and from its port if one is set; whatever else comes is dropped.
+    // One that is too long for a packet is cut off, but stays too long. False
+    // if none came.
+    bool receive(double deadline, uint16_t &port, std::string &datagram);
+
+  private:
+    bool from_server(const sockaddr_storage &sender) const;
+
+    Fd socket_;
+    sockaddr_storage server_ = {};
+    socklen_t length_ = 0;
+    bool port_set_ = false;
+};
+
+} // namespace xfhost::tftp
+
+#endif

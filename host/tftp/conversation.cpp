@@ -1,0 +1,243 @@
+#include "host/tftp/conversation.h"
+
+#include <cerrno>
+#include <charconv>
+#include <limits>
+
+#include <strings.h>
+
+namespace xfhost::tftp {
+namespace {
+
+enum Opcode : unsigned {
+    read_request = 1,
+    write_request = 2,
+    data = 3,
+    acknowledgement = 4,
+    error = 5,
+    options_taken = 6
+};
+
+enum ErrorCode : unsigned {
+    not_defined = 0,
+    disk_full = 3,
+    illegal_operation = 4,
+    last_of_protocol = 7,
+    bad_options = 8
+};
+
+constexpr size_t header_size = 4;
+constexpr size_t smallest_block = 8;
+
+std::string word(unsigned value) {
+    return {static_cast<char>(value >> 8 & 0xff),
+            static_cast<char>(value & 0xff)};
+}
+
+unsigned word_at(std::string_view datagram, size_t offset) {
+    return static_cast<unsigned>(static_cast<unsigned char>(datagram[offset]))
+               << 8 |
+           static_cast<unsigned char>(datagram[offset + 1]);
+}
+
+// The text up to the next NUL, which is removed with it; false without one.
+bool take_text(std::string_view &rest, std::string &text) {
+    size_t end = rest.find('\0');
+    if (end == std::string_view::npos)
+        return false;
+    text = rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+    return true;
+}
+
+// A number that does not fit is the largest one: every bound is below it.
+bool parse_number(std::string_view text, uint64_t &number) {
+    if (text.empty() ||
+        text.find_first_not_of("0123456789") != std::string_view::npos)
+        return false;
+    auto [stop, problem] =
+        std::from_chars(text.data(), text.data() + text.size(), number);
+    if (problem == std::errc::result_out_of_range)
+        number = std::numeric_limits<uint64_t>::max();
+    return true;
+}
+
+bool same_name(const std::string &name, const char *other) {
+    return strcasecmp(name.c_str(), other) == 0;
+}
+
+std::string first_packet(const Request &request) {
+    std::string packet = word(request.send ? write_request : read_request);
+    for (const std::string &each : {request.name, std::string("octet")})
+        packet += each + '\0';
+    if (!request.options)
+        return packet;
+    for (const std::string &each :
+         {std::string("blksize"), std::to_string(largest_block),
+          std::string("tsize"), std::to_string(request.size)})
+        packet += each + '\0';
+    return packet;
+}
+
+} // namespace
+
+Conversation::Conversation(const Request &request, LocalFile &file)
+    : request_(request), file_(file), packet_(first_packet(request)) {}
+
+bool Conversation::take(uint16_t port, std::string_view datagram) {
+    if (ended_ || port == 0 || datagram.size() < header_size)
+        return false;
+    if (port_ == 0 && can_be_first(datagram))
+        port_ = port;
+    if (port_ != port)
+        return false;
+    unsigned opcode = word_at(datagram, 0), number = word_at(datagram, 2);
+    if (opcode == error) {
+        take_error(number);
+        return false;
+    }
+    if (opcode == options_taken && request_.options)
+        return take_options(datagram.substr(2));
+    if (opcode == data && !request_.send)
+        return take_data(number, datagram.substr(header_size));
+    if (opcode == acknowledgement && request_.send)
+        return take_acknowledgement(number);
+    return fail(illegal_operation, "not asked for", system_error(EPROTO));
+}
+
+// Anything else may be somebody's who knows no better than to guess, and does
+// not keep the server from answering.
+bool Conversation::can_be_first(std::string_view datagram) const {
+    unsigned opcode = word_at(datagram, 0), block = word_at(datagram, 2);
+    switch (opcode) {
+    case error:
+        return true;
+    case options_taken:
+        return request_.options;
+    case data:
+        return !request_.send && block == 1 &&
+               datagram.size() <= header_size + standard_block;
+    case acknowledgement:
+        return request_.send && block == 0;
+    default:
+        return false;
+    }
+}
+
+// There is nothing to be said to it.
+void Conversation::take_error(unsigned code) {
+    options_refused_ = request_.options && !begun_ &&
+                       (code == not_defined || code == illegal_operation ||
+                        code == bad_options);
+    end(code != not_defined && code <= last_of_protocol
+            ? -static_cast<int>(code)
+            : system_error(EPROTO));
+}
+
+bool Conversation::take_options(std::string_view options) {
+    if (begun_)
+        return false;
+    begun_ = true;
+    std::string name, value;
+    while (!options.empty()) {
+        int problem = system_error(EPROTO);
+        if (!take_text(options, name) || !take_text(options, value) ||
+            !set_option(name, value, problem))
+            return fail(problem == no_room ? disk_full : bad_options,
+                        "not with these options", problem);
+    }
+    if (request_.send)
+        send_next();
+    else
+        acknowledge();
+    return true;
+}
+
+// Only what was asked for. `problem` is the result if it is false.
+bool Conversation::set_option(const std::string &name, std::string_view value,
+                              int &problem) {
+    uint64_t number = 0;
+    if (!parse_number(value, number))
+        return false;
+    if (same_name(name, "blksize")) {
+        block_size_ = static_cast<size_t>(number);
+        return number >= smallest_block && number <= largest_block;
+    }
+    if (!same_name(name, "tsize"))
+        return false;
+    if (request_.send)
+        return true;
+    announced_ = number;
+    int result = file_.expect(number);
+    if (result != 0)
+        problem = result;
+    return result == 0;
+}
+
+bool Conversation::take_data(unsigned block, std::string_view octets) {
+    if (octets.size() > block_size_)
+        return fail(illegal_operation, "a block too long",
+                    system_error(EPROTO));
+    if (block != static_cast<uint16_t>(block_ + 1))
+        return false; // has come before, or is ahead of what is missing
+    begun_ = true;
+    int result = file_.append(octets);
+    if (result != 0)
+        return fail(result == no_room ? disk_full : not_defined, "not kept",
+                    result);
+    moved_ += octets.size();
+    bool whole = octets.size() < block_size_;
+    if (announced_ && (whole ? moved_ != *announced_ : moved_ > *announced_))
+        return fail(not_defined, "not of the size told", system_error(EPROTO));
+    block_++;
+    acknowledge();
+    if (whole)
+        end(0);
+    return true;
+}
+
+bool Conversation::take_acknowledgement(unsigned block) {
+    if (block != block_)
+        return false;
+    begun_ = true;
+    if (last_)
+        end(0);
+    else
+        send_next();
+    return true;
+}
+
+void Conversation::acknowledge() {
+    packet_ = word(acknowledgement) + word(block_);
+}
+
+void Conversation::send_next() {
+    std::string octets;
+    int result = file_.next(block_size_, octets);
+    last_ = octets.size() < block_size_;
+    moved_ += octets.size();
+    // The file has become shorter or longer meanwhile.
+    if (result == 0 &&
+        (last_ ? moved_ != request_.size : moved_ > request_.size))
+        result = system_error(EIO);
+    if (result != 0) {
+        fail(not_defined, "cannot be read", result);
+        return;
+    }
+    block_++;
+    packet_ = word(data) + word(block_) + octets;
+}
+
+void Conversation::end(int result) {
+    ended_ = true;
+    result_ = result;
+}
+
+// Ends it, and has the server told why. Gives true: there is a new packet.
+bool Conversation::fail(unsigned code, const char *text, int result) {
+    packet_ = word(error) + word(code) + text + '\0';
+    end(result);
+    return true;
+}
+
+} // namespace xfhost::tftp

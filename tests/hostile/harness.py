@@ -1,0 +1,124 @@
+"""Copies through a real agent against servers that misbehave, and what has to
+be as before after each of them. Knows no protocol.
+
+    trial = Trial(agent, good)
+    outcome = trial.fails(lambda index: download(index, "x.cfg", ADDRESS),
+                          TIMEOUT, UNKNOWN)
+    fault("Hostile servers", "SFTP server that ...", outcome)
+    ...
+    trial.goes_on()
+"""
+
+import os
+import pathlib
+import time
+
+from faults import CAUSES, forget
+from snmp import FAILED, SUCCESSFUL, go
+from tools import wait_for
+
+RUNNING_TEXT = b"hostname one\nvlan 7\n"
+
+
+def processes_of(agent):
+    """Ids of the processes that the agent or one of its own has started: they
+    have its settings in their environment, whoever their parent is."""
+    mark = f"XF_RUN_DIRECTORY={agent.run_directory}\0".encode()
+    found = set()
+    for entry in pathlib.Path("/proc").iterdir():
+        if not entry.name.isdigit() or int(entry.name) == agent.pid:
+            continue
+        try:
+            if mark in (entry / "environ").read_bytes():
+                found.add(int(entry.name))
+        except OSError:
+            continue  # it has just ended, or is somebody else's
+    return found
+
+
+class Trial:
+    """An agent that makes copies, one after the other, with rows of its own.
+
+    `good` takes a row's index and gives the columns of a copy of which the
+    agent makes a success (as snmp.upload and snmp.download give them); `check`,
+    if given, is called after each of those.
+    """
+
+    def __init__(self, agent, good, check=None, running=RUNNING_TEXT):
+        self.agent = agent
+        self.good = good
+        self.check = check
+        self.running = running
+        self.index = 0
+        self.processes = processes_of(agent)
+        self._good_copy()
+        self.before = self._traces()
+
+    def fails(self, columns_of, *causes, seconds=60):
+        """A copy with these columns has to fail with one of the causes, and
+        leave nothing. Returns the outcome in the words of the table."""
+        state, cause = self._copy(columns_of, seconds)
+        assert state == FAILED, "the copy was successful"
+        assert cause in causes, f"cause {CAUSES.get(cause, cause)}"
+        assert self.agent.running_config() == self.running
+        self._nothing_left()
+        return f"row failed, {CAUSES[cause]}; running configuration unchanged"
+
+    def succeeds(self, columns_of, running=None, seconds=60):
+        """A copy with these columns has to be successful; the running
+        configuration is `running` then, None for as before."""
+        state, cause = self._copy(columns_of, seconds)
+        assert state == SUCCESSFUL, f"cause {CAUSES.get(cause, cause)}"
+        assert self.agent.running_config() == (
+            self.running if running is None else running)
+        self._nothing_left()
+        return "row successful"
+
+    def fails_within(self, most, columns_of, *causes):
+        """The same as `fails`, in at most so many seconds."""
+        began = time.monotonic()
+        outcome = self.fails(columns_of, *causes, seconds=most)
+        assert time.monotonic() - began <= most
+        return outcome
+
+    def goes_on(self):
+        """The same agent makes a good copy."""
+        self._good_copy()
+        self._nothing_left()
+        return "goes on"
+
+    def _good_copy(self):
+        state, cause = self._copy(self.good, 60)
+        assert state == SUCCESSFUL, f"cause {CAUSES.get(cause, cause)}"
+        if self.check:
+            self.check()
+
+    def _copy(self, columns_of, seconds):
+        """State and cause of a copy, whose row is then removed."""
+        self.index += 1
+        self.agent.running_config(self.running)
+        self.agent.station.set(go(columns_of(self.index)))
+        state = self.agent.ended(self.index, seconds)
+        cause = self.agent.station.get("xfCopyFailCause", self.index)
+        self.agent.idle()
+        forget(self.agent, self.index)
+        return state, cause
+
+    def _traces(self):
+        """What a copy could leave behind: names of files, and the number of
+        descriptors that the agent has open."""
+        agent = self.agent
+        return {
+            "staging directory": sorted(os.listdir(agent.staging)),
+            "state directory": sorted(
+                str(each.relative_to(agent.state))
+                for each in agent.state.rglob("*")
+                # Those of the running configuration stay.
+                if each.suffix not in (".lock", ".sum")),
+            "sockets": sorted(agent.sockets()),
+            "descriptors": agent.open_files()}
+
+    def _nothing_left(self):
+        wait_for(lambda: processes_of(self.agent) <= self.processes,
+                 "the processes of the copy to end")
+        assert self._traces() == self.before
