@@ -1,17 +1,28 @@
 #!/usr/bin/env bash
-# clang-tidy and cppcheck over the module and the host platform, as .clang-tidy
-# and .cppcheck say. Silent if there is nothing to say.
+# clang-format, cppcheck and clang-tidy over the module, the host platform and
+# the tests, as .clang-format, .cppcheck and .clang-tidy here and in tests/ say.
+# Silent if there is nothing to say.
 source "$(dirname "$0")/lib.sh"
 
 install_packages
-for package in clang-tidy cppcheck; do
+for package in clang-format clang-tidy cppcheck; do
     installed $package || install_without_starting $package >/dev/null
 done
 cmake -S "$top" -B "$top/build" >/dev/null
 
+check_with_cppcheck() { # OPTION-FILE FOLDER...
+    local options file=$1
+    shift
+    mapfile -t options < <(grep -v '^#' "$file")
+    cppcheck "${options[@]}" --quiet --error-exitcode=1 -j "$(nproc)" -I . \
+        -I infra/system_manager/lib/libmib/configcopymib -I tests/unit "$@"
+}
+
 cd "$top"
-mapfile -t options < <(grep -v '^#' .cppcheck)
-cppcheck "${options[@]}" --quiet --error-exitcode=1 -j "$(nproc)" -I . \
-    -I infra/system_manager/lib/libmib/configcopymib infra host platform
-find infra host -name '*.cpp' -print0 |
+folders=(infra host platform tests)
+find "${folders[@]}" -name '*.[ch]' -o -name '*.cpp' |
+    xargs clang-format --dry-run --Werror
+check_with_cppcheck .cppcheck infra host platform
+check_with_cppcheck tests/.cppcheck tests
+find infra host tests -name '*.cpp' -print0 |
     xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build 2>/dev/null

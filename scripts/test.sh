@@ -11,30 +11,45 @@ results=/tmp/configcopy.txt
 [ -e $results ] || trap 'rm -f $results' EXIT
 
 failed=()
+
+# How far the tests are: one line that counts, on a terminal.
+show_progress() {
+    local line
+    while IFS= read -r line; do
+        [[ $line =~ ^\ *([0-9]+/[0-9]+)\ Test ]] && [ -t 1 ] &&
+            printf '\r    %s tests ' "${BASH_REMATCH[1]}"
+    done
+    [ ! -t 1 ] || echo
+}
+
 run_tests() { # DIRECTORY CTEST-OPTION...
-    local directory=$1
+    local directory=$1 log=$top/$1/ctest.log
     shift
     # More than there are processors: many tests wait most of the time.
     ctest --test-dir "$top/$directory" --output-on-failure \
-        -j "$((3 * $(nproc)))" \
-        --no-tests=error "$@" >"$top/$directory/ctest.log" 2>&1 || {
+        -j "$((3 * $(nproc)))" --no-tests=error "$@" 2>&1 |
+        tee "$log" | show_progress || {
         failed+=("$directory")
-        cat "$top/$directory/ctest.log"
+        cat "$log"
     }
 }
 
-echo "Building and testing: build"
+begin() { # PART DIRECTORY WHAT
+    echo "$1/3 $2: $3"
+}
+
+begin 1 build "as it is delivered"
 build build
 run_tests build
 
-echo "Building and testing: build-asan"
+begin 2 build-asan "with the address and undefined-behaviour sanitizers"
 build build-asan -DXF_SANITIZE=ON
 # What a stock snmpd has not freed at its end is not looked at there, see
 # tests/agent/lab.py. The thousand copies are about memory, which a sanitizer
 # holds back; the other tests left out do not run what it has built.
-run_tests build-asan -E '^agent\.(endurance|exports|sources|names)$'
+run_tests build-asan -E '^agent\.(endurance|exports|names)$'
 
-echo "Building and testing: build-unsigned-char"
+begin 3 build-unsigned-char "unit tests with an unsigned plain char"
 build build-unsigned-char -DXF_UNSIGNED_CHAR=ON -- unit_tests
 run_tests build-unsigned-char -L unit
 

@@ -1,4 +1,8 @@
 // The platform's life inside a hosting agent.
+//
+// It begins with the module's first register_for_notification, while the agent
+// reads its configuration: agent_start. Nothing of it runs in a process that
+// only links the library.
 #ifndef HOST_AGENT_AGENT_H
 #define HOST_AGENT_AGENT_H
 

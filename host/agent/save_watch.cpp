@@ -16,6 +16,7 @@
 #include "host/agent/agent.h"
 #include "host/agent/event_loop.h"
 #include "host/agent/notifications.h"
+#include "host/agent/response_queue.h"
 #include "host/base/log.h"
 #include "host/base/settings.h"
 #include "host/errors.h"
@@ -28,9 +29,10 @@
 namespace xfhost {
 namespace {
 
-uint32_t token = 0;  // of the save that is waited for; 0: none
-bool fabric = false; // whether it is one in the fabric
-Fd manager;          // readable once the system manager has ended
+bool started = false; // in an agent: nothing is watched elsewhere
+uint32_t token = 0;   // of the save that is waited for; 0: none
+bool fabric = false;  // whether it is one in the fabric
+Fd manager;           // readable once the system manager has ended
 unsigned alarm_id = 0;
 unsigned keep_id = 0;
 
@@ -41,7 +43,7 @@ void forget() {
     if (manager)
         loop_unwatch(manager.get());
     manager.reset();
-    ipcbus_response_q->peer.reset();
+    response_queue().wait_for(Fd());
     if (alarm_id != 0)
         snmp_alarm_unregister(alarm_id);
     alarm_id = 0;
@@ -142,7 +144,7 @@ void watch_save(uint32_t request) {
     manager = watch_process(ipcbus_holder(IPCBUS_SAP_PROCD));
     // While the module waits for the first answer, the main loop stands still.
     if (manager)
-        ipcbus_response_q->peer = Fd(fcntl(manager.get(), F_DUPFD_CLOEXEC, 3));
+        response_queue().wait_for(Fd(fcntl(manager.get(), F_DUPFD_CLOEXEC, 3)));
     if (!manager || !loop_watch(manager.get(), manager_ended)) {
         log_message(LOG_ERR, "a save goes unwatched: %s", strerror(errno));
         manager.reset();
@@ -159,8 +161,21 @@ bool asks_for_save(const WireMessage &message, uint32_t sap) {
            message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION;
 }
 
-bool sending(const WireMessage &message, uint32_t sap) {
-    if (!asks_for_save(message, sap))
+bool ends_early(const WireMessage &message, uint32_t sap) {
+    return sap == IPCBUS_SAP_PROCD &&
+           message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
+           message.payload.size() >= SAVE_ABORT_TOKEN + 4 &&
+           get_be32(message.payload.data() + SAVE_ABORT_TOKEN) == token;
+}
+
+} // namespace
+
+void save_watch_start() {
+    started = true;
+}
+
+bool save_watch_permits(const WireMessage &message, uint32_t sap) {
+    if (!started || !asks_for_save(message, sap))
         return true;
     if (!agent_keep_access_point()) { // its end would be told to another agent
         errno = EADDRINUSE;
@@ -172,49 +187,37 @@ bool sending(const WireMessage &message, uint32_t sap) {
     return true;
 }
 
-void sent(const WireMessage &message, uint32_t sap) {
-    if (sap != IPCBUS_SAP_PROCD)
+void save_watch_sent(const WireMessage &message, uint32_t sap) {
+    if (!started)
+        return;
+    if (ends_early(message, sap))
+        forget();
+    if (!asks_for_save(message, sap) || message.token == 0)
         return;
     try {
-        if (message.opcode == IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION &&
-            message.token != 0) {
-            watch_save(message.token);
-            fabric = saves_in_fabric(message);
-        }
+        watch_save(message.token);
+        fabric = saves_in_fabric(message);
     } catch (const std::bad_alloc &) {
         log_message(LOG_ERR, "a save goes unwatched: no memory");
     }
-    if (message.opcode == IPCBUS_OPC_PROCD_COPY_ABORT &&
-        message.payload.size() >= SAVE_ABORT_TOKEN + 4 &&
-        get_be32(message.payload.data() + SAVE_ABORT_TOKEN) == token)
-        forget();
 }
 
-// An answer that came after the module gave up must not answer its next
-// request. Any other answer than "accepted" is the end of the save.
-bool wanted(const ipcbus_message &message) {
-    const WireMessage &wire = message.wire;
-    if (wire.opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION)
+bool save_watch_awaits(const WireMessage &answer) {
+    if (!started || answer.opcode != IPCBUS_OPC_PROCD_CLI_SYSTEM_CFG_ACTION)
         return true;
-    if (wire.token != token)
+    if (answer.token != token)
         return false;
-    ipcbus_response_q->peer.reset();
-    if (wire.payload.size() < SAVE_ANSWER_SIZE ||
-        get_be32(wire.payload.data() + SAVE_ANSWER_RESULT) !=
+    response_queue().wait_for(Fd());
+    if (answer.payload.size() < SAVE_ANSWER_SIZE ||
+        get_be32(answer.payload.data() + SAVE_ANSWER_RESULT) !=
             PROCD_CFG_ACTION_ACCEPTED)
         forget();
     return true;
 }
 
-} // namespace
-
-void save_watch_start() {
-    ipcbus_set_hooks({sending, sent, wanted});
-}
-
 void save_watch_abandon() {
     manager.reset();
-    ipcbus_disown(ipcbus_response_q);
+    response_queue().abandon();
 }
 
 bool save_watch_ends(const std::vector<uint8_t> &payload) {

@@ -33,19 +33,6 @@ namespace {
 
 constexpr size_t readable_octets = 16; // of every payload
 
-IpcbusHooks hooks;
-
-ipcbus_queue *make_response_queue() {
-    auto queue = new ipcbus_queue;
-    queue->kind = IPCBUS_KIND_REQ_RESP;
-    queue->lazy = true;
-    return queue;
-}
-
-// Of this process: answers to the requests that it sends. Never destroyed, so
-// that its socket can be removed at the very end.
-ipcbus_queue &response_queue = *make_response_queue();
-
 uint32_t fresh_token() {
     static uint32_t next = 0;
     static pid_t owner = 0;
@@ -121,49 +108,15 @@ bool make_socket(ipcbus_queue &queue, int directory) {
     return bound;
 }
 
-bool bind_socket(ipcbus_queue &queue) {
-    Fd directory = open_run_directory();
-    if (!directory)
-        return false;
-    queue.name =
-        queue.sap == IPCBUS_SAP_ANY ? free_name() : sap_name(queue.sap);
-    if (queue.sap != IPCBUS_SAP_ANY &&
-        !take_access_point(queue, directory.get()))
-        return false;
-    return make_socket(queue, directory.get());
-}
-
-// The handle ready for use in this process. False with errno set.
+// False with errno set.
 bool ready(ipcbus_handle queue) {
-    if (queue == nullptr) {
-        errno = EBADF;
-        return false;
-    }
-    if (queue->socket && queue->owner == getpid())
-        return true;
-    if (!queue->lazy) {
-        errno = EBADF;
-        return false;
-    }
-    ipcbus_disown(queue);
-    if (bind_socket(*queue))
-        return true;
-    queue->socket.reset();
+    if (queue != nullptr)
+        return queue->ready();
+    errno = EBADF;
     return false;
 }
 
-// A run directory that is gone by now is not made again for it.
-void remove_name(const std::string &name) {
-    const Settings *s = settings();
-    if (s == nullptr)
-        return;
-    Fd directory(open(s->run_directory.c_str(),
-                      O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (directory)
-        unlinkat(directory.get(), name.c_str(), 0);
-}
-
-int send_to(ipcbus_handle queue, const std::string &name,
+int send_to(const ipcbus_queue *queue, const std::string &name,
             const WireMessage &message) {
     std::vector<uint8_t> octets = wire_encode(message);
     if (octets.empty()) {
@@ -287,14 +240,42 @@ WireMessage outgoing(ipcbus_handle queue, uint32_t opcode, const void *payload,
     return message;
 }
 
-__attribute__((destructor)) void close_response_queue() {
-    if (response_queue.socket && response_queue.owner == getpid())
-        remove_name(response_queue.name);
-}
-
 } // namespace
 
-ipcbus_handle ipcbus_response_q = &response_queue;
+bool ipcbus_queue::bind() {
+    Fd directory = open_run_directory();
+    if (!directory)
+        return false;
+    name = sap == IPCBUS_SAP_ANY ? free_name() : sap_name(sap);
+    if (sap != IPCBUS_SAP_ANY && !take_access_point(*this, directory.get()))
+        return false;
+    return make_socket(*this, directory.get());
+}
+
+bool ipcbus_queue::ready() {
+    bool ours = socket && owner == getpid();
+    if (!ours)
+        errno = EBADF;
+    return ours;
+}
+
+bool ipcbus_queue::send(const WireMessage &message, uint32_t to) {
+    return send_to(this, "sap." + std::to_string(to), message) == 0;
+}
+
+ipcbus_message *ipcbus_queue::receive(int64_t deadline) {
+    return receive_from(-1, deadline);
+}
+
+ipcbus_message *ipcbus_queue::receive_from(int peer, int64_t deadline) {
+    for (;;) {
+        if (wait_readable(socket.get(), peer, deadline) != 0)
+            return nullptr;
+        ipcbus_message *message = ipcbus_take(this);
+        if (message != nullptr || errno != EAGAIN)
+            return message;
+    }
+}
 
 int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *) {
     *handle = nullptr;
@@ -304,10 +285,8 @@ int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *) {
         return -1;
     }
     try {
-        auto queue = std::make_unique<ipcbus_queue>();
-        queue->kind = kind;
-        queue->sap = sap;
-        if (!bind_socket(*queue))
+        auto queue = std::make_unique<ipcbus_queue>(kind, sap);
+        if (!queue->bind())
             return -1;
         *handle = queue.release();
         return 0;
@@ -318,13 +297,13 @@ int ipcbus_bind(int kind, int sap, ipcbus_handle *handle, const char *) {
 }
 
 int ipcbus_unbind(ipcbus_handle handle, uint32_t) {
-    if (handle == nullptr || handle->lazy) {
+    if (handle == nullptr || !handle->can_be_unbound()) {
         errno = EBADF;
         return -1;
     }
     // The name goes first and the lock last: nobody else binds in between.
     if (handle->owner == getpid())
-        remove_name(handle->name);
+        ipcbus_remove_name(*handle);
     delete handle;
     return 0;
 }
@@ -345,10 +324,6 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
     try {
         if (!ready(handle))
             return -1;
-        // Where the answer is to come.
-        if (request != nullptr && handle->lazy && !ipcbus_reachable(handle) &&
-            !ipcbus_rebind(handle))
-            return -1;
         WireMessage message = outgoing(handle, opcode, payload, length);
         if (request != nullptr) {
             message.token = fresh_token();
@@ -358,14 +333,8 @@ int ipcbus_send(ipcbus_handle handle, const struct ipcbus_address *destination,
         std::unique_ptr<ipcbus_message> record;
         if (request != nullptr)
             record.reset(new_message(WireMessage(message), getpid()));
-        std::string name = "sap." + std::to_string(destination->sap);
-        if (hooks.sending != nullptr && handle->lazy &&
-            !hooks.sending(message, destination->sap))
+        if (!handle->send(message, destination->sap))
             return -1;
-        if (send_to(handle, name, message) != 0)
-            return -1;
-        if (hooks.sent != nullptr && handle->lazy)
-            hooks.sent(message, destination->sap);
         if (request != nullptr)
             *request = record.release();
         return 0;
@@ -381,27 +350,14 @@ int ipcbus_recv(ipcbus_handle handle, struct ipcbus_message **message,
     try {
         if (!ready(handle))
             return -1;
+        int64_t deadline = -1;
+        if (options != nullptr && options->mode == 1)
+            deadline = monotonic_ms() + int64_t{options->timeout} * 1000;
+        *message = handle->receive(deadline);
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
-        return -1;
     }
-    int64_t deadline = -1;
-    if (options != nullptr && options->mode == 1)
-        deadline = monotonic_ms() + int64_t{options->timeout} * 1000;
-    for (;;) {
-        if (wait_readable(handle->socket.get(), handle->peer.get(), deadline) !=
-            0)
-            return -1;
-        *message = ipcbus_take(handle);
-        if (*message == nullptr && errno != EAGAIN)
-            return -1;
-        if (*message == nullptr)
-            continue;
-        if (hooks.wanted == nullptr || !handle->lazy || hooks.wanted(**message))
-            return 0;
-        ipcbus_drop(handle, *message);
-        *message = nullptr;
-    }
+    return *message != nullptr ? 0 : -1;
 }
 
 void ipcbus_drop(ipcbus_handle, struct ipcbus_message *message) {
@@ -421,10 +377,6 @@ uint32_t ipcbus_rr_token_get(const struct ipcbus_message *request) {
 }
 
 namespace xfhost {
-
-void ipcbus_set_hooks(const IpcbusHooks &set) {
-    hooks = set;
-}
 
 pid_t ipcbus_holder(uint32_t sap) {
     Fd directory = open_run_directory();
@@ -491,8 +443,18 @@ bool ipcbus_rebind(ipcbus_handle queue) {
     }
 }
 
+// A run directory that is gone by now is not made again for it.
+void ipcbus_remove_name(const ipcbus_queue &queue) {
+    const Settings *s = settings();
+    if (s == nullptr)
+        return;
+    Fd directory(open(s->run_directory.c_str(),
+                      O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (directory)
+        unlinkat(directory.get(), queue.name.c_str(), 0);
+}
+
 void ipcbus_disown(ipcbus_handle queue) {
-    queue->peer.reset();
     queue->socket.reset();
     queue->lock.reset();
 }

@@ -12,15 +12,43 @@
 #include "host/ipcbus/wire.h"
 #include "platform/ipcbus.h"
 
+// A bound handle. What differs for the response queue of an agent overrides
+// this, see host/agent/response_queue.h.
 struct ipcbus_queue {
     int kind = 0;
     int sap = IPCBUS_SAP_ANY;
     std::string name; // of the socket in the run directory, once bound
     xfhost::Fd socket;
-    xfhost::Fd lock;   // held while an access point is bound
-    pid_t owner = 0;   // the process that bound it
-    bool lazy = false; // bound by the first use, in each process anew
-    xfhost::Fd peer;   // readable once nobody is left to answer; or empty
+    xfhost::Fd lock; // held while an access point is bound
+    pid_t owner = 0; // the process that bound it
+
+    ipcbus_queue(int of_kind, int at_sap) : kind(of_kind), sap(at_sap) {}
+    virtual ~ipcbus_queue() = default;
+    ipcbus_queue(const ipcbus_queue &) = delete;
+    ipcbus_queue &operator=(const ipcbus_queue &) = delete;
+
+    // Makes and binds the socket for this process. False with errno set.
+    bool bind();
+
+    // Whether this process can use it. False with errno set.
+    virtual bool ready();
+
+    // Sends to an access point. False with errno set.
+    virtual bool send(const xfhost::WireMessage &message, uint32_t to);
+
+    // Waits for the next message until `deadline` of the monotonic clock in
+    // milliseconds; -1 is for ever. NULL with errno set.
+    virtual ipcbus_message *receive(int64_t deadline);
+
+    // Whether whoever has the handle may unbind it.
+    virtual bool can_be_unbound() const {
+        return true;
+    }
+
+  protected:
+    // The same until `peer` can be read as well, which nobody answers behind:
+    // NULL with EPIPE then, if nothing has come before. -1: there is none.
+    ipcbus_message *receive_from(int peer, int64_t deadline);
 };
 
 struct ipcbus_message {
@@ -30,19 +58,6 @@ struct ipcbus_message {
 };
 
 namespace xfhost {
-
-// What the agent side wants to know of the response queue of its process.
-struct IpcbusHooks {
-    // A message is about to be sent to an access point. False with errno set:
-    // it is not.
-    bool (*sending)(const WireMessage &message, uint32_t sap) = nullptr;
-    // It was sent.
-    void (*sent)(const WireMessage &message, uint32_t sap) = nullptr;
-    // Whether somebody still waits for a message that was received; if not, it
-    // is dropped unseen.
-    bool (*wanted)(const ipcbus_message &message) = nullptr;
-};
-void ipcbus_set_hooks(const IpcbusHooks &hooks);
 
 // The process that has an access point bound; 0 if it cannot be told. To be
 // asked after a message was sent there: then somebody has it, or has just died.
@@ -68,6 +83,9 @@ bool ipcbus_reachable(ipcbus_handle queue);
 // Makes the socket of a queue that is bound anew, under the same name. What
 // waited in the old one is lost. False with errno set.
 bool ipcbus_rebind(ipcbus_handle queue);
+
+// Removes the socket of a queue from the run directory.
+void ipcbus_remove_name(const ipcbus_queue &queue);
 
 // In a child process: lets go of a queue that is its parent's, without
 // touching its name.

@@ -133,7 +133,7 @@ class Agent(Program):
         assert self.answers()
 
     def move_clocks(self, wall, monotonic):
-        """Needs the movable clock. See movable_clock.c."""
+        """Needs the movable clock. See tests/preload/movable_clock.c."""
         pipe = os.open(self.clock, os.O_WRONLY | os.O_NONBLOCK)
         os.write(pipe, struct.pack("=qq", wall, monotonic))
         os.close(pipe)

@@ -413,7 +413,7 @@ TEST_F(CopyTableTest, walksDoNotTouchTheReadHandlersRow) {
  * costs what those do: their comparisons are counted. */
 TEST_F(CopyTableTest, everyStoreOperationIsLogarithmic) {
     constexpr int32_t rows = 4096;
-    constexpr size_t limit = 3 * 3 * 14; /* three operations, deepest path */
+    constexpr size_t limit = size_t{3} * 3 * 14; /* operations, deepest path */
 
     for (int32_t index = 1; index <= rows; index++)
         store(make_row(index * 2));

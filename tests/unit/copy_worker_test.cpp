@@ -462,6 +462,7 @@ TEST_F(CopyWorker, stagingPathIsLoggedWhileTheDebugLogIsOn) {
                 text + " to network\n");
         const auto closed = std::find(whole.begin(), whole.end(), "fclose()");
         ASSERT_NE(whole.end(), closed);
+        // cppcheck-suppress derefInvalidIteratorRedundantCheck; asserted
         EXPECT_EQ(expected, *(closed + 1));
         EXPECT_EQ(1, std::count(whole.begin(), whole.end(), expected));
     }

@@ -21,11 +21,11 @@ static std::vector<oid> with_instance(std::vector<oid> name,
     return name;
 }
 
-std::vector<oid> copy_column(oid column, std::vector<oid> instance) {
+std::vector<oid> copy_column(oid column, const std::vector<oid> &instance) {
     return with_instance(below_root({1, 1, 1, 1, column}), instance);
 }
 
-std::vector<oid> error_column(oid column, std::vector<oid> instance) {
+std::vector<oid> error_column(oid column, const std::vector<oid> &instance) {
     return with_instance(below_root({1, 1, 2, 1, column}), instance);
 }
 

@@ -16,8 +16,9 @@ namespace scripted {
 std::vector<oid> below_root(std::initializer_list<oid> tail);
 
 /* Instance OID of a column of xfCopyTable, or of any longer or shorter one. */
-std::vector<oid> copy_column(oid column, std::vector<oid> instance = {});
-std::vector<oid> error_column(oid column, std::vector<oid> instance = {});
+std::vector<oid> copy_column(oid column, const std::vector<oid> &instance = {});
+std::vector<oid> error_column(oid column,
+                              const std::vector<oid> &instance = {});
 
 /* The registered variable of a magic number, with its whole OID as the agent
  * hands it to a read handler; a bare one if there is none of that number. */

@@ -23,13 +23,11 @@ void agents_sigchld_handler(int) {}
 Event &Platform::record(Kind kind, std::string_view function,
                         std::string text) {
     static Event discarded;
-    Event event{kind,   std::string(function), std::move(text), {}, {}, 0, 0,
-                sigchld};
+    Event &event = recording ? journal.emplace_back() : discarded;
 
-    if (!recording)
-        return discarded = std::move(event);
-    journal.push_back(std::move(event));
-    return journal.back();
+    event = {kind,   std::string(function), std::move(text), {}, {}, 0, 0,
+             sigchld};
+    return event;
 }
 
 Story Platform::events(unsigned kinds) const {
