@@ -15,6 +15,7 @@ from ftp import (MARK, HostileFtp, accept, close_data, do, for_ever, hang_up,
 from harness import Trial
 from snmp import (BAD_FILE_NAME, NO_MEMORY, TIMEOUT, UNKNOWN, download,
                   upload)
+from tools import clean_environment
 
 ADDRESS, OTHER_ADDRESS = "127.0.0.3", "127.0.0.9"
 USER, PASSWORD = "copier", "pass-w0rd-of-mine"
@@ -391,7 +392,7 @@ class Run:
         return subprocess.Popen(
             [*self.prefix, PROGRAM, ADDRESS, remote, local, USER, PASSWORD,
              "get"], cwd=self.folder, stdin=subprocess.DEVNULL,
-            stderr=subprocess.PIPE, env={**os.environ, **{
+            stderr=subprocess.PIPE, env={**clean_environment(), **{
                 f"XF_{key.upper()}": str(value)
                 for key, value in self.settings.items()}})
 
