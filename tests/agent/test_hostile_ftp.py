@@ -21,7 +21,7 @@ ADDRESS, OTHER_ADDRESS = "127.0.0.3", "127.0.0.9"
 USER, PASSWORD = "copier", "pass-w0rd-of-mine"
 # A configuration of which a part is one, too.
 OFFERED = "".join(f"vlan {number}\n" for number in range(100, 700)).encode()
-LOGIN_SECONDS, TRANSFER_SECONDS = 2, 3
+LOGIN_SECONDS, TRANSFER_SECONDS = 3, 4
 # More than both and what is around a copy; much less than without a limit.
 SOON = LOGIN_SECONDS + TRANSFER_SECONDS + 10
 
