@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "host/base/files.h"
+#include "host/base/part_file.h"
 #include "host/base/settings.h"
 #include "host/tftp/channel.h"
 #include "host/tftp/conversation.h"
@@ -170,30 +171,6 @@ int put(const char *local, const char *remote) {
     return transfer({true, remote, static_cast<uint64_t>(st.st_size)}, sent);
 }
 
-constexpr int new_file = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-
-// A file of `directory` that has no name yet, so that a process that is killed
-// leaves nothing behind; under `part` where the file system has no such files.
-Fd open_part(const std::string &directory, const std::string &part) {
-    unlink(part.c_str()); // of an earlier process of this id
-    Fd file(open(directory.c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600));
-    if (!file && (errno == EOPNOTSUPP || errno == EISDIR))
-        file = Fd(open(part.c_str(), new_file, 0600));
-    return file;
-}
-
-// Puts the file in the place of `local`. A file cannot be given a name that is
-// taken, so it goes through `part`.
-int keep_part(const Fd &file, const std::string &part,
-              const std::string &local) {
-    std::string open_file = "/proc/self/fd/" + std::to_string(file.get());
-    if (access(part.c_str(), F_OK) != 0 &&
-        linkat(AT_FDCWD, open_file.c_str(), AT_FDCWD, part.c_str(),
-               AT_SYMLINK_FOLLOW) != 0)
-        return file_error(errno);
-    return rename(part.c_str(), local.c_str()) == 0 ? 0 : file_error(errno);
-}
-
 // The file appears under its name when it is whole.
 int get(const char *remote, const std::string &local) {
     size_t slash = local.rfind('/');
@@ -205,8 +182,10 @@ int get(const char *remote, const std::string &local) {
         return file_error(errno);
     FetchedFile fetched(file);
     int result = transfer({false, remote}, fetched);
-    if (result == 0)
-        result = keep_part(file, part, local);
+    if (result == 0) {
+        int error = keep_part(file, part, local);
+        result = error == 0 ? 0 : file_error(error);
+    }
     if (result != 0)
         unlink(part.c_str());
     return result;

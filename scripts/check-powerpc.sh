@@ -18,7 +18,7 @@ not_emulated=Runner.AMissingProgramIsAnError:Runner.SignalsAreAsInAFreshProcess
 quick='not mebibytes and not answer and not stops_in and not never_ends'
 quick+=' and not many_rows'
 
-# --- Net-SNMP and GoogleTest ------------------------------------------------
+# --- Net-SNMP, curl and GoogleTest ------------------------------------------
 
 # Sources of packages, through lists of our own: the machine's stay as they are.
 own_apt() {
@@ -67,6 +67,24 @@ build_netsnmp() { # WORK
         make -s installheaders DESTDIR="$1/root"
 }
 
+# The host platform needs it for FTP alone.
+build_curl() { # WORK
+    local protocol without=()
+    for protocol in dict file tftp gopher http imap ldap ldaps mqtt pop3 rtsp \
+        smb smtp telnet proxy manual cookies threaded-resolver; do
+        without+=("--disable-$protocol")
+    done
+    mkdir "$1/build" && cd "$1/build" &&
+        ../source/configure --build="$(gcc -dumpmachine)" --host="$triplet" \
+            --prefix=/usr --disable-static --without-ssl --without-zlib \
+            --without-brotli --without-zstd --without-libpsl \
+            --without-libidn2 --without-nghttp2 --without-librtmp \
+            --enable-ftp --enable-ipv6 "${without[@]}" &&
+        make -s -j "$(nproc)" -C lib CFLAGS=-O1 &&
+        make -s -C lib install DESTDIR="$1/root" &&
+        make -s -C include install DESTDIR="$1/root"
+}
+
 build_googletest() { # WORK
     cmake -S /usr/src/googletest -B "$1/build" \
         -DCMAKE_TOOLCHAIN_FILE="$top/cmake/$triplet.cmake" \
@@ -104,26 +122,28 @@ library() { # NAME VERSION [SOURCE-PACKAGE]
 }
 
 libraries() {
-    local snmp test first='' second=''
+    local snmp curl test first='' second=''
     snmp=$(source_version libsnmp-dev)
+    curl=$(source_version libcurl4-openssl-dev)
     test=$(source_version googletest)
     mkdir -p "$cache"
     up_to_date netsnmp "$snmp" || first=netsnmp
-    up_to_date googletest "$test" || second=googletest
-    if [ -n "$first" ]; then
+    up_to_date curl "$curl" || second=curl
+    if [ -n "$first$second" ]; then
         prepare_own_apt >"$cache/apt.log" 2>&1 ||
             { tail -n 30 "$cache/apt.log" >&2
               die "no list of source packages"; }
     fi
-    if [ -n "$first$second" ]; then
-        echo "Building Net-SNMP $snmp and GoogleTest $test"
+    if [ -n "$first$second" ] || ! up_to_date googletest "$test"; then
+        echo "Building Net-SNMP $snmp, curl $curl and GoogleTest $test"
         rm -rf "$built"
     fi
     # Two at a time: most of it is configure scripts, which do one thing after
     # another.
     { [ -z "$first" ] || library netsnmp "$snmp" net-snmp; } &
     first=$!
-    { [ -z "$second" ] || library googletest "$test"; } &
+    { { [ -z "$second" ] || library curl "$curl" curl; } &&
+        { up_to_date googletest "$test" || library googletest "$test"; }; } &
     second=$!
     wait "$first" || first=failed
     wait "$second" || second=failed
@@ -137,7 +157,7 @@ libraries() {
 # something for its own processor: a script that calls the emulator.
 wrap_programs() {
     local program
-    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,xfvrf,xfsettings} \
+    for program in "$built"/root/brim/bin/{procd,qsh,ovan-tftp,{snmp.ftp,sftp,scp}.expect,xf{askpass,keep,settings,vrf}} \
         "$built/host/xftrace"; do
         case $(head -c 4 "$program") in
         *ELF)
@@ -204,7 +224,7 @@ libraries
 
 echo "Building and testing: build-powerpc"
 build build-powerpc "-DCMAKE_TOOLCHAIN_FILE=$top/cmake/$triplet.cmake" \
-    "-DXF_CROSS_PREFIXES=$cache/netsnmp;$cache/googletest" \
+    "-DXF_CROSS_PREFIXES=$cache/netsnmp;$cache/curl;$cache/googletest" \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -- \
     configcopymib xfplatform unit_tests host_tests
 ! file -b "$cache/netsnmp/usr/sbin/snmpd" "$built/host/libxfplatform.so.1" |
@@ -222,15 +242,18 @@ agent_tests copies test_copies.py -k "$quick" &
 copies=$!
 agent_tests rows test_rows.py test_reading.py -k "$quick" &
 rows=$!
+agent_tests ftp test_hostile_ftp.py -k 'may_do or without_sizes or long_names' &
+ftp=$!
 unit_tests "$built" "$built/unit" "${emulator[@]}" || failed+=("unit tests")
 unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
 wait "$copies" || failed+=("agent tests of copies")
 wait "$rows" || failed+=("agent tests of rows")
+wait "$ftp" || failed+=("agent tests of FTP")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"
-cat "$built"/agent-{copies,rows}.result
+cat "$built"/agent-{copies,rows,ftp}.result
 
 cmp -s "$built/unit/passed" "$built/unit-native/passed" ||
     { diff "$built/unit-native/passed" "$built/unit/passed" || true

@@ -5,9 +5,9 @@ top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export DEBIAN_FRONTEND=noninteractive
 
 packages=(
-    cmake g++ make libsnmp-dev libgtest-dev libgmock-dev
+    cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
     snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
-    expect tnftp vsftpd openssh-client openssh-server iproute2)
+    vsftpd openssh-client openssh-server iproute2 python3-paramiko)
 daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh)
 
 die() {

@@ -17,6 +17,7 @@
 
 #include <net-snmp/agent/agent_callbacks.h>
 
+#include "host/agent/name_guard.h"
 #include "host/base/log.h"
 #include "host/base/vrf.h"
 
@@ -140,6 +141,25 @@ std::vector<std::string> contexts() {
     return names;
 }
 
+// The file name of a row: the sixth column of the first table.
+bool is_file_name(const netsnmp_subtree &tree) {
+    constexpr oid column[] = {1, 1, 1, 1, 6};
+    constexpr size_t length = OID_LENGTH(column);
+    return tree.namelen >= length &&
+           std::equal(std::begin(column), std::end(column),
+                      tree.name_a + tree.namelen - length);
+}
+
+void guard_names_in(const char *context) {
+    for (netsnmp_subtree *tree = netsnmp_subtree_find_first(context); tree;
+         tree = tree->next)
+        for (netsnmp_subtree *each = tree; each; each = each->children)
+            if (is_file_name(*each) &&
+                known_module(read_handler(old_api_variable(each))) &&
+                !guard_names(each->reginfo))
+                log_message(LOG_ERR, "file names go unguarded: no memory");
+}
+
 void offer_in(const char *context) {
     for (const Module &module : modules) {
         if (!registrations_of(module.base, context).empty())
@@ -149,6 +169,7 @@ void offer_in(const char *context) {
                                  each.name.data(), each.name.size(),
                                  each.priority, 0, 0, nullptr, context, -1, 0);
     }
+    guard_names_in(context);
 }
 
 // Before the agent asks whether there is such a context.
@@ -182,6 +203,7 @@ const void *module_loaded(notification_handler *handler) {
     if (module == nullptr)
         return nullptr;
     leave_one_callback(*module);
+    guard_names_in("");
     set_debug(*module);
     return module->base;
 }

@@ -84,9 +84,8 @@ bool deliver(ipcbus_message *message) {
     bool late =
         ipcbus_opc_get(message) == IPCBUS_OPC_PROCD_COPY_RUN2START_DONE &&
         !save_watch_ends(message->wire.payload);
-    bool strange =
-        ipcbus_opc_get(message) == IPCBUS_OPC_CONFIG_COPY_STATUS &&
-        !copy_child_reported(message->sender_pid);
+    bool strange = ipcbus_opc_get(message) == IPCBUS_OPC_CONFIG_COPY_STATUS &&
+                   !copy_child_reported(message->sender_pid);
     if (found == subscriptions.end() || late || strange) {
         ipcbus_drop(nullptr, message);
         return false;

@@ -80,7 +80,8 @@ size_t sweep(int place) {
     try {
         while (const struct dirent *entry = readdir(listing)) {
             std::string name = entry->d_name;
-            if (name != "." && name != ".." && !remove_one(place, entry->d_name))
+            if (name != "." && name != ".." &&
+                !remove_one(place, entry->d_name))
                 left++;
         }
     } catch (const std::bad_alloc &) {

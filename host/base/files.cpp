@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/base/log.h"
 #include "host/base/settings.h"
 
 namespace xfhost {
@@ -68,6 +70,56 @@ bool make_parents(const std::string &path) {
 bool write_new(int directory, const char *name, std::string_view data) {
     Fd fd = open_private_file(directory, name, O_WRONLY | O_CREAT | O_EXCL);
     return fd && write_whole(fd.get(), data) && fsync(fd.get()) == 0;
+}
+
+// How a new file came to its place: there was none before; the old one is now
+// where the new one was; the old one is gone.
+enum class Place { failed, free, exchanged, taken };
+
+// Only a file of ours: what somebody else has put there is not to be kept.
+bool can_be_kept(int directory, const char *name) {
+    struct stat st;
+    return fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(st.st_mode) && st.st_uid == geteuid();
+}
+
+Place take_place(int directory, const char *temporary, const char *name) {
+    // Some file systems cannot exchange two files.
+    if (can_be_kept(directory, name) &&
+        renameat2(directory, temporary, directory, name, RENAME_EXCHANGE) == 0)
+        return Place::exchanged;
+    bool none = faccessat(directory, name, F_OK, AT_SYMLINK_NOFOLLOW) != 0;
+    if (renameat(directory, temporary, directory, name) != 0)
+        return Place::failed;
+    return none ? Place::free : Place::taken;
+}
+
+// Takes that back. False if the old file is gone.
+bool give_place_back(int directory, const char *temporary, const char *name,
+                     Place place) {
+    if (place == Place::exchanged)
+        return renameat(directory, temporary, directory, name) == 0;
+    return place == Place::free && unlinkat(directory, name, 0) == 0;
+}
+
+// Makes sure that the new file is there after a power failure. What cannot be
+// promised is taken back, as well as that can be done: false with errno set.
+bool make_lasting(int directory, const char *temporary, const char *name,
+                  Place place) {
+    if (fsync(directory) == 0) {
+        if (place == Place::exchanged)
+            unlinkat(directory, temporary, 0);
+        return true;
+    }
+    int saved = errno;
+    bool back = give_place_back(directory, temporary, name, place);
+    log_message(LOG_ERR, "%s: its directory cannot be synced: %s; %s", name,
+                strerror(saved),
+                back ? "what was there before is back, but perhaps not after a "
+                       "power failure"
+                     : "the new file is in its place nevertheless");
+    errno = saved;
+    return false;
 }
 
 bool may_proceed(const std::function<bool()> &proceed) {
@@ -203,9 +255,12 @@ bool replace_durably(int directory, const char *name, std::string_view data,
     std::string temporary = std::string(".") + name + ".new";
     // Left by a writer that died; writers of one name exclude each other.
     unlinkat(directory, temporary.c_str(), 0);
-    if (write_new(directory, temporary.c_str(), data) && may_proceed(proceed) &&
-        renameat(directory, temporary.c_str(), directory, name) == 0)
-        return fsync(directory) == 0;
+    Place place = Place::failed;
+    if (write_new(directory, temporary.c_str(), data) && may_proceed(proceed))
+        place = take_place(directory, temporary.c_str(), name);
+    if (place != Place::failed &&
+        make_lasting(directory, temporary.c_str(), name, place))
+        return true;
     int saved = errno;
     unlinkat(directory, temporary.c_str(), 0);
     errno = saved;

@@ -75,7 +75,8 @@ bool write_whole(int fd, std::string_view data);
 
 // Makes `data` the file `name`: readers see the old file or the new one, whole,
 // and after success the new one survives a power failure. False with errno set;
-// the old file is then still there. `proceed`, if given, is asked once the new
+// the old file is then still there, or there again; a power failure may show
+// that it was not, which is logged. `proceed`, if given, is asked once the new
 // file is on the disk and before it takes its place; no is ECANCELED.
 bool replace_durably(int directory, const char *name, std::string_view data,
                      const std::function<bool()> &proceed = {});

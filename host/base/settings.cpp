@@ -1,5 +1,6 @@
 #include "host/base/settings.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -197,18 +198,43 @@ std::string parse_line(Settings &s, std::string_view line) {
     return set_setting(s, line.substr(0, end), value);
 }
 
+std::string variable_of(const Key &key) {
+    std::string name = "XF_";
+    for (char c : key.name)
+        name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return name;
+}
+
+bool is_known(const std::string &name) {
+    return !name.starts_with("XF_") || name == "XF_CONFIG" ||
+           std::any_of(std::begin(keys), std::end(keys), [&](const Key &key) {
+               return variable_of(key) == name;
+           });
+}
+
+// What the environment of this process has to say, which is nothing where
+// secure_getenv is silent.
+std::vector<std::string> variables() {
+    std::vector<std::string> names;
+    for (char **each = environ; each != nullptr && *each != nullptr; each++) {
+        std::string name = *each;
+        name.erase(std::min(name.find('='), name.size()));
+        if (secure_getenv(name.c_str()) != nullptr)
+            names.push_back(std::move(name));
+    }
+    return names;
+}
+
 std::string read_environment(Settings &s, const Environment &environment) {
     for (const Key &key : keys) {
-        std::string name = "XF_";
-        for (char c : key.name)
-            name +=
-                static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        std::string name = variable_of(key);
         const char *value = environment(name.c_str());
         if (value == nullptr)
             continue;
         std::string error = key.set(s, value);
         if (!error.empty())
-            return name.append(": \"").append(value).append("\" ").append(error);
+            return name.append(": \"").append(value).append("\" ").append(
+                error);
     }
     return "";
 }
@@ -274,7 +300,11 @@ std::string parse_settings(Settings &s, std::string_view text) {
     return "";
 }
 
-std::string load_settings(Settings &s, const Environment &environment) {
+std::string load_settings(Settings &s, const Environment &environment,
+                          const std::vector<std::string> &names) {
+    for (const std::string &name : names)
+        if (!is_known(name))
+            return "unknown variable " + name;
     const char *named = environment("XF_CONFIG");
     std::string path = named != nullptr ? named : default_file;
     std::string text;
@@ -291,7 +321,7 @@ const Settings *settings() {
     // Never destroyed: sockets are removed at the very end of the process.
     static Settings &loaded = *new Settings;
     static const bool good = [] {
-        std::string error = load_settings(loaded, secure_getenv);
+        std::string error = load_settings(loaded, secure_getenv, variables());
         if (!error.empty())
             log_message(LOG_ERR, "bad configuration: %s", error.c_str());
         return error.empty();

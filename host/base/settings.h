@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace xfhost {
 
@@ -26,8 +27,8 @@ struct Settings {
     int tftp_total_seconds = 300;
     int ftp_port = 21;
     int ssh_port = 22;
-    int login_seconds = 30;     // each step until a server has let us in
-    int transfer_seconds = 300; // a whole file by FTP, SFTP or SCP
+    int login_seconds = 30;     // until a server has let us in
+    int transfer_seconds = 300; // from there to the end: FTP, SFTP, SCP
     std::string known_hosts;    // host keys; empty: in the state directory
     int64_t download_octets = int64_t{260} << 20; // of one file, at most
     int table_rows = 10000;   // rows of the copy table, at most
@@ -61,8 +62,11 @@ std::string set_setting(Settings &settings, std::string_view key,
 // the line, empty if all was taken.
 std::string parse_settings(Settings &settings, std::string_view text);
 
-// Reads the file and the environment. Returns an error text or an empty one.
-std::string load_settings(Settings &settings, const Environment &environment);
+// Reads the file and the environment. `names` are those of the variables that
+// there are: one that begins with XF_ and sets no key is an error, as an
+// unknown key is. Returns an error text or an empty one.
+std::string load_settings(Settings &settings, const Environment &environment,
+                          const std::vector<std::string> &names = {});
 
 // Reads a configuration file that only root and this user can write to; a
 // missing one is empty unless it must exist. Returns an error text or an empty

@@ -3,7 +3,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <new>
+#include <string>
+#include <vector>
 
 #include <sys/wait.h>
 
@@ -27,6 +30,45 @@ std::string text_of(const char (&field)[128]) {
     return {field, strnlen(field, sizeof field)};
 }
 
+// The files that lie in the working directory; at least two if there are more.
+std::vector<std::string> staged_files() {
+    std::vector<std::string> names;
+    std::error_code error;
+    auto each = std::filesystem::directory_iterator(".", error);
+    for (; !error && each != std::filesystem::directory_iterator() &&
+           names.size() < 2;
+         each.increment(error))
+        if (each->symlink_status(error).type() ==
+            std::filesystem::file_type::regular)
+            names.push_back(each->path().filename().string());
+    return names;
+}
+
+std::string working_directory() {
+    std::error_code error;
+    std::string path = std::filesystem::current_path(error).string();
+    return error ? "" : path;
+}
+
+// A path that fills its field was cut there, or might have been. A copy from a
+// server has one file in its own directory, and means that one; the other file
+// that is ever meant is the startup configuration. Empty if the text is the
+// beginning of neither.
+std::string whole_path(const std::string &text, const Settings &settings) {
+    if (text.size() < sizeof qsh_cfg_file_request().cfg_file - 1)
+        return text;
+    std::vector<std::string> names = staged_files();
+    std::string here = working_directory();
+    if (names.size() == 1)
+        for (const std::string &path :
+             {here + "/" + names.front(), "./" + names.front()})
+            if (path.starts_with(text))
+                return "./" + names.front();
+    std::string startup = settings.state_directory + "/startup/system.cfg";
+    bool staged = (here + "/").starts_with(text);
+    return !staged && startup.starts_with(text) ? startup : "";
+}
+
 int result_of(int status) {
     if (!WIFEXITED(status))
         return as_result(err_apply_failed);
@@ -44,11 +86,16 @@ int result_of(int status) {
     }
 }
 
-int run(const qsh_cfg_file_request &request, int limit) {
+int run(const qsh_cfg_file_request &request, const Settings &settings) {
+    std::string path = whole_path(text_of(request.cfg_file), settings);
+    if (path.empty()) {
+        log_message(LOG_ERR, "%s...: no telling which file this is",
+                    text_of(request.cfg_file).c_str());
+        return as_result(err_apply_failed);
+    }
     SpawnRequest shell;
     shell.path = "/brim/bin/qsh";
-    shell.arguments = {"--apply", text_of(request.cfg_file),
-                       text_of(request.out_file)};
+    shell.arguments = {"--apply", path, text_of(request.out_file)};
     pid_t pid;
     int error = spawn_program(shell, pid);
     if (error != 0) {
@@ -56,7 +103,7 @@ int run(const qsh_cfg_file_request &request, int limit) {
         return as_result(err_shell_not_run);
     }
     int status = 0;
-    error = wait_with_limit(pid, limit, status);
+    error = wait_with_limit(pid, settings.apply_seconds, status);
     if (error == ETIMEDOUT)
         return as_result(err_apply_time_limit);
     return error != 0 ? as_result(err_apply_failed) : result_of(status);
@@ -69,7 +116,7 @@ int qsh_execute_cfg_file2(const struct qsh_cfg_file_request *request) {
     if (s == nullptr)
         return as_result(err_apply_failed);
     try {
-        return run(*request, s->apply_seconds);
+        return run(*request, *s);
     } catch (const std::bad_alloc &) {
         return as_result(err_apply_failed);
     }

@@ -4,6 +4,8 @@
 #include <cstdio>
 
 #include "host/base/settings.h"
+#include "host/base/vrf.h"
+#include "host/transfer/transfer.h"
 
 using namespace xfhost;
 
@@ -11,9 +13,7 @@ int main() {
     const Settings *s = settings();
     if (s == nullptr)
         return 1;
-    std::string known_hosts = s->known_hosts.empty()
-                                  ? s->state_directory + "/known_hosts"
-                                  : s->known_hosts;
+    std::string known_hosts = known_hosts_file(*s, own_network_id);
     printf("ftp_port %d\nssh_port %d\nlogin_seconds %d\n"
            "transfer_seconds %d\ndownload_octets %" PRId64 "\nknown_hosts %s\n",
            s->ftp_port, s->ssh_port, s->login_seconds, s->transfer_seconds,

@@ -89,6 +89,9 @@ std::unique_ptr<Ring> Ring::open(int directory, const char *name,
         header->slot_count = slots;
         memcpy(header->magic, ring_magic, sizeof ring_magic);
     }
+    // By hand: the mapping would hold the lock for as long as a process of this
+    // agent has it, and keep the next agent waiting.
+    flock(fd.get(), LOCK_UN);
     return std::unique_ptr<Ring>(new Ring(header, size));
 }
 

@@ -96,7 +96,7 @@ def with_manager(tmp_path):
     agents = []
 
     def make(*arguments, start=True, prepare=None, **settings):
-        folder = tmp_path / f"agent-{len(agents)}"
+        folder = tmp_path / f"switch-{len(agents)}"
         folder.mkdir()
         agent = manager.SavingAgent(folder, *arguments, **settings)
         agents.append(agent)

@@ -8,7 +8,8 @@ import struct
 import subprocess
 
 from snmp import FAILED, SUCCESSFUL, Failure, Station, v3_user
-from tools import Program, children_of, free_port, taken, wait_for
+from tools import (Program, children_of, clean_environment, free_port, taken,
+                   wait_for)
 
 BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 MODULE = os.environ["XF_TEST_MODULE"]
@@ -76,7 +77,7 @@ class Agent(Program):
 
     def environment(self):
         preload = sanitizer_libraries()
-        environment = dict(os.environ)
+        environment = clean_environment()
         if self.clock or self.clock_speed:
             preload.append(MOVABLE_CLOCK)
         if self.clock:

@@ -9,7 +9,7 @@ import socket
 import subprocess
 
 import lab
-from tools import Program, wait_for
+from tools import Program, clean_environment, wait_for
 
 PROCD = lab.BUILD / "root/brim/bin/procd"
 SSHD = "/usr/sbin/sshd"
@@ -24,7 +24,7 @@ class Procd(Program):
         self.killed = False
 
     def start(self):
-        environment = dict(os.environ)
+        environment = clean_environment()
         for key, value in self.settings.items():
             environment[f"XF_{key.upper()}"] = str(value)
         before = self.log.count("ready") if self.log_path.exists() else 0

@@ -104,6 +104,44 @@ def test_server_without_options_takes_blocks_of_512(
     assert kept.read_bytes() == content
 
 
+@pytest.mark.parametrize("length", [1, 60, 100, 103, 104, 105, 127, 128])
+def test_name_of_any_length(agent, station, tftp_server, length):
+    """128 octets is the longest that a station can set."""
+    name = "n" * length
+    running = agent.running_config(b"hostname one\n")
+    station.set(go(upload(1, name)))
+    agent.succeeds(1)
+    assert tftp_server.content(name) == running
+    tftp_server.offer(name, b"hostname two\n")
+    station.set(go(download(2, name)))
+    agent.succeeds(2)
+    assert agent.running_config() == b"hostname two\n"
+    agent.nothing_staged()
+
+
+def with_long_state_directory(agent):
+    """Its path has 120 octets."""
+    agent.state = agent.folder / ("s" * (119 - len(str(agent.folder))))
+    agent.staging = agent.state / "staging"
+    agent.staging.mkdir(mode=0o700, parents=True)
+    agent.state.chmod(0o700)
+    agent.settings["state_directory"] = agent.state
+
+
+def test_long_state_directory(make_agent, make_double):
+    agent = make_agent(prepare=with_long_state_directory)
+    double = make_double(agent)
+    double.files["down.cfg"] = b"hostname two\n"
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    agent.succeeds(1)
+    assert agent.running_config() == b"hostname two\n"
+    keep_startup(agent, b"hostname kept\n")
+    agent.station.set(go(row(2, xfCopySourceFileType=STARTUP,
+                             xfCopyDestFileType=RUNNING)))
+    agent.succeeds(2)
+    assert agent.running_config() == b"hostname kept\n"
+
+
 def test_32_mebibytes_to_the_server(agent, station, tftp_server):
     running = agent.running_config(os.urandom(32 * MEBIBYTE))
     station.set(go(upload(1, "large.bin")))

@@ -356,8 +356,7 @@ def test_damaged_running_configuration(with_manager, make_double, fault,
         assert startup(agent) == before
         assert agent.running_config() == (damage or b"")
     assert "up.cfg" not in double.files
-    agent.stays_staged.add("up.cfg")  # the module's, empty
-    assert (agent.staging / "up.cfg").read_bytes() == b""
+    agent.nothing_staged()
     assert "running-config is damaged" in agent.log
     subprocess.run([lab.BUILD / "root/brim/bin/qsh", "-c",
                     "accept running-config"], check=True,
@@ -453,6 +452,80 @@ def test_agent_killed_during_a_copy(make_agent, make_double, fault):
           "the copy process works, and asked for another copy",
           "both copies are done, each report reaches its own agent or none, "
           "nothing is left; " + goes_on(agent, double))
+
+
+def test_second_agent_in_the_same_folders(make_agent, make_double, with_manager,
+                                          fault):
+    """The access point is the first one's, and so are all reports."""
+    first = with_manager()
+    second = make_agent(prepare=lambda agent: agent.settings.update(
+        run_directory=first.run_directory, tftp_port=first.tftp_port))
+    double = make_double(first)
+    double.gate.clear()
+    first.station.set(go(upload(1, "first.cfg", double.address)))
+    wait_for(lambda: double.requests, "the transfer")
+    second.station.set(go(upload(1, "second.cfg", double.address)))
+    outcome = outcome_of(second, 1)
+    assert outcome == "row failed, unknown"
+    second.station.set(save(2))
+    assert outcome_of(second, 2).startswith("row failed")
+    assert f"access point 28: process {first.pid} has it; there are no " \
+        "copies" in second.log
+    assert first.station.get("xfCopyState", 1) == IN_PROGRESS
+    double.gate.set()
+    first.succeeds(1)
+    forget(first, 1)
+    assert double.requests == ["first.cfg"]
+    assert startup(first) is None
+    goes_on(first, double)
+    saves_on(first)
+    fault("Agent", "a second one in the same run directory, asked for a copy "
+          "and for a save",
+          f"{outcome}, at once, both, and logged; nothing sent, nothing saved; "
+          "the first one's copy is done")
+    first.stop()
+    second.running_config(b"hostname second\n")
+    fault("Agent", "a second one in the same run directory, when the first "
+          "has ended", goes_on(second, double))
+    second.stop()
+    first.start()
+    second.start()
+
+
+def test_sigchld_ignored(make_agent, make_double, fault):
+    """As by a supervisor that does not want to wait."""
+    agent = make_agent(wrapper=["env", "--ignore-signal=CHLD"])
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    keep_startup(agent, b"hostname kept\n")
+    double.files["down.cfg"] = b"hostname two\n"
+    agent.station.set(go(download(1, "down.cfg", double.address)))
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row successful"
+    assert agent.running_config() == b"hostname two\n"
+    agent.station.set(startup_to_running(2))
+    assert outcome_of(agent, 2) == outcome
+    assert agent.running_config() == b"hostname kept\n"
+    fault("Agent", "started with SIGCHLD ignored", f"{outcome}, the "
+          f"configuration is applied; {goes_on(agent, double)}")
+
+
+def test_what_a_copy_process_keeps_of_the_agent(make_agent, make_double):
+    agent, double, child = with_held_upload(make_agent, make_double)
+
+    def links(pid):
+        folder = f"/proc/{pid}/fd"
+        return {number: os.readlink(f"{folder}/{number}")
+                for number in os.listdir(folder)}
+    agents, kept = set(links(agent.pid).values()), links(child)
+    assert kept["0"] == "/dev/null"
+    shared = {link for number, link in kept.items()
+              if int(number) > 2 and link in agents}
+    assert not [each for each in shared if each.startswith("socket:")]
+    assert not [each for each in shared if not each.startswith("/")
+                and not each.startswith("pipe:")]
+    double.gate.set()
+    agent.succeeds(1)
 
 
 def test_report_of_a_copy_process_of_the_agent_before(make_agent, make_double,

@@ -5,6 +5,7 @@ import threading
 
 import pytest
 
+import lab
 from snmp import (ACTIVE, CREATE_AND_GO, CREATE_AND_WAIT, DESTROY,
                   FAILED, IN_PROGRESS, NETWORK, NOT_IN_SERVICE,
                   NOT_READY, RUNNING, STARTUP, SYSTEM_IMAGE, TRUE,
@@ -274,6 +275,47 @@ def test_second_copy_while_one_runs(agent, station, double):
     station.set(row(2, xfCopyEntryRowStatus=ACTIVE))
     agent.succeeds(2)
     assert set(double.files) == {"1.cfg", "2.cfg"}
+
+
+MOST_ROWS = 20
+
+
+def test_more_rows_than_the_table_holds(make_agent, make_double, fault):
+    agent = make_agent(table_rows=MOST_ROWS)
+    double = make_double(agent)
+    station = agent.station
+
+    def create(index):
+        return row(index, xfCopyEntryRowStatus=CREATE_AND_WAIT)
+    for index in range(1, MOST_ROWS + 1):
+        station.set(create(index))
+    full = station.walk()
+    for index in range(100, 500):
+        assert station.refused(create(index)) == "genError"
+        if index == 200:
+            memory = agent.resident_kib()
+    # Less than a row for each that was refused.
+    if not lab.SANITIZED:
+        assert agent.resident_kib() < memory + 200
+    for varbinds in (go(upload(100, "x")), create(100) + create(101)):
+        assert station.refused(varbinds) == "genError"
+    assert station.walk() == full
+    # Those that are there are as before.
+    station.set(row(3, xfCopyEntryRowStatus=DESTROY))
+    agent.running_config(b"hostname one\n")
+    station.set(go(upload(100, "x", double.address)))
+    agent.succeeds(100)
+    assert station.refused(create(101)) == "genError"
+    for index in station.rows():
+        station.set(row(index, xfCopyEntryRowStatus=DESTROY))
+    assert station.rows() == []
+    for index in range(1, MOST_ROWS + 1):
+        station.set(create(index))
+    assert station.refused(create(101)) == "genError"
+    fault("Somebody on the switch or the network",
+          "more rows created than table_rows",
+          "genErr, nothing is left of them; rows that are there are copied and "
+          "destroyed, and then others can be created")
 
 
 def test_request_that_arrives_twice(agent, station, double):

@@ -9,7 +9,7 @@ import pytest
 
 import lab
 from snmp import (CREATE_AND_WAIT, DESTROY, ENTRY, NETWORK, ROOT, RUNNING,
-                  Failure, Station, download, go, name, row, upload)
+                  UNKNOWN, Failure, Station, download, go, name, row, upload)
 from tools import wait_for
 from transfer_servers import PASSWORD, USER, Servers, needs_servers
 
@@ -219,6 +219,17 @@ def test_names_of_the_agents_own_files(make_agent, make_double, fault,
           "file names of the agent's own files, where it runs in its state "
           f"directory, {'upload' if to_server else 'download'}",
           "copied; no file of the agent's is touched")
+
+
+def test_misspelt_setting(make_agent, fault):
+    """By the environment as by the file: nothing runs on half of them."""
+    agent = make_agent(download_octet=1000)
+    assert "bad configuration: unknown variable XF_DOWNLOAD_OCTET" in agent.log
+    agent.station.set(go(upload(1, "up.cfg")))
+    assert agent.fails(1) == UNKNOWN
+    agent.nothing_staged()
+    fault("Agent", "an environment variable XF_... that is no setting",
+          "logged with its name; row failed, unknown")
 
 
 @needs_servers

@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 import lab
-from snmp import (BAD_FILE_NAME, CREATE_AND_WAIT, NETWORK, NO_CONFIG,
+from snmp import (BAD_FILE_NAME, CREATE_AND_WAIT, DESTROY, NETWORK, NO_CONFIG,
                   NO_MEMORY, RUNNING, STARTUP, STAY_STAGED, TIMEOUT, UNKNOWN,
                   Failure, Station, go, row)
 from tools import Program, ipv6_loopback, wait_for
@@ -509,6 +509,78 @@ def test_storage_pod(make_installed, server, protocol):
     agent.succeeds(2)
     assert server.content("up") == b"hostname pod\n"
     assert agent.running_config() == b"hostname new\n"
+
+
+SHELL_NAMES = ['a"b', "a$HOME", "$(id)", "a`id`", "a\\b", "a\nb",
+               'x"; touch found; "']
+
+
+@pytest.mark.parametrize("more", [{}, {"partition_type": STORAGE_POD}],
+                         ids=["vrf", "storage pod"])
+def test_names_that_a_shell_would_act_on(make_installed, tmp_path, fault, more):
+    agent = make_installed(chassis_type=VRF_CHASSIS, **more)
+    server = lab.TftpServer(tmp_path, agent)
+    station = agent.station
+    try:
+        agent.running_config(b"hostname one\n")
+        for index, name in enumerate(SHELL_NAMES, 1):
+            request = copy(index, "tftp", RUNNING, NETWORK, name)
+            assert station.refused(go(request)) == "wrongValue"
+            assert station.rows() == []
+            # Nor may it come before its protocol.
+            station.set(row(index, xfCopyEntryRowStatus=CREATE_AND_WAIT))
+            station.set(row(index, xfCopyFileName="kept"))
+            assert station.refused(row(index, xfCopyFileName=name)) == \
+                "wrongValue"
+            assert station.refused(row(index, xfCopyProtocol=FTP,
+                                       xfCopyFileName=name)) == "wrongValue"
+            assert station.get("xfCopyFileName", index) == "kept"
+            station.set(row(index, xfCopyEntryRowStatus=DESTROY))
+        agent.hang_up()
+        assert station.refused(go(request)) == "wrongValue"
+        name = "a b'c;d&e|f(g)*!h.cfg"
+        station.set(go(copy(90, "tftp", RUNNING, NETWORK, name)))
+        agent.succeeds(90)
+        assert server.content(name) == b"hostname one\n"
+    finally:
+        server.stop()
+    assert os.listdir(server.files) == [name]
+    where = "storage pod" if more else "chassis with VRFs"
+    fault("Somebody on the switch or the network",
+          f"file names that a shell acts on, {where}",
+          "wrongValue, nothing stored, no row, also after SIGHUP; names with "
+          "other characters are copied")
+
+
+@needs_namespaces
+def test_such_a_name_in_the_context_of_a_vrf(make_agent):
+    agent = make_agent(chassis_type=VRF_CHASSIS)
+    with NetworkNamespaces("green") as (green,):
+        user = in_context(agent, green)
+        for _ in range(2):
+            assert user.refused(go(copy(1, "tftp", RUNNING, NETWORK,
+                                        "a`id`"))) == "wrongValue"
+            assert agent.station.rows() == []
+            agent.hang_up()
+
+
+@pytest.mark.parametrize("chassis", [10, 11, 22, 28, 29, 30, 31, 33, 32, 34, 40,
+                                     None])
+def test_chassis_types_on_which_a_shell_sees_names(make_agent, chassis):
+    agent = make_agent(**({"chassis_type": chassis} if chassis else {}))
+    agent.station.set(row(1, xfCopyEntryRowStatus=CREATE_AND_WAIT))
+    if chassis in (None, 32, 34, 40):
+        agent.station.set(row(1, xfCopyFileName="a$b"))
+    else:
+        assert agent.station.refused(row(1, xfCopyFileName="a$b")) == \
+            "wrongValue"
+
+
+def test_such_names_where_they_are_allowed(make_agent):
+    agent = make_agent(chassis_type=VRF_CHASSIS, shell_names="yes")
+    agent.station.set(row(1, xfCopyEntryRowStatus=CREATE_AND_WAIT))
+    for name in SHELL_NAMES:
+        agent.station.set(row(1, xfCopyFileName=name))
 
 
 def test_tftp_on_the_storage_pod(make_installed, tmp_path):

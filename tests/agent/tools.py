@@ -9,6 +9,13 @@ import subprocess
 import time
 
 
+def clean_environment():
+    """That of the programs under test: none of what the tests themselves are
+    told, which would be unknown settings there."""
+    return {name: value for name, value in os.environ.items()
+            if not name.startswith("XF_")}
+
+
 def wait_for(condition, what, seconds=20):
     """Polls until `condition` gives something true, and returns that."""
     deadline = time.monotonic() + seconds

@@ -18,7 +18,7 @@ USER = "copier"
 PASSWORD = "s3 cr$et\"[x]\\{"
 SSHD = "/usr/sbin/sshd"
 VSFTPD = "/usr/sbin/vsftpd"
-NEEDED = [SSHD, VSFTPD, "/usr/bin/expect", "/usr/bin/tnftp", "/usr/bin/sftp"]
+NEEDED = [SSHD, VSFTPD, "/usr/bin/sftp"]
 
 # Runs in the private mount namespace. $1 is the folder of the server.
 IN_NAMESPACE = """\

@@ -494,3 +494,104 @@ tftp("options-not-asked-for", FETCH, SERVER, tftp_options("blksize", "512"), SER
 tftp("options-refused", FETCH | WITH_OPTIONS, SERVER, tftp_error(8))
 tftp("error-later", FETCH, SERVER, NEXT, SERVER, tftp_error(3))
 tftp("short", FETCH, SERVER, b"\x05\x03\x00\x03\x00", SERVER, b"\x05\x00", SERVER, tftp_data(8))
+# ---- sftp_fuzzer: what the server says --------------------------------------
+
+OK, EOF, FAILURE = 0, 1, 4
+
+
+def sftp(name, half, *packets):
+    write("sftp_fuzzer", name, bytes([half]),
+          *(word(len(packet)) + packet for packet in packets))
+
+
+def status(number, code):
+    return b"\x65" + word(number) + word(code) + word(0) + word(0)
+
+
+def handle(number):
+    return b"\x66" + word(number) + word(1) + b"h"
+
+
+def data(number, octets, length=None):
+    return b"\x67" + word(number) + word(len(octets) if length is None else length) + octets
+
+
+def told(number, size, mode=0o100644):
+    return b"\x69" + word(number) + word(5) + struct.pack(">Q", size) + word(mode)
+
+
+GREETING = b"\x02" + word(3)
+GET, PUT = 0, 1
+sftp("get", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), status(3, EOF), status(4, OK))
+sftp("get-in-pieces", GET, GREETING, told(0, 5), handle(1), data(2, b"123"), data(3, b"45"),
+     status(4, EOF), status(5, OK))
+sftp("get-nothing", GET, GREETING, told(0, 0), handle(1), status(2, EOF), status(3, OK))
+sftp("get-without-size", GET, GREETING, status(0, 8), handle(1), data(2, b"12345"),
+     status(3, EOF), status(4, OK))
+sftp("get-out-of-order", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"),
+     data(2, b"x" * 32768), status(4, EOF), status(5, OK))
+sftp("get-short", GET, GREETING, told(0, 5), handle(1), data(2, b"1"), status(3, EOF),
+     status(4, EOF), status(5, OK))
+sftp("get-long", GET, GREETING, told(0, 5), handle(1), data(2, b"12345"), data(3, b"6"),
+     status(4, OK))
+sftp("get-hole", GET, GREETING, told(0, 32770), handle(1), data(3, b"ab"), status(2, EOF),
+     status(4, EOF), status(5, OK))
+sftp("get-endless", GET, GREETING, status(0, 8), handle(1), data(2, b"x" * 32768),
+     data(3, b"x" * 300), status(4, EOF), status(5, OK))
+sftp("get-large", GET, GREETING, told(0, 1 << 63))
+sftp("get-folder", GET, GREETING, told(0, 5, 0o40755))
+sftp("get-lying-length", GET, GREETING, told(0, 5), handle(1), data(2, b"1", 5))
+sftp("get-not-closed", GET, GREETING, told(0, 1), handle(1), data(2, b"1"), status(3, EOF),
+     status(4, FAILURE))
+WRITTEN = [status(number, OK) for number in (1, 2, 3, 4)]
+sftp("put", PUT, GREETING, handle(0), *WRITTEN, told(5, 70000))
+sftp("put-size-unknown", PUT, GREETING, handle(0), *WRITTEN, status(5, 2))
+sftp("put-not-all-kept", PUT, GREETING, handle(0), *WRITTEN, told(5, 69999))
+sftp("put-out-of-order", PUT, GREETING, handle(0), status(3, OK), status(1, OK), status(2, OK),
+     status(4, OK), told(5, 70000))
+sftp("put-twice", PUT, GREETING, handle(0), status(1, OK), status(1, OK), status(2, OK))
+sftp("put-refused", PUT, GREETING, handle(0), status(1, FAILURE))
+sftp("put-not-opened", PUT, GREETING, status(0, 3))
+write("sftp_fuzzer", "packet-of-4-GiB", bytes([GET]), word(0xFFFFFFFF))
+LOGS = {"host-key": "Host key verification failed.\r\n",
+        "login": "u@192.0.2.1: Permission denied (password).\r\n",
+        "timeout": "Timeout, server 192.0.2.1 not responding.\r\n",
+        "connect": "ssh: connect to host 192.0.2.1 port 22: Connection timed out\r\n",
+        "disconnect": "Received disconnect from 192.0.2.1 port 22:2: Too many authentication failures\r\n"}
+for name, log in LOGS.items():
+    write("sftp_fuzzer", f"log-{name}", bytes([2]), log)
+    write("sftp_fuzzer", f"log-{name}-let-in", bytes([3]), log)
+
+# ---- ftp_fuzzer: the size moved, then lines; '>' is in front of what is sent --
+
+def ftp(name, size, *lines):
+    write("ftp_fuzzer", name, struct.pack(">H", size), "".join(f"{line}\r\n" for line in lines))
+
+
+IN = ("220-welcome", " 226 indented", "220 ready", ">USER u", "331 password", ">PASS p",
+      "230 in", ">TYPE I", "200 type", ">EPSV", "229 (|||9|)")
+GET, PUT, ASK = ">RETR x", ">STOR x", ">SIZE x"
+GONE = "226 done"
+ftp("download", 21, *IN, ASK, "213 21", GET, "150 go", GONE, ">QUIT", "221 bye")
+ftp("download-no-size", 21, *IN, ASK, "502 what", GET, "125 go", "250 done")
+ftp("download-torn", 21, *IN, ASK, "213 5000", GET, "150 go", GONE)
+ftp("download-451-with-226", 21, *IN, ASK, "213 21", GET, "150 go", "451-a", GONE, "451 b")
+ftp("download-150-with-226", 21, *IN, ASK, "213 21", GET, "150-a", "226 fake", "150 go", "426 x")
+ftp("download-refused", 0, *IN, ASK, "550 no", GET, "550 no")
+ftp("download-no-150", 21, *IN, ASK, "213 21", GET, GONE)
+ftp("download-two-150", 21, *IN, GET, "150 a", "150 b", GONE)
+ftp("download-two-226", 21, *IN, GET, "150 a", GONE, GONE)
+ftp("upload", 21, *IN, PUT, "150 go", GONE, ASK, "213 21")
+ftp("upload-no-size", 21, *IN, PUT, "150 go", GONE, ASK, "500 what")
+ftp("upload-not-there", 21, *IN, PUT, "150 go", GONE, ASK, "550 no")
+ftp("upload-full", 21, *IN, PUT, "150 go", "451-a", "451 error writing")
+for text in ("-1", "", " 21", "21 octets", "18446744073709551615", "18446744073709551616", "x"):
+    ftp(f"size-{text.replace(' ', '_')}", 21, *IN, ASK, f"213 {text}", GET, "150 go", GONE)
+ftp("login-refused", 0, "220 ready", ">USER u", "530 no")
+ftp("greeting-120", 0, "120 later", "220 ready")
+ftp("not-ftp", 0, "HTTP/1.1 400 Bad Request", "")
+ftp("code-999", 0, "999 x")
+ftp("no-end", 0, "220-a", "220-b")
+ftp("greeting-220-with-230", 0, "220-a", "230 in")
+ftp("download-ends-in-451-with-226", 21, *IN, ASK, "213 21", GET, "150 go", "451-a", GONE)
+ftp("upload-ends-in-451-with-226", 21, *IN, PUT, "150 go", "451-a", "226 b", ASK, "213 21")

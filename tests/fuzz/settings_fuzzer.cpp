@@ -217,6 +217,7 @@ void trace_file(const std::string &text) {
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     // Nothing of this machine is read.
+    clearenv();
     directory().write("none", "");
     setenv("XF_CONFIG", directory().path("none").c_str(), 1);
     setenv("XF_STATE_DIRECTORY", directory().path(".").c_str(), 1);

@@ -95,6 +95,20 @@ TEST_F(Files, AFailedReplaceLeavesNothingBehind) {
     EXPECT_FALSE(support::exists(path + "/.taken.new"));
 }
 
+// A directory that was opened for its path only cannot be synced.
+TEST_F(Files, WhatMayNotLastIsTakenBack) {
+    Fd unsynced(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(unsynced);
+    EXPECT_FALSE(replace_durably(unsynced.get(), "lasting", "new"));
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_FALSE(support::exists(path + "/lasting"));
+    ASSERT_TRUE(replace_durably(directory.get(), "lasting", "old"));
+    EXPECT_FALSE(replace_durably(unsynced.get(), "lasting", "new"));
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(support::read_file(path + "/lasting"), "old");
+    EXPECT_FALSE(support::exists(path + "/.lasting.new"));
+}
+
 TEST_F(Files, ALockIsExclusive) {
     Fd held = lock_file(directory.get(), "lock", true);
     ASSERT_TRUE(held);

@@ -1,9 +1,11 @@
 // The settings are read once in a process, so they are made before any test
 // runs: everything lies in a directory of this process.
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,8 +56,23 @@ unsigned mode_of(const std::string &path) {
 
 } // namespace support
 
+namespace {
+
+// What the tests are told would be unknown settings.
+void forget_test_variables() {
+    std::vector<std::string> names;
+    for (char **each = environ; *each != nullptr; each++)
+        if (strncmp(*each, "XF_", 3) == 0)
+            names.emplace_back(*each, strcspn(*each, "="));
+    for (const std::string &name : names)
+        unsetenv(name.c_str());
+}
+
+} // namespace
+
 int main(int count, char **arguments) {
     testing::InitGoogleTest(&count, arguments);
+    forget_test_variables();
     const std::string &directory = support::directory();
     // Longer than a socket address: the run directory may be.
     std::string run = directory + "/" + std::string(120, 'r');
@@ -70,6 +87,7 @@ int main(int count, char **arguments) {
     setenv("XF_SWITCH_WWN", "10:00:00:05:1E:34:01:ff", 1);
     setenv("XF_MANAGER_RESTART_SECONDS", "1", 1);
     setenv("XF_MANAGEMENT_INTERFACE", "lo", 1);
+    setenv("XF_TABLE_ROWS", "65536", 1);
     pid_t self = getpid();
     int result = RUN_ALL_TESTS();
     if (self == getpid())

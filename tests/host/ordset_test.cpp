@@ -143,6 +143,20 @@ TEST_F(Ordset, BehavesLikeAMap) {
     }
 }
 
+// The setting of these tests.
+TEST_F(Ordset, HoldsAsManyObjectsAsItMay) {
+    constexpr int most = 65536;
+    std::vector<Row> rows(most + 1);
+    for (int i = 0; i <= most; i++) {
+        Row &row = rows[static_cast<size_t>(i)];
+        row.index = i;
+        EXPECT_EQ(ordset_add(set, &row, &row), i < most ? &row : nullptr);
+    }
+    EXPECT_EQ(ordset_size(set), static_cast<uint32_t>(most));
+    EXPECT_EQ(ordset_remove(set, &rows.front()), &rows.front());
+    EXPECT_EQ(ordset_add(set, &rows.back(), &rows.back()), &rows.back());
+}
+
 TEST_F(Ordset, ComparesLogarithmically) {
     constexpr int count = 1 << 16;
     std::vector<Row> rows(count);

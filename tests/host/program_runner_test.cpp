@@ -44,6 +44,15 @@ TEST_F(Runner, ReturnsTheWaitStatus) {
     EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
 
+TEST_F(Runner, TheEndIsToldWhereSigchldWasIgnored) {
+    auto *before = signal(SIGCHLD, SIG_IGN);
+    int status = execute_program_and_wait_redirect(-1, -1, -1, "/bin/sh", "-c",
+                                                   "exit 3", nullptr);
+    signal(SIGCHLD, before);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
 TEST_F(Runner, AMissingProgramIsAnError) {
     EXPECT_EQ(execute_program_and_wait_redirect(-1, -1, -1, "/no/such/program",
                                                 nullptr),

@@ -165,6 +165,56 @@ TEST_F(Qsh, AMissingFileIsAnotherError) {
     EXPECT_GT(result ^ 0x40540000, 3);
 }
 
+// A directory with files that a copy has staged, as the working directory.
+class Staged : public Qsh {
+  protected:
+    void SetUp() override {
+        Qsh::SetUp();
+        before = std::filesystem::current_path();
+        std::filesystem::remove_all(here);
+        ASSERT_EQ(mkdir(here.c_str(), 0700), 0);
+        std::filesystem::current_path(here);
+    }
+    void TearDown() override {
+        std::filesystem::current_path(before);
+    }
+    // As the module names it: cut where its field ends.
+    int apply_staged(const std::string &name) {
+        return apply_file(here + "/" + name);
+    }
+    const std::string here = support::directory() + "/here";
+    std::filesystem::path before;
+};
+
+TEST_F(Staged, NamesOfEveryLength) {
+    for (size_t length = 1; length <= 255; length++) {
+        std::string name(length, 'n');
+        std::string line = "vlan " + std::to_string(length) + "\n";
+        support::write_file(name, line);
+        EXPECT_EQ(apply_staged(name), 0) << length;
+        EXPECT_NE(running().find(line), std::string::npos) << length;
+        std::filesystem::remove(name);
+    }
+}
+
+TEST_F(Staged, ACutPathThatMayMeanTwoFiles) {
+    support::write_file(std::string(200, 'n'), "hostname one\n");
+    support::write_file(std::string(201, 'n'), "hostname two\n");
+    EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
+    EXPECT_EQ(running(), "(missing)");
+}
+
+TEST_F(Staged, ACutPathThatLeadsNowhere) {
+    EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
+    support::write_file(std::string(200, 'm'), "hostname one\n");
+    EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
+    ASSERT_EQ(
+        symlink(std::string(200, 'm').c_str(), std::string(200, 'n').c_str()),
+        0);
+    EXPECT_GT(apply_staged(std::string(200, 'n')) ^ 0x40540000, 3);
+    EXPECT_EQ(running(), "(missing)");
+}
+
 TEST_F(Qsh, TheResultsFileLeadsNowhere) {
     std::string victim = support::directory() + "/victim";
     support::write_file(victim, "precious");

@@ -115,6 +115,18 @@ TEST(Settings, ABadVariableIsAnError) {
               "XF_TFTP_PORT: \"tftp\" is not a number from 1 to 65535");
 }
 
+TEST(Settings, AnUnknownVariableIsAnError) {
+    std::string file = config_file("");
+    Environment environment = environment_of({{"XF_CONFIG", file}});
+    Settings s;
+    EXPECT_EQ(load_settings(s, environment,
+                            {"HOME", "XF_CONFIG", "XF_ROOT", "XFCE", "xf_a"}),
+              "");
+    EXPECT_EQ(load_settings(s, environment, {"XF_ROOT", "XF_TFTP_PROT"}),
+              "unknown variable XF_TFTP_PROT");
+    EXPECT_EQ(load_settings(s, environment, {"XF_"}), "unknown variable XF_");
+}
+
 TEST(Settings, AFileThatWasNamedMustBeThere) {
     Settings s;
     std::string missing = support::directory() + "/nowhere.conf";

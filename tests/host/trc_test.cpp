@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -142,6 +143,14 @@ TEST(Trace, TheReaderPrintsWhatWasTraced) {
     EXPECT_EQ(
         support::mode_of(support::directory() + "/state/trace/host_tests.trc"),
         0600u);
+}
+
+TEST(Trace, AnotherProcessNeedNotWaitForTheHistory) {
+    trace(100, "opened\n");
+    Fd file(open((support::directory() + "/state/trace/host_tests.trc").c_str(),
+                 O_RDWR | O_CLOEXEC));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
 }
 
 TEST(Trace, AShortRecordIsHarmless) {

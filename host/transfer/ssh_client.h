@@ -1,0 +1,60 @@
+// OpenSSH's client, logged in with a password, with SFTP at its other end.
+#ifndef HOST_TRANSFER_SSH_CLIENT_H
+#define HOST_TRANSFER_SSH_CLIENT_H
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "host/base/files.h"
+#include "host/base/settings.h"
+#include "host/base/vrf.h"
+#include "host/transfer/sftp.h"
+#include "host/transfer/transfer.h"
+
+namespace xfhost {
+
+struct Pipe {
+    Fd out, in; // what is written to `in` comes from `out`
+};
+
+// The client goes when this object does, with everything that it has started.
+// It has `login_seconds` to be let in and `transfer_seconds` from then on,
+// whatever the server does. SIGTERM, SIGINT and SIGHUP end a wait.
+class SshClient : public Link {
+  public:
+    // Starts the client. Throws Failed if it cannot be started.
+    SshClient(const Settings &settings, const Login &login);
+    ~SshClient() override;
+
+    void send(std::string_view octets) override;
+    void receive(char *octets, size_t count) override;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void start(const Vrf &vrf, std::vector<std::string> words);
+    [[noreturn]] void become(const Vrf &vrf, std::vector<char *> &words);
+    void set_environment() const;
+    int milliseconds_left() const;
+    void wait(int fd, short events);
+    void read_log();
+    void was_let_in();
+    [[noreturn]] void ended();
+
+    Clock::duration transfer_time_;
+    Clock::time_point deadline_;
+    // `let_in_` has an octet once the login is over; the client takes the
+    // password from `password_`, where it is once.
+    Pipe to_, from_, log_, let_in_, password_;
+    Fd signals_;
+    pid_t pid_ = -1;
+    bool is_let_in_ = false;
+    std::string said_; // the end of the client's log
+};
+
+} // namespace xfhost
+
+#endif
