@@ -14,7 +14,7 @@
 /* Results of qsh_execute_cfg_file2 beside 0. */
 #define QSH_ERR_CFG_LINES_REFUSED 0x40540001 /* some lines failed */
 #define QSH_ERR_CFG_EMPTY 0x40540002         /* no configuration in the file */
-#define QSH_ERR_CFG_LINES_SKIPPED 0x40540003 /* stopped before the last line */
+#define QSH_ERR_CFG_LINES_SKIPPED 0x40540003 /* not all lines were tried */
 
 /* A request to apply a file of configuration; fields not named are zero. */
 struct qsh_cfg_file_request {

@@ -6,9 +6,10 @@
  * or the time is up, the other calls do not.
  *
  * Results are 0 or more for success: every octet has come, or the server has
- * acknowledged every octet. Otherwise negative: down to -TFTP_LARGEST_CODE minus
- * an error code of the protocol (3 also for no room here, or a file larger than
- * is taken), below that -(TFTP_LARGEST_CODE + errno), so that -210 is a timeout.
+ * acknowledged every octet. Otherwise negative: down to -TFTP_LARGEST_CODE
+ * minus an error code of the protocol (3 also for no room here, or a file
+ * larger than is taken), below that -(TFTP_LARGEST_CODE + errno), so that -210
+ * is a timeout.
  */
 #ifndef PLATFORM_TFTP_H
 #define PLATFORM_TFTP_H

@@ -3,8 +3,8 @@
  * library and of Net-SNMP that the module's behaviour depends on, with results
  * that a test scripts and a journal of what the module did.
  *
- * What it does stands in scripted/, a file for each service; scripted/note.h has
- * what those share.
+ * What it does stands in scripted/, a file for each service; scripted/note.h
+ * has what those share.
  *
  * The module under test is linked with its references to those functions
  * renamed (see CMakeLists.txt): nothing here touches what GoogleTest calls.
