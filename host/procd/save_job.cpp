@@ -105,7 +105,7 @@ uint32_t save_here(const Settings &settings, const std::stop_token &stop,
         return err_startup_not_read;
     }
     auto proceed = [&] { return pause(settings.save_delay_seconds, stop); };
-    if (error == 0 && keep_startup(text, proceed))
+    if (error == 0 && keep_shown(text, proceed))
         return 0;
     if (error == ECANCELED || errno == ECANCELED) {
         why = "The save was aborted.";
