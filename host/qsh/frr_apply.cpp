@@ -89,14 +89,32 @@ std::string masked_line(const std::string &text) {
     return masked;
 }
 
+// Whether a word was written as `given` where FRR shows `shown`: shortened, or
+// an OSPF area as a number.
+bool same_word(std::string_view given, std::string_view shown) {
+    if (given.empty() || given[0] < '0' || given[0] > '9')
+        return shown.starts_with(given);
+    struct in_addr area = {};
+    std::string text(given);
+    char dotted[INET_ADDRSTRLEN];
+    return given == shown ||
+           (text.find_first_not_of("0123456789") == std::string::npos &&
+            inet_aton(text.c_str(), &area) != 0 &&
+            inet_ntop(AF_INET, &area, dotted, sizeof dotted) == shown);
+}
+
 // Whether `given` is `shown` with words shortened or left out.
 bool abbreviates(const std::string &given, const std::string &shown) {
     FrrWords words = frr_words(given);
     size_t found = 0;
     for (std::string_view word : frr_words(shown))
-        if (found < words.size() && word.starts_with(words[found]))
+        if (found < words.size() && same_word(words[found], word))
             found++;
     return found == words.size();
+}
+
+std::string last(const std::string &text) {
+    return text.substr(text.rfind(' ') + 1);
 }
 
 std::string first_word(const std::string &text) {
@@ -127,8 +145,12 @@ std::string frr_masked(std::string_view word) {
 }
 
 FrrShown::FrrShown(std::string_view text) : lines(read_frr(text, true)) {
-    for (size_t i = 0; i < lines.size(); i++)
+    for (size_t i = 0; i < lines.size(); i++) {
         paths.insert(frr_path(lines, i));
+        std::string parent = parent_path(lines, i);
+        by_block[parent].push_back(i);
+        by_end[parent + last(lines[i].text)].push_back(i);
+    }
 }
 
 FrrApply::FrrApply(const Settings &settings, std::string_view text,
@@ -283,22 +305,32 @@ void FrrApply::verify_line(size_t which) {
         line.refusal = "taken, but not in the configuration afterwards";
 }
 
-// A line of the same block that this one may have become.
-const FrrLine *FrrApply::similar(size_t which) const {
+// A line of the same block that this one may have become. Most keep their last
+// word; only so many are looked for among all lines.
+const FrrLine *FrrApply::similar(size_t which) {
     std::string parent = parent_path(lines_, which);
     const std::string text = masked_line(lines_[which].text);
-    const FrrLine *newer = nullptr;
-    for (size_t i = 0; i < after_.lines.size(); i++) {
-        const FrrLine &line = after_.lines[i];
-        if (first_word(line.text) != first_word(text) ||
-            parent_path(after_.lines, i) != parent)
-            continue;
-        if (abbreviates(text, line.text))
-            return &line;
-        if (!before_.paths.contains(frr_path(after_.lines, i)))
-            newer = &line;
-    }
-    return newer;
+    if (const FrrLine *found =
+            abbreviated(after_.by_end[parent + last(text)], text))
+        return found;
+    if (searches_++ >= most_notes)
+        return nullptr;
+    const std::vector<size_t> &block = after_.by_block[parent];
+    if (const FrrLine *found = abbreviated(block, text))
+        return found;
+    for (size_t i : block)
+        if (first_word(after_.lines[i].text) == first_word(text) &&
+            !before_.paths.contains(frr_path(after_.lines, i)))
+            return &after_.lines[i];
+    return nullptr;
+}
+
+const FrrLine *FrrApply::abbreviated(const std::vector<size_t> &among,
+                                     const std::string &text) const {
+    for (size_t i : among)
+        if (abbreviates(text, after_.lines[i].text))
+            return &after_.lines[i];
+    return nullptr;
 }
 
 size_t FrrApply::refused() const {

@@ -4,6 +4,7 @@
 #define HOST_QSH_FRR_APPLY_H
 
 #include <chrono>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -22,6 +23,8 @@ struct FrrShown {
 
     FrrLines lines;
     std::set<std::string> paths;
+    // By the block that they stand in, and by that and their last word.
+    std::map<std::string, std::vector<size_t>> by_block, by_end;
 };
 
 class FrrApply {
@@ -62,7 +65,9 @@ class FrrApply {
     bool risky(size_t which) const;
     int seconds_left() const;
     void verify_line(size_t which);
-    const FrrLine *similar(size_t which) const;
+    const FrrLine *similar(size_t which);
+    const FrrLine *abbreviated(const std::vector<size_t> &among,
+                               const std::string &text) const;
     size_t refused() const;
 
     const Settings &settings_;
@@ -72,6 +77,7 @@ class FrrApply {
     std::set<size_t> unsent_;    // neither refused nor sent
     std::set<std::string> open_; // headers that FRR has taken
     std::vector<std::string> notes_;
+    size_t searches_ = 0;
     bool sent_ = false, stopped_ = false;
     std::chrono::steady_clock::time_point start_;
 };
