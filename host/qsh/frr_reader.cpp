@@ -113,16 +113,19 @@ class Reader {
     }
 
     // As vtysh does: a line that does not fit in a block belongs to the one
-    // around it.
+    // around it. Not so one that is indented as of the block: vtysh may know
+    // it there, and it must not become one of another block.
     void place(size_t number, size_t indent, FrrWords words) {
         bool negated = words[0] == "no" && words.size() > 1;
         FrrWords meant(words.begin() + (negated ? 1 : 0), words.end());
         size_t depth = frames_.size();
-        while (depth > 0 && !fits(frames_[depth - 1].block, meant))
-            depth--;
+        while (depth > 0 && !fits(frames_[depth - 1].block, meant)) {
+            bool inside = depth > 1 && indent > frames_[depth - 1].indent;
+            depth = inside ? 0 : depth - 1;
+        }
         if (depth == 0) {
             refuse(number, indent, joined(words),
-                   "not a line of configuration that is known");
+                   "not a line of configuration that is known here");
             return;
         }
         frames_.resize(depth);
@@ -236,10 +239,18 @@ void FrrScript::put(const std::string &line, size_t which) {
 }
 
 // Whether a line could be taken for one of a block that a daemon may still
-// stand in: vtysh tells only the daemons that a line is for.
-bool FrrScript::ambiguous(std::string_view word) const {
+// stand in: vtysh tells only the daemons that a line is for. Some blocks take
+// words that are not in the lists; they do not take the common headers.
+bool FrrScript::ambiguous(const std::string &first) const {
+    FrrWords words = frr_words(first);
+    if (words[0] == "no" && words.size() > 1)
+        words.erase(words.begin());
+    bool header = frr_opens(FrrBlock::top, words) != FrrBlock::none &&
+                  (words[0] == "router" || words[0] == "interface" ||
+                   words[0] == "vrf" || words[0] == "route-map");
     return std::any_of(opened_.begin(), opened_.end(), [&](FrrBlock block) {
-        return frr_has_word(block, word);
+        return frr_has_word(block, words[0]) ||
+               (!header && block != FrrBlock::route_map);
     });
 }
 
@@ -265,11 +276,7 @@ void FrrScript::add(const FrrLines &all, size_t which) {
     const FrrLine &line = all[which];
     std::vector<std::string> wanted = chain_of(all, line.parent);
     if (wanted != block_) {
-        std::string first = wanted.empty() ? line.text : wanted[0];
-        FrrWords words = frr_words(first);
-        if (words[0] == "no" && words.size() > 1)
-            words.erase(words.begin());
-        if (ambiguous(words[0])) {
+        if (ambiguous(wanted.empty() ? line.text : wanted[0])) {
             // From any block of any daemon it leads to one where no other line
             // fits, and changes nothing. `exit` would have each daemon work
             // out its whole configuration.

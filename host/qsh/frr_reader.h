@@ -55,7 +55,7 @@ struct FrrScript {
     void put(const std::string &line, size_t which);
     void open(const FrrLine &header);
     void enter(const FrrLines &lines, size_t parent);
-    bool ambiguous(std::string_view word) const;
+    bool ambiguous(const std::string &first) const;
 
     std::vector<std::string> block_; // where vtysh stands
     std::vector<FrrBlock> opened_;   // where one of the daemons may stand

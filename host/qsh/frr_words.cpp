@@ -13,8 +13,9 @@ struct Vocabulary {
     std::string_view words;
 };
 
-// From vtysh's `list` in each block, with all daemons running; less what is no
-// configuration (clear, copy, do, end, exit, find, list, output, quit, show,
+// From vtysh's `list` in each block, with all daemons running, and what it
+// takes beyond that (`router-id` for an OSPF router, for example); less what is
+// no configuration (clear, copy, do, end, exit, find, list, output, quit, show,
 // terminal, write) and the blocks that are not in the table below. A version of
 // FRR with more words has those lines refused, not misread.
 constexpr Vocabulary vocabularies[] = {
@@ -24,8 +25,8 @@ constexpr Vocabulary vocabularies[] = {
           "nexthop-group nhrp password pbr pbr-map pseudowire route-map router "
           "router-id segment-routing service username vni vrf vrrp zebra"},
     {bgp, "address-family aggregate-address auto-summary bgp coalesce-time "
-          "distance neighbor network rd read-quanta synchronization table-map "
-          "timers update-delay write-quanta"},
+          "distance maximum-paths neighbor network rd read-quanta redistribute "
+          "synchronization table-map timers update-delay write-quanta"},
     {bgp_family, "aggregate-address bgp distance export import label "
                  "local-install maximum-paths neighbor network nexthop rd "
                  "redistribute route-map route-target route-target6 rt rt6 sid "
@@ -40,8 +41,8 @@ constexpr Vocabulary vocabularies[] = {
            "default-information default-metric distance distribute-list "
            "fast-reroute graceful-restart log-adjacency-changes max-metric "
            "maximum-paths mpls mpls-te neighbor network ospf passive-interface "
-           "pce proactive-arp redistribute refresh router-info segment-routing "
-           "summary-address timers write-multiplier"},
+           "pce proactive-arp redistribute refresh router-id router-info "
+           "segment-routing summary-address timers write-multiplier"},
     {ospf6, "aggregation area auto-cost default-information distance "
             "graceful-restart log-adjacency-changes maximum-paths ospf6 "
             "redistribute stub-router summary-address timers "
@@ -67,7 +68,7 @@ constexpr Vocabulary vocabularies[] = {
                  "redistribute set-overload-bit spf-delay-ietf spf-interval "
                  "topology triggered-csnp-delay"},
     {interface, "babel bandwidth debug delay description eigrp evpn ip ipv6 "
-                "isis link-detect link-params mpls multicast openfabric "
+                "isis link-detect link-params mpls multicast openfabric ospf "
                 "pbr-policy shutdown tunnel vrrp"},
     {link_params, "admin-grp ava-bw delay delay-variation enable max-bw "
                   "max-rsv-bw metric neighbor packet-loss res-bw unrsv-bw "

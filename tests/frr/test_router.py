@@ -106,7 +106,7 @@ def test_a_bad_line_in_the_middle(router):
     assert status == SOME_FAILED
     assert results == [
         'line 2: FRR: Command incomplete: "ip rout"',
-        'line 3: not a line of configuration that is known: "nonsense"',
+        'line 3: not a line of configuration that is known here: "nonsense"',
         "line 5: refused by bgpd: % Specify remote-as or peer-group commands "
         'first: "neighbor 10.0.0.9 password x"']
     shown = router.show()
@@ -151,7 +151,7 @@ def test_a_bad_header_takes_its_block_with_it(router, kind):
 
 
 HOSTILE = [
-    "exit", "quit", "exit\nexit", "end\nip route 10.8.0.0/24 blackhole", "en",
+    "exit", "quit", "exit\nexit", "end\nip route 10.5.0.0/24 blackhole", "en",
     "exit\nwrite memory", "exit\ncopy running-config startup-config",
     "exit\nclear bgp *", "exit\nshow running-config", "exit\nping 127.0.0.1",
     "exit\nconfigure terminal", "exit\nterminal monitor", "ex", "qu",
@@ -190,7 +190,7 @@ def test_hostile_lines_do_nothing(router):
         shown = router.show()
         assert shown.count(f"10.6.{number}.0/24") == 1, hostile
         assert shown.count(f"10.7.{number}.0/24") == 1, hostile
-        assert "10.8.0.0" not in shown or "end\n" in hostile, hostile
+        assert "10.8.0.0" not in shown, hostile
         assert not pwned.exists(), hostile
     assert router.frr_conf.read_text() == "! precious\n"
     own = [line for line in router.show().split("\n")
@@ -219,7 +219,8 @@ def test_a_daemon_that_does_not_run(make_router):
         "router bgp 65001\n bgp router-id 1.2.3.4\nexit\n"
         "ip route 10.1.0.0/24 blackhole\n")
     assert status == SOME_FAILED
-    assert len(results) == 2 and results[1].startswith("line 2: ")
+    assert results == ["line 2: taken, but not in the configuration "
+                       'afterwards: "bgp router-id 1.2.3.4"']
     assert "10.1.0.0" in router.show()
 
 
