@@ -36,6 +36,7 @@ int show_running(const Settings &settings, const std::stop_token &stop,
     SpawnRequest shell;
     shell.path = "/brim/bin/qsh";
     shell.arguments = {"-c", "show running-config"};
+    shell.err = STDERR_FILENO; // it says what is wrong
     int status = 0;
     int error = run_and_read(shell, 1, largest_config, settings.apply_seconds,
                              stop, text, status);
