@@ -91,6 +91,13 @@ std::string set_chassis(Settings &s, std::string_view value) {
     return error;
 }
 
+std::string set_backend(std::string &field, std::string_view value) {
+    if (value != "text" && value != "frr")
+        return "is not text or frr";
+    field = value;
+    return "";
+}
+
 struct Key {
     std::string_view name;
     std::string (*set)(Settings &, std::string_view);
@@ -148,6 +155,19 @@ constexpr Key keys[] = {
      [](Settings &s, V v) { return set_word(s.management_vrf, v); }},
     {"apply_seconds",
      [](Settings &s, V v) { return set_number(s.apply_seconds, v, 1, 86400); }},
+    {"backend", [](Settings &s, V v) { return set_backend(s.backend, v); }},
+    {"vtysh_program",
+     [](Settings &s, V v) { return set_path(s.vtysh_program, v); }},
+    {"vtysh_seconds",
+     [](Settings &s, V v) { return set_number(s.vtysh_seconds, v, 1, 3600); }},
+    {"frr_daemons",
+     [](Settings &s, V v) { return set_text(s.frr_daemons, v); }},
+    {"frr_directory",
+     [](Settings &s, V v) { return set_path(s.frr_directory, v); }},
+    {"frr_file_commands",
+     [](Settings &s, V v) { return set_flag(s.frr_file_commands, v); }},
+    {"apply_atomic",
+     [](Settings &s, V v) { return set_flag(s.apply_atomic, v); }},
     {"trace_history",
      [](Settings &s, V v) { return set_flag(s.trace_history, v); }},
     {"switch_wwn", [](Settings &s, V v) { return set_wwn(s.switch_wwn, v); }},
@@ -233,8 +253,7 @@ std::string read_environment(Settings &s, const Environment &environment) {
             continue;
         std::string error = key.set(s, value);
         if (!error.empty())
-            return name.append(": \"").append(value).append("\" ").append(
-                error);
+            return name.append(": \"").append(value).append("\" ").append(error);
     }
     return "";
 }

@@ -35,6 +35,13 @@ struct Settings {
     bool shell_names = false; // names that a shell acts on, where one sees them
     std::string management_vrf; // the VRF that "management" is
     int apply_seconds = 120;
+    std::string backend = "text"; // what qsh shows and applies to: text or frr
+    std::string vtysh_program = "/usr/bin/vtysh";
+    int vtysh_seconds = 30;  // for everything but applying
+    std::string frr_daemons; // that must answer, with blanks; empty: FRR's list
+    std::string frr_directory = "/etc/frr"; // of frr.conf and daemons
+    bool frr_file_commands = false; // lines that open files as FRR's user
+    bool apply_atomic = false;      // all lines of a file or none (frr)
     bool trace_history = true;
 
     std::string switch_wwn; // 16 hexadecimal digits; empty: the fabric file's

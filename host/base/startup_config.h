@@ -1,4 +1,5 @@
-// The startup configuration, `<state>/startup/system.cfg`.
+// The startup configuration, `<state>/startup/system.cfg`. With FRR behind the
+// shell `frr.conf`, which FRR itself starts with, has the same octets.
 #ifndef HOST_BASE_STARTUP_CONFIG_H
 #define HOST_BASE_STARTUP_CONFIG_H
 
@@ -16,9 +17,19 @@ Fd open_startup_directory();
 
 // Makes `text` the startup configuration and reads it back; writers exclude
 // each other. `proceed` as for replace_durably. False with errno set: EIO if
-// what was read back differs.
+// what was read back differs, EBADMSG if it has lines that must not be run when
+// FRR starts.
 bool keep_startup(const std::string &text,
                   const std::function<bool()> &proceed = {});
+
+// The same for what the back end itself has shown.
+bool keep_shown(const std::string &text,
+                const std::function<bool()> &proceed = {});
+
+// What a person is told if `system.cfg` and FRR's own file differ, because the
+// machine stopped between the two or somebody else wrote one; empty if they are
+// alike, or if there is only one by the settings.
+std::string startup_difference();
 
 } // namespace xfhost
 

@@ -3,11 +3,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include <pthread.h>
 #include <sys/signalfd.h>
 
 #include "host/base/log.h"
+#include "host/base/startup_config.h"
 #include "host/procd/manager.h"
 
 using namespace xfhost;
@@ -43,6 +45,8 @@ int main(int count, char **) {
     Manager manager(*s);
     if (!manager.start())
         return 71;
+    if (std::string differs = startup_difference(); !differs.empty())
+        log_message(LOG_WARNING, "%s", differs.c_str());
     log_message(LOG_INFO, "ready");
     manager.serve(stop.get());
     return 0;

@@ -108,7 +108,9 @@ int run_and_read(SpawnRequest request, int from, size_t limit, int seconds,
         return errno;
     Fd reading(ends[0]), writing(ends[1]);
     Fd null(open("/dev/null", O_RDWR | O_CLOEXEC));
-    request.in = request.out = request.err = null.get();
+    request.in = request.out = null.get();
+    if (request.err < 0)
+        request.err = null.get();
     (from == 1 ? request.out : request.err) = writing.get();
     pid_t pid;
     int error = spawn_program(request, pid);

@@ -17,7 +17,8 @@ namespace xfhost {
 // Runs a program until it ends, `seconds` have passed (ETIMEDOUT) or a stop is
 // asked for (ECANCELED); it is killed in the latter cases. `output` receives
 // what it wrote to the descriptor `from` (1 or 2), at most `limit` octets, with
-// the rest of it EFBIG. Returns 0 and its wait status, or an error number.
+// the rest of it EFBIG. The other one leads nowhere, unless the request has a
+// standard error of its own. Returns 0 and its wait status, or an error number.
 int run_and_read(SpawnRequest request, int from, size_t limit, int seconds,
                  const std::stop_token &stop, std::string &output, int &status);
 

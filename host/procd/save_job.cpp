@@ -36,6 +36,7 @@ int show_running(const Settings &settings, const std::stop_token &stop,
     SpawnRequest shell;
     shell.path = "/brim/bin/qsh";
     shell.arguments = {"-c", "show running-config"};
+    shell.err = STDERR_FILENO; // it says what is wrong
     int status = 0;
     int error = run_and_read(shell, 1, largest_config, settings.apply_seconds,
                              stop, text, status);
@@ -105,7 +106,7 @@ uint32_t save_here(const Settings &settings, const std::stop_token &stop,
         return err_startup_not_read;
     }
     auto proceed = [&] { return pause(settings.save_delay_seconds, stop); };
-    if (error == 0 && keep_startup(text, proceed))
+    if (error == 0 && keep_shown(text, proceed))
         return 0;
     if (error == ECANCELED || errno == ECANCELED) {
         why = "The save was aborted.";

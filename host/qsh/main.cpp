@@ -11,10 +11,10 @@
 
 #include "host/base/files.h"
 #include "host/base/record.h"
+#include "host/base/settings.h"
 #include "host/base/startup_config.h"
+#include "host/qsh/backend.h"
 #include "host/qsh/exit_codes.h"
-#include "host/qsh/running_config.h"
-#include "host/qsh/text_config.h"
 
 using namespace xfhost;
 
@@ -43,14 +43,9 @@ int print(const std::string &text) {
     return write_whole(STDOUT_FILENO, text) ? 0 : fail("standard output");
 }
 
-int show_running() {
-    Fd state = open_state_directory();
-    if (!state)
-        return fail("state directory");
+int show_running(Backend &backend) {
     std::string text, why;
-    if (!RunningConfig(std::move(state)).read(text, why))
-        return refuse(why);
-    return print(text);
+    return backend.show(text, why) ? print(text) : refuse(why);
 }
 
 int show_startup() {
@@ -64,37 +59,27 @@ int show_startup() {
     return print(text);
 }
 
-int save() {
-    Fd state = open_state_directory();
-    if (!state)
-        return fail("state directory");
-    RunningConfig running(std::move(state));
+int save(Backend &backend) {
     std::string text, why;
-    if (!running.lock())
-        return fail("running-config.lock");
-    if (!running.read(text, why))
+    if (!backend.show(text, why))
         return refuse(why);
-    return keep_startup(text) ? 0 : fail("startup configuration");
+    return keep_shown(text) ? 0 : fail("startup configuration");
 }
 
-// What somebody does who has looked at it.
-int accept_running() {
-    Fd state = open_state_directory();
-    if (!state)
-        return fail("state directory");
-    RunningConfig running(std::move(state));
-    return running.lock() && running.accept() ? 0 : fail("running-config");
+int accept_running(Backend &backend) {
+    std::string why;
+    return backend.accept(why) ? 0 : refuse(why);
 }
 
-int run_command(const std::string &command) {
+int run_command(Backend &backend, const std::string &command) {
     if (command == "show running-config")
-        return show_running();
+        return show_running(backend);
     if (command == "show startup-config")
         return show_startup();
     if (command == "copy running-config startup-config")
-        return save();
+        return save(backend);
     if (command == "accept running-config")
-        return accept_running();
+        return accept_running(backend);
     fprintf(stderr, "qsh: unknown command %s\n", quoted(command).c_str());
     return exit_usage;
 }
@@ -112,11 +97,6 @@ int exit_code(const ApplyResult &result) {
     return result.lines == 0 ? exit_no_configuration : 0;
 }
 
-std::string result_line(size_t number, std::string_view line, const char *why) {
-    return "line " + std::to_string(number) + ": " + why + ": " +
-           quoted(line.substr(0, longest_line)) + "\n";
-}
-
 // The results file stands in a directory that others can write to: a new file
 // takes its place, so that no link there leads anywhere.
 void write_results(const std::string &path, const std::string &results) {
@@ -130,32 +110,16 @@ void write_results(const std::string &path, const std::string &results) {
         fprintf(stderr, "qsh: %s: %s\n", path.c_str(), strerror(errno));
 }
 
-int apply(const char *path, const char *results_path) {
-    std::string text;
+int apply(Backend &backend, const char *path, const char *results_path) {
+    std::string text, results, why;
     if (!read_named(path, text))
         return fail(path);
-    Fd state = open_state_directory();
-    if (!state)
-        return fail("state directory");
-    RunningConfig running(std::move(state));
-    std::string before, why;
-    if (!running.lock())
-        return fail("running-config.lock");
-    if (!running.read(before, why))
+    ApplyResult result;
+    if (!backend.apply(text, result, results, why))
         return refuse(why);
-    TextConfig config;
-    config.load(before);
-
-    std::string results;
-    ApplyResult result = config.apply(
-        text, [&](size_t number, std::string_view line, const char *reason) {
-            results += result_line(number, line, reason);
-        });
     if (result.stopped)
         results += "stopped after " + std::to_string(result.refused) +
                    " refused lines; the rest was not looked at\n";
-    if (result.refused < result.lines && !running.write(config.print()))
-        return fail("running-config");
     write_results(results_path, results);
     return exit_code(result);
 }
@@ -163,10 +127,16 @@ int apply(const char *path, const char *results_path) {
 } // namespace
 
 int main(int count, char **arguments) {
-    if (count == 3 && strcmp(arguments[1], "-c") == 0)
-        return run_command(arguments[2]);
-    if (count == 4 && strcmp(arguments[1], "--apply") == 0)
-        return apply(arguments[2], arguments[3]);
-    fputs(usage, stderr);
-    return exit_usage;
+    bool command = count == 3 && strcmp(arguments[1], "-c") == 0;
+    bool file = count == 4 && strcmp(arguments[1], "--apply") == 0;
+    if (!command && !file) {
+        fputs(usage, stderr);
+        return exit_usage;
+    }
+    const Settings *s = settings();
+    if (s == nullptr)
+        return exit_failed;
+    auto backend = make_backend(*s);
+    return command ? run_command(*backend, arguments[2])
+                   : apply(*backend, arguments[2], arguments[3]);
 }

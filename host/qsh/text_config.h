@@ -10,22 +10,14 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "host/qsh/backend.h"
 #include "host/qsh/commands.h"
 
 namespace xfhost {
 
-// What became of a text that was applied.
-struct ApplyResult {
-    size_t lines = 0;   // lines of configuration: no comments, no blank lines
-    size_t refused = 0; // of them
-    bool stopped = false;
-};
-
 // Told of each line refused: its number from 1, its text, why.
 using Refusal =
     std::function<void(size_t number, std::string_view line, const char *why)>;
-
-constexpr size_t most_refused = 100;
 
 class TextConfig {
   public:

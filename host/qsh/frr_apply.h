@@ -1,0 +1,91 @@
+// One text that is merged into FRR's configuration: what is checked before,
+// what is sent, and what is found afterwards.
+#ifndef HOST_QSH_FRR_APPLY_H
+#define HOST_QSH_FRR_APPLY_H
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/qsh/backend.h"
+#include "host/qsh/frr_reader.h"
+#include "host/qsh/vtysh.h"
+
+namespace xfhost {
+
+// A configuration that FRR showed.
+struct FrrShown {
+    FrrShown() = default;
+    explicit FrrShown(std::string_view text);
+
+    FrrLines lines;
+    std::set<std::string> paths;
+    // By the block that they stand in, and by that and their last word.
+    std::map<std::string, std::vector<size_t>> by_block, by_end;
+};
+
+class FrrApply {
+  public:
+    // `before` is the running configuration that `text` is merged into.
+    FrrApply(const Settings &settings, std::string_view text,
+             const std::string &before);
+
+    // Checks everything, then sends what is good. False, and why, if it is not
+    // known what became of the lines.
+    bool run(std::string &why);
+
+    // Looks for each line in the configuration as it is now.
+    void verify(const std::string &after);
+
+    // Whether lines were refused after others had been sent.
+    bool must_go_back() const;
+
+    // Takes back what verify() found to be new. False, and why, if vtysh
+    // fails.
+    bool go_back(std::string &why);
+
+    // Says how the configuration is after that; `shown` is empty if it cannot
+    // be told, for the reason `why`.
+    void note_restored(const std::string &shown, const std::string &why);
+
+    // The outcome, and a text for the results file.
+    void report(ApplyResult &result, std::string &results) const;
+
+  private:
+    bool check(std::string &why);
+    void forgive_what_is_there();
+    void stop_after_too_many();
+    bool send(std::string &why);
+    bool send_script(const FrrScript &script, std::string &why);
+    bool take_complaints(const FrrScript &script, const VtyshEnd &end,
+                         std::string &why);
+    bool risky(size_t which) const;
+    int seconds_left() const;
+    void verify_line(size_t which);
+    const FrrLine *similar(size_t which);
+    const FrrLine *abbreviated(const std::vector<size_t> &among,
+                               const std::string &text) const;
+    size_t refused() const;
+
+    const Settings &settings_;
+    const std::string before_text_;
+    FrrShown before_, after_;
+    FrrLines lines_;
+    std::set<size_t> unsent_;    // neither refused nor sent
+    std::set<std::string> open_; // headers that FRR has taken
+    std::vector<std::string> notes_;
+    size_t searches_ = 0;
+    bool sent_ = false, stopped_ = false;
+    std::chrono::steady_clock::time_point start_;
+};
+
+// A prefix as FRR keeps it, 10.23.1.5/24 as 10.23.1.0/24; anything else as it
+// is.
+std::string frr_masked(std::string_view word);
+
+} // namespace xfhost
+
+#endif

@@ -1,0 +1,42 @@
+// FRR as the back end: what its daemons run, through vtysh.
+#ifndef HOST_QSH_FRR_BACKEND_H
+#define HOST_QSH_FRR_BACKEND_H
+
+#include <string>
+#include <vector>
+
+#include "host/base/files.h"
+#include "host/qsh/backend.h"
+#include "host/qsh/frr_reader.h"
+#include "host/qsh/vtysh.h"
+
+namespace xfhost {
+
+class FrrBackend : public Backend {
+  public:
+    explicit FrrBackend(const Settings &settings) : settings_(settings) {}
+
+    bool show(std::string &text, std::string &why) override;
+    bool apply(std::string_view text, ApplyResult &result, std::string &results,
+               std::string &why) override;
+    bool accept(std::string &why) override;
+
+  private:
+    bool lock(std::string &why);
+    bool all_answer(std::string &why);
+    bool show_locked(std::string &text, std::string &why);
+
+    const Settings &settings_;
+    std::vector<std::string> daemons_; // that have to answer
+    Fd lock_;
+};
+
+// Why a text is not the whole output of "show running-config"; empty if it is.
+std::string frr_show_fault(std::string_view text);
+
+// The daemons that a file such as /etc/frr/daemons has FRR's service start.
+std::vector<std::string> started_daemons(std::string_view text);
+
+} // namespace xfhost
+
+#endif
