@@ -5,7 +5,7 @@ import time
 import pytest
 
 import manager
-import tftp_double
+import tftp
 from routers import needed
 from saves import save
 from snmp import FAILED, RUNNING, STARTUP, download, go, row, upload
@@ -24,7 +24,7 @@ def switch(make_router, tmp_path):
         frr_daemons=router.settings["frr_daemons"])
     agent.router = router
     agent.start()
-    double = tftp_double.TftpDouble("127.0.0.3", agent.tftp_port)
+    double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
     agent.double = double
     manager.PROCD, plain = folder / "procd-there", manager.PROCD
     manager.PROCD.write_text(f"#!/bin/sh\nexec {' '.join(enter)} {plain}\n")
