@@ -141,7 +141,8 @@ uint32_t save_in_fabric(const Settings &settings,
 SaveJob::SaveJob(const Settings &settings, uint32_t token,
                  std::vector<FabricSwitch> switches, int wake)
     : settings_(settings), token_(token), switches_(std::move(switches)),
-      wake_(wake), thread_([this](const std::stop_token &stop) { run(stop); }) {}
+      wake_(wake), thread_([this](const std::stop_token &stop) { run(stop); }) {
+}
 
 SaveJob::~SaveJob() {
     if (thread_.joinable())

@@ -104,8 +104,8 @@ std::string vtysh_failure(const Settings &settings, const VtyshEnd &end) {
     if (end.error != 0)
         return settings.vtysh_program + ": " + strerror(end.error);
     std::string words = end.err.empty() ? end.out : end.err;
-    words.resize(std::min(
-        words.size(), words.find('\n', words.find_first_not_of('\n'))));
+    words.resize(std::min(words.size(),
+                          words.find('\n', words.find_first_not_of('\n'))));
     return settings.vtysh_program + " ended with status " +
            std::to_string(end.status) + ": " + quoted(words.substr(0, 200));
 }

@@ -5,7 +5,8 @@ import sys
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "agent"))
+for each in ("hostile", "agent"):
+    sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / each))
 import routers  # noqa: E402
 
 

@@ -10,7 +10,7 @@ import subprocess
 
 import pytest
 
-from tools import Program, wait_for
+from tools import Program, clean_environment, wait_for
 
 DAEMONS = pathlib.Path("/usr/lib/frr")
 QSH = pathlib.Path(os.environ["XF_TEST_BUILD"]) / "root/brim/bin/qsh"
@@ -106,7 +106,7 @@ class Router:
         return self.vtysh("-c", "show running-config no-header")
 
     def environment(self, **settings):
-        environment = dict(os.environ)
+        environment = clean_environment()
         for key, value in {**self.settings, **settings}.items():
             environment[f"XF_{key.upper()}"] = str(value)
         return environment

@@ -65,6 +65,27 @@ TEST(Settings, Limits) {
     EXPECT_NE(set_setting(s, "shell_names", "1"), "");
 }
 
+TEST(Settings, BackEnd) {
+    Settings s;
+    EXPECT_EQ(s.backend, "text");
+    EXPECT_FALSE(s.frr_file_commands);
+    EXPECT_FALSE(s.apply_atomic);
+    EXPECT_EQ(parse_settings(s, "backend frr\nvtysh_seconds 5\n"
+                                "frr_daemons zebra bgpd\napply_atomic yes\n"
+                                "frr_directory /etc/x/\n"
+                                "vtysh_program /x/vtysh\n"),
+              "");
+    EXPECT_EQ(s.backend, "frr");
+    EXPECT_EQ(s.vtysh_seconds, 5);
+    EXPECT_EQ(s.frr_daemons, "zebra bgpd");
+    EXPECT_TRUE(s.apply_atomic);
+    EXPECT_EQ(s.frr_directory, "/etc/x");
+    EXPECT_EQ(s.vtysh_program, "/x/vtysh");
+    EXPECT_NE(set_setting(s, "backend", "other"), "");
+    EXPECT_NE(set_setting(s, "vtysh_program", "vtysh"), "");
+    EXPECT_NE(set_setting(s, "vtysh_seconds", "0"), "");
+}
+
 TEST(Settings, ErrorsNameTheLine) {
     Settings s;
     EXPECT_EQ(parse_settings(s, "tftp_port 69\ncolour blue\n"),
