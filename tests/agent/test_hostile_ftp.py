@@ -15,7 +15,8 @@ from ftp import (MARK, HostileFtp, accept, close_data, do, for_ever, hang_up,
 from harness import Trial
 from snmp import (BAD_FILE_NAME, NO_MEMORY, TIMEOUT, UNKNOWN, download,
                   upload)
-from tools import clean_environment
+from tools import clean_environment, mounted
+from transfer_servers import needs_mounts
 
 ADDRESS, OTHER_ADDRESS = "127.0.0.3", "127.0.0.9"
 USER, PASSWORD = "copier", "pass-w0rd-of-mine"
@@ -467,18 +468,6 @@ def test_the_password_is_overwritten(server, tmp_path):
         assert b"x.cfg\0new\0" in arguments
         assert PASSWORD.encode() not in arguments
         assert client.wait(20) == 1
-
-
-def mounted(what):
-    """Runs in a mount namespace of its own, after `what`."""
-    return ["unshare", "-m", "sh", "-c", what + ' && cd "$PWD" && exec "$@"',
-            "sh"]
-
-
-needs_mounts = pytest.mark.skipif(
-    os.getuid() != 0 or subprocess.run(
-        ["unshare", "-m", "true"], capture_output=True).returncode != 0,
-    reason="no mount namespaces here")
 
 
 @needs_mounts

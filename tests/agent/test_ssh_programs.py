@@ -17,7 +17,8 @@ import ssh as hostile
 from test_hostile_ssh import clients_of
 from test_transfer_scripts import (BIN, DONE, NO_SPACE, TIMEOUT, Client,
                                    processes_in)
-from tools import wait_for
+from tools import mounted, wait_for
+from transfer_servers import needs_mounts
 
 pytestmark = pytest.mark.skipif(not os.access("/usr/bin/ssh", os.X_OK),
                                 reason="not installed: ssh")
@@ -73,12 +74,6 @@ def protocol(request):
     return request.param
 
 
-needs_mounts = pytest.mark.skipif(
-    os.getuid() != 0 or
-    subprocess.run(["unshare", "-m", "true"], capture_output=True).returncode,
-    reason="no mount namespaces here")
-
-
 # ---- Files that somebody could put in the way --------------------------------
 
 def plant(folder, told):
@@ -89,9 +84,7 @@ def plant(folder, told):
                   f"ProxyCommand {tells}KnownHostsCommand {tells}"
                   "UserKnownHostsFile /dev/null\n")
     texts = {
-        ".expect.rc": f"exec {tells}", ".tclshrc": f"exec {tells}",
-        "expect.rc": f"exec {tells}", "init.tcl": f"exec {tells}",
-        "pkgIndex.tcl": f"exec {tells}", ".ssh/config": ssh_config,
+        ".ssh/config": ssh_config,
         "ssh_config": ssh_config, ".ssh/rc": tells,
         ".ssh/environment": f"SSH_ASKPASS={folder}/ssh\n",
         ".ssh/known_hosts": "*  ssh-ed25519 AAAA\n", ".profile": tells,
@@ -105,7 +98,7 @@ def plant(folder, told):
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
         file.chmod(0o700)
-    for name in ("ssh", "sftp", "scp", "sh", "expect", "xfvrf", "xfsettings",
+    for name in ("ssh", "sftp", "scp", "sh", "xfvrf", "xfsettings",
                  "xfaskpass", "ssh-askpass"):
         (folder / name).write_text(f"#!/bin/sh\n{tells}")
         (folder / name).chmod(0o700)
@@ -113,9 +106,7 @@ def plant(folder, told):
 
 def planted_environment(folder):
     return {"HOME": str(folder), "ENV": f"{folder}/.profile",
-            "BASH_ENV": f"{folder}/.profile", "TCLLIBPATH": str(folder),
-            "TCL_LIBRARY": str(folder), "EXPECT_LIBRARY": str(folder),
-            "DOTDIR": str(folder), "NETRC": f"{folder}/.netrc",
+            "BASH_ENV": f"{folder}/.profile", "NETRC": f"{folder}/.netrc",
             "INPUTRC": f"{folder}/.inputrc", "EDITRC": f"{folder}/.editrc",
             "TERMCAP": f"{folder}/.termcap", "TERMINFO": f"{folder}/.terminfo",
             "SSH_ASKPASS": f"{folder}/ssh-askpass", "DISPLAY": ":77",
@@ -159,9 +150,7 @@ def test_nothing_of_the_users_home_is_read(client, server, tmp_path, protocol):
 def test_nothing_needs_the_temporary_folder(server, protocol, options):
     with tempfile.TemporaryDirectory(dir="/var/tmp") as folder:
         client = SshClient(pathlib.Path(folder), server)
-        client.prefix = ["unshare", "-m", "sh", "-c",
-                         f"mount -t tmpfs -o {options} tmpfs /tmp &&"
-                         ' exec "$@"', "sh"]
+        client.prefix = mounted(f"mount -t tmpfs -o {options} tmpfs /tmp")
         server.stored["x.cfg"] = b"hostname new\n"
         assert client.copy(protocol, "get") == DONE
         assert client.staged() == {b"new": b"hostname new\n"}

@@ -10,7 +10,7 @@ import time
 import pytest
 
 import lab
-from tools import clean_environment, ipv6_loopback, wait_for
+from tools import clean_environment, ipv6_loopback, mounted, wait_for
 from transfer_servers import (PASSWORD, USER, Servers, free_tcp_port,
                               needs_servers)
 
@@ -236,6 +236,30 @@ def test_full_disk_here(client, server, protocol):
                      ' "$@" && exit; s=$?; ls -A; exit $s', "sh"]
     assert client.get(protocol, "large", "large") == NO_SPACE
     assert "large\n" not in client.said and ".transfer" not in client.said
+
+
+def test_disk_that_tells_no_size(client, server, protocol):
+    server.offer("large", os.urandom(500_000))
+    client.prefix = mounted('mount -t tmpfs -o size=0 tmpfs "$PWD"')
+    assert client.get(protocol, "large", "large") == DONE
+
+
+def test_limit_of_the_process(client, server, protocol):
+    """The kernel would end it."""
+    server.offer("large", os.urandom(500_000))
+    client.prefix = ["prlimit", "--fsize=100000"]
+    assert client.get(protocol, "large", "large") == NO_SPACE
+    assert client.staged() == {}
+
+
+def test_local_links_lead_nowhere(client, server, protocol):
+    link = client.folder / "link"
+    link.symlink_to(os.fsdecode(client.stage(b"precious")))
+    assert client.put(protocol, "link", "linked") == BAD_NAME
+    assert not (server.files / "linked").exists()
+    server.offer("x", b"new")
+    assert client.get(protocol, "x", "link") == DONE
+    assert client.staged() == {b"local.cfg": b"precious", b"link": b"new"}
 
 
 @pytest.mark.parametrize("protocol", ["sftp", "scp"])

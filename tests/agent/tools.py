@@ -16,6 +16,19 @@ def clean_environment():
             if not name.startswith("XF_")}
 
 
+def can_run(wrapper):
+    """Whether programs can be run behind these words."""
+    return subprocess.run([*wrapper, "true"],
+                          capture_output=True).returncode == 0
+
+
+def mounted(what):
+    """Words that run a program in a mount namespace of its own, after `what`
+    has mounted something there."""
+    return ["unshare", "-m", "sh", "-c", what + ' && cd "$PWD" && exec "$@"',
+            "sh"]
+
+
 def wait_for(condition, what, seconds=20):
     """Polls until `condition` gives something true, and returns that."""
     deadline = time.monotonic() + seconds
