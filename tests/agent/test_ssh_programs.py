@@ -15,9 +15,9 @@ import pytest
 import lab
 import ssh as hostile
 from test_hostile_ssh import clients_of
-from test_transfer_scripts import (BIN, DONE, NO_SPACE, TIMEOUT, Client,
-                                   processes_in)
 from tools import mounted, wait_for
+from transfer_client import (BIN, DONE, NO_SPACE, OTHER, TIMEOUT, Client,
+                             peak_kib, processes_in)
 from transfer_servers import needs_mounts
 
 pytestmark = pytest.mark.skipif(not os.access("/usr/bin/ssh", os.X_OK),
@@ -50,11 +50,8 @@ class SshClient(Client):
     def copy(self, *what, **names):
         return self.run(*self.arguments(*what, **names))
 
-    def begin(self, *what):
-        script, *arguments = self.arguments(*what)
-        return subprocess.Popen([BIN / script, *arguments], cwd=self.folder,
-                                env=self.environment, stdin=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+    def begin_copy(self, *what):
+        return self.begin(*self.arguments(*what))
 
 
 @pytest.fixture
@@ -194,12 +191,6 @@ def test_no_room_is_told_before_it_is_used_up(client, server, protocol,
 most_kib = 262144 if lab.SANITIZED else 16384
 
 
-def peak_kib(pid):
-    with open(f"/proc/{pid}/status") as status:
-        return next(int(line.split()[1]) for line in status
-                    if line.startswith("VmHWM"))
-
-
 @pytest.mark.parametrize("session", [hostile.Chatters, hostile.EndlessBanners,
                                      hostile.Endless])
 def test_memory_is_bounded(client, server, protocol, session):
@@ -207,11 +198,10 @@ def test_memory_is_bounded(client, server, protocol, session):
                            download_octets=1 << 30)
     server.session = session
     server.stored["x.cfg"] = b"x"
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     peak, began = 0, time.monotonic()
     while running.poll() is None and time.monotonic() - began < 30:
-        with contextlib.suppress(OSError, StopIteration):
-            peak = max(peak, peak_kib(running.pid))
+        peak = max(peak, peak_kib(running.pid))
         time.sleep(0.05)
     running.terminate()
     assert running.wait(10) == TIMEOUT
@@ -222,12 +212,12 @@ def test_memory_is_bounded(client, server, protocol, session):
 def test_the_password_is_not_shown(client, server, protocol):
     """The list of processes has it no longer than until it was read."""
     server.session = hostile.SilentAtLogin
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     wait_for(lambda: server.last and server.last.given, "the login")
     with open(f"/proc/{running.pid}/cmdline", "rb") as file:
         words = file.read()
     running.terminate()
-    assert running.wait(10) == 8
+    assert running.wait(10) == OTHER
     assert b".expect\0" in words
     assert hostile.PASSWORD.encode() not in words
 
@@ -247,7 +237,7 @@ def test_killed(client, server, protocol, session):
     """Nothing stays, neither a process nor a part of the file."""
     server.session = session
     server.stored["x.cfg"] = b"x"
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     wait_for(lambda: server.last and server.last.given, "the login")
     running.send_signal(signal.SIGKILL)
     running.wait()

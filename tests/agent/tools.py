@@ -9,11 +9,13 @@ import subprocess
 import time
 
 
-def clean_environment():
-    """That of the programs under test: none of what the tests themselves are
-    told, which would be unknown settings there."""
-    return {name: value for name, value in os.environ.items()
-            if not name.startswith("XF_")}
+def clean_environment(settings=()):
+    """That of the programs under test: these settings, and none of what the
+    tests themselves are told, which would be unknown settings there."""
+    return {**{name: value for name, value in os.environ.items()
+               if not name.startswith("XF_")},
+            **{f"XF_{key.upper()}": str(value)
+               for key, value in dict(settings).items()}}
 
 
 def can_run(wrapper):
