@@ -1,4 +1,4 @@
-"""The transfer scripts by themselves, against real servers."""
+"""The transfer programs by themselves, against real servers."""
 
 import contextlib
 import os

@@ -13,7 +13,7 @@ BIN = lab.BUILD / "root/brim/bin"
 
 
 class Client:
-    """Runs the scripts in a folder of its own."""
+    """Runs the programs in a folder of its own."""
 
     def __init__(self, folder):
         self.folder = folder / "staging"
@@ -39,15 +39,15 @@ class Client:
         if protocol != "ftp" and hasattr(server, "known_host"):
             self.trust(server)
 
-    def begin(self, script, *arguments):
+    def begin(self, program, *arguments):
         return subprocess.Popen(
-            [*self.prefix, BIN / script, *arguments], cwd=self.folder,
+            [*self.prefix, BIN / program, *arguments], cwd=self.folder,
             env=self.environment, stdin=subprocess.DEVNULL,
             stderr=subprocess.PIPE)
 
-    def run(self, script, *arguments):
+    def run(self, program, *arguments):
         done = subprocess.run(
-            [*self.prefix, BIN / script, *arguments], cwd=self.folder,
+            [*self.prefix, BIN / program, *arguments], cwd=self.folder,
             env=self.environment, stdin=subprocess.DEVNULL,
             capture_output=True, timeout=60)
         self.said = (done.stdout + done.stderr).decode(errors="replace")
