@@ -5,19 +5,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <string>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "host/base/files.h"
-#include "host/base/part_file.h"
+#include "host/base/address.h"
+#include "host/base/clock.h"
+#include "host/base/local_file.h"
 #include "host/base/settings.h"
 #include "host/tftp/channel.h"
 #include "host/tftp/conversation.h"
@@ -33,10 +29,10 @@ struct Server {
     int packet_seconds = 20;
 } server;
 
-// Of a local file.
-int file_error(int number) {
-    bool full = number == ENOSPC || number == EDQUOT || number == EFBIG;
-    return full ? no_room : system_error(number);
+int file_result(int error) {
+    if (error == 0)
+        return 0;
+    return is_no_room(error) ? no_room : system_error(error);
 }
 
 class SentFile : public LocalFile {
@@ -67,45 +63,29 @@ class SentFile : public LocalFile {
     const Fd &file_;
 };
 
-// Takes no more than the settings allow, the process may write and, as far as
-// the server tells the size, the disk has room for.
-class FetchedFile : public LocalFile {
+class ReceivedFile : public LocalFile {
   public:
-    explicit FetchedFile(const Fd &file)
-        : file_(file),
-          most_(static_cast<uint64_t>(settings()->download_octets)) {
-        struct rlimit limit;
-        if (getrlimit(RLIMIT_FSIZE, &limit) == 0)
-            most_ = std::min<uint64_t>(most_, limit.rlim_cur);
-    }
+    explicit ReceivedFile(BoundedFile &file) : file_(file) {}
+
     int expect(uint64_t octets) override {
-        return octets > std::min(most_, free_octets()) ? no_room : 0;
+        return file_result(file_.expect(octets));
     }
     int append(std::string_view octets) override {
-        if (octets.size() > most_ - size_)
-            return no_room;
+        const int result = file_result(file_.write_at(size_, octets));
         size_ += octets.size();
-        return write_whole(file_.get(), octets) ? 0 : file_error(errno);
+        return result;
     }
     int next(size_t, std::string &) override {
         return system_error(EPROTO);
     }
 
   private:
-    uint64_t free_octets() const {
-        struct statvfs room;
-        if (fstatvfs(file_.get(), &room) != 0 || room.f_blocks == 0)
-            return std::numeric_limits<uint64_t>::max(); // it does not say
-        return uint64_t{room.f_bavail} * room.f_frsize;
-    }
-
-    const Fd &file_;
-    uint64_t most_;
+    BoundedFile &file_;
     uint64_t size_ = 0;
 };
 
 // Whether something came until `deadline` that brings the transfer on.
-bool listen_once(Channel &channel, Conversation &talk, double deadline) {
+bool listen_once(Channel &channel, Conversation &talk, int64_t deadline) {
     uint16_t port = 0;
     std::string datagram;
     if (!channel.receive(deadline, port, datagram))
@@ -119,18 +99,18 @@ bool listen_once(Channel &channel, Conversation &talk, double deadline) {
 
 // Holds the conversation until it has ended. `end` bounds all of it, the wait
 // for each answer that brings it on is packet_seconds.
-int converse(Conversation &talk, double end) {
+int converse(Conversation &talk, int64_t end) {
     Channel channel;
     if (!channel.open(server.address, static_cast<uint16_t>(server.port)) ||
         !channel.send(talk.packet()))
         return system_error(errno);
-    const double patience = server.packet_seconds;
-    const double pause = std::clamp(patience / 4, 1.0, 5.0);
-    double now = now_seconds();
-    double give_up = std::min(end, now + patience), again = now + pause;
+    const int64_t patience = server.packet_seconds * int64_t{1000};
+    const int64_t pause = std::clamp<int64_t>(patience / 4, 1000, 5000);
+    int64_t now = monotonic_ms();
+    int64_t give_up = std::min(end, now + patience), again = now + pause;
     while (!talk.ended() && now < give_up) {
         bool news = listen_once(channel, talk, std::min(again, give_up));
-        now = now_seconds();
+        now = monotonic_ms();
         if (news)
             give_up = std::min(end, now + patience);
         if (!news && (talk.ended() || now < again))
@@ -143,7 +123,8 @@ int converse(Conversation &talk, double end) {
 }
 
 int transfer(Request request, LocalFile &file) {
-    double end = now_seconds() + settings()->tftp_total_seconds;
+    const int64_t end =
+        monotonic_ms() + settings()->tftp_total_seconds * int64_t{1000};
     request.options = true;
     Conversation talk(request, file);
     int result = converse(talk, end);
@@ -161,34 +142,23 @@ int check_call(const char *remote) {
 }
 
 int put(const char *local, const char *remote) {
-    Fd file(open(local, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    const Fd file = open_source(local);
     struct stat st;
     if (!file || fstat(file.get(), &st) != 0)
         return system_error(errno);
-    if (!S_ISREG(st.st_mode))
-        return system_error(EINVAL);
     SentFile sent(file);
     return transfer({true, remote, static_cast<uint64_t>(st.st_size)}, sent);
 }
 
-// The file appears under its name when it is whole.
-int get(const char *remote, const std::string &local) {
-    size_t slash = local.rfind('/');
-    std::string folder =
-        slash == std::string::npos ? "" : local.substr(0, slash + 1);
-    std::string part = folder + ".tftp-" + std::to_string(getpid()) + ".part";
-    Fd file = open_part(folder.empty() ? "." : folder, part);
-    if (!file)
-        return file_error(errno);
-    FetchedFile fetched(file);
-    int result = transfer({false, remote}, fetched);
-    if (result == 0) {
-        int error = keep_part(file, part, local);
-        result = error == 0 ? 0 : file_error(error);
-    }
-    if (result != 0)
-        unlink(part.c_str());
-    return result;
+int get(const char *remote, const char *local) {
+    FetchedFile fetched(local);
+    const int error =
+        fetched.open(static_cast<uint64_t>(settings()->download_octets));
+    if (error != 0)
+        return file_result(error);
+    ReceivedFile received(fetched.file());
+    const int result = transfer({false, remote}, received);
+    return result == 0 ? file_result(fetched.keep()) : result;
 }
 
 } // namespace
@@ -204,14 +174,12 @@ int tftp_timeout_set(int seconds) {
 }
 
 int tftp_connect(const char *address, int port) {
-    unsigned char octets[16];
     const Settings *s = settings();
     if (s == nullptr || port < -1 || port == 0 || port > 65535)
         return system_error(EINVAL);
-    if (inet_pton(AF_INET, address, octets) != 1 &&
-        inet_pton(AF_INET6, address, octets) != 1)
-        return system_error(EINVAL);
     try {
+        if (!is_address(address))
+            return system_error(EINVAL);
         server.address = address;
     } catch (const std::bad_alloc &) {
         return system_error(ENOMEM);

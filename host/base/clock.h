@@ -2,6 +2,8 @@
 #ifndef HOST_BASE_CLOCK_H
 #define HOST_BASE_CLOCK_H
 
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <ctime>
 
@@ -17,6 +19,13 @@ inline int64_t monotonic_ns() {
 
 inline int64_t monotonic_ms() {
     return monotonic_ns() / 1000000;
+}
+
+// What is left until a time of monotonic_ms(), as poll() takes it: 0 if it is
+// over.
+inline int ms_until(int64_t deadline) {
+    return static_cast<int>(
+        std::clamp<int64_t>(deadline - monotonic_ms(), 0, INT_MAX));
 }
 
 } // namespace xfhost

@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/base/address.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
 
@@ -52,12 +52,9 @@ std::string set_word(std::string &field, std::string_view value) {
 }
 
 std::string set_address(std::string &field, std::string_view value) {
-    unsigned char octets[16];
-    std::string text(value);
-    if (inet_pton(AF_INET, text.c_str(), octets) != 1 &&
-        inet_pton(AF_INET6, text.c_str(), octets) != 1)
+    if (!is_address(value))
         return "is not an IPv4 or IPv6 address";
-    field = text;
+    field = value;
     return "";
 }
 

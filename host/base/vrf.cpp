@@ -125,14 +125,14 @@ bool find_vrf(int32_t id, Vrf &vrf) {
         std::vector<std::string> found = namespaces_with(id);
         if (found.size() != 1)
             return false;
-        vrf = {Vrf::Kind::name_space, found.front()};
+        vrf = {Vrf::Kind::name_space, found.front(), id};
         return true;
     }
     char name[IF_NAMESIZE];
     if (id <= 0 || if_indextoname(static_cast<unsigned>(id), name) == nullptr ||
         !valid_vrf_name(name) || !is_vrf_device(name))
         return false;
-    vrf = {Vrf::Kind::device, name};
+    vrf = {Vrf::Kind::device, name, id};
     return true;
 }
 

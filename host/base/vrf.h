@@ -16,6 +16,7 @@ struct Vrf {
     enum class Kind { own_network, name_space, device };
     Kind kind = Kind::own_network;
     std::string name; // empty for the caller's own network
+    int32_t id = own_network_id;
 };
 
 // Whether a text can be a VRF's name: 1 to 32 letters, digits and "_.:-", the

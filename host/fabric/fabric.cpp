@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <set>
 
-#include <arpa/inet.h>
+#include "host/base/address.h"
 
 namespace xfhost {
 namespace {
@@ -23,13 +23,6 @@ std::vector<std::string> words_of(std::string_view line) {
         words.emplace_back(line.substr(0, end));
         line.remove_prefix(end);
     }
-}
-
-bool is_address(const std::string &text) {
-    unsigned char octets[16];
-    return text.find('\0') == std::string::npos &&
-           (inet_pton(AF_INET, text.c_str(), octets) == 1 ||
-            inet_pton(AF_INET6, text.c_str(), octets) == 1);
 }
 
 // Names go into a command line: letters, digits and a few signs, none in front.

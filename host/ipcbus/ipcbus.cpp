@@ -190,12 +190,7 @@ ipcbus_message *receive_one(int socket) {
 // Waits until the socket can be read; `deadline` -1 is never. 0, or -1 with
 // errno set: EPIPE if the peer is gone and has left nothing to read.
 int wait_readable(int socket, int peer, int64_t deadline) {
-    int timeout = -1;
-    if (deadline >= 0) {
-        int64_t left =
-            std::clamp<int64_t>(deadline - monotonic_ms(), 0, INT32_MAX);
-        timeout = static_cast<int>(left);
-    }
+    const int timeout = deadline >= 0 ? ms_until(deadline) : -1;
     struct pollfd watched[] = {{socket, POLLIN, 0}, {peer, POLLIN, 0}};
     int count = poll(watched, 2, timeout);    // a peer of -1 is passed over
     if (count > 0 && watched[0].revents == 0) // it may have spoken before

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 
-#include <arpa/inet.h>
+#include "host/base/address.h"
 
 namespace xfhost {
 namespace {
@@ -18,13 +18,6 @@ bool number_between(std::string_view text, int low, int high) {
         std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end == text.data() + text.size() &&
            number >= low && number <= high;
-}
-
-bool is_address(std::string_view text) {
-    unsigned char octets[16];
-    std::string copy(text);
-    return inet_pton(AF_INET, copy.c_str(), octets) == 1 ||
-           inet_pton(AF_INET6, copy.c_str(), octets) == 1;
 }
 
 bool is_prefix(std::string_view text) {

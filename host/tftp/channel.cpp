@@ -1,14 +1,13 @@
 #include "host/tftp/channel.h"
 
 #include <cerrno>
-#include <cmath>
 #include <cstring>
-#include <ctime>
 
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "host/base/clock.h"
 #include "host/tftp/conversation.h"
 
 namespace xfhost::tftp {
@@ -46,13 +45,6 @@ void put_port(sockaddr_storage &address, uint16_t port) {
 }
 
 } // namespace
-
-double now_seconds() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) +
-           static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 bool Channel::open(const std::string &address, uint16_t port) {
     bool is_v4 =
@@ -96,10 +88,10 @@ bool Channel::from_server(const sockaddr_storage &sender) const {
     return IN6_ARE_ADDR_EQUAL(&v6(sender).sin6_addr, &v6(server_).sin6_addr);
 }
 
-bool Channel::receive(double deadline, uint16_t &port, std::string &datagram) {
-    for (double left = 0; (left = deadline - now_seconds()) > 0;) {
+bool Channel::receive(int64_t deadline, uint16_t &port, std::string &datagram) {
+    for (int left = 0; (left = ms_until(deadline)) > 0;) {
         struct pollfd watched = {socket_.get(), POLLIN, 0};
-        poll(&watched, 1, static_cast<int>(std::ceil(left * 1000)));
+        poll(&watched, 1, left);
         datagram.resize(buffer_size);
         sockaddr_storage sender = {};
         socklen_t length = sizeof sender;

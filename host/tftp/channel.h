@@ -12,9 +12,6 @@
 
 namespace xfhost::tftp {
 
-// Seconds of a clock that nobody sets.
-double now_seconds();
-
 class Channel {
   public:
     // `address` is an IPv4 or IPv6 address as text, `port` that of requests.
@@ -29,11 +26,11 @@ class Channel {
     // Hears and talks to this port of the server alone from now on.
     void set_port(uint16_t port);
 
-    // Waits until `deadline` (of now_seconds) for a datagram from the server's
+    // Waits until `deadline` (of monotonic_ms) for a datagram from the server's
     // address, and from its port if one is set; whatever else comes is dropped.
     // One that is too long for a packet is cut off, but stays too long. False
     // if none came.
-    bool receive(double deadline, uint16_t &port, std::string &datagram);
+    bool receive(int64_t deadline, uint16_t &port, std::string &datagram);
 
   private:
     bool from_server(const sockaddr_storage &sender) const;

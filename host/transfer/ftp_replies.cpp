@@ -130,19 +130,19 @@ bool FtpReplies::stored(uint64_t octets) const {
            (unknown || size_ == octets);
 }
 
-TransferEnd FtpReplies::failure() const {
+Outcome FtpReplies::failure() const {
     if (code_ < 400)
-        return TransferEnd::done;
+        return Outcome::done;
     if (full_ || code_ == 452 || code_ == 552)
-        return TransferEnd::no_space;
+        return Outcome::no_space;
     if (code_ == 421 || code_ == 425 || code_ == 426)
-        return TransferEnd::connection;
+        return Outcome::connection;
     if (code_ == 530 || command_ == Command::user || command_ == Command::pass)
-        return TransferEnd::login;
+        return Outcome::login;
     if (command_ == Command::transfer &&
         (code_ == 501 || code_ == 550 || code_ == 553))
-        return TransferEnd::bad_name;
-    return TransferEnd::other;
+        return Outcome::bad_name;
+    return Outcome::other;
 }
 
 } // namespace xfhost

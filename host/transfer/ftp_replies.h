@@ -9,20 +9,9 @@
 #include <optional>
 #include <string_view>
 
-namespace xfhost {
+#include "host/transfer/transfer.h"
 
-// Exit codes of the programs that move files.
-enum class TransferEnd {
-    done,
-    timeout,
-    bad_name,
-    no_space,
-    login,
-    host_key,
-    connection,
-    usage,
-    other
-};
+namespace xfhost {
 
 class FtpReplies {
   public:
@@ -75,7 +64,7 @@ class FtpReplies {
 
     // What the reply to the last command means, if that is a failure; else
     // `done`.
-    TransferEnd failure() const;
+    Outcome failure() const;
 
   private:
     enum class Command { greeting, user, pass, size, transfer, other };

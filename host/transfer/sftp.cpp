@@ -1,14 +1,12 @@
 #include "host/transfer/sftp.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <map>
 #include <optional>
 #include <set>
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "host/transfer/transfer.h"
@@ -58,10 +56,6 @@ constexpr size_t window = 64;
     throw Failed(Outcome::other, "the server does not speak SFTP");
 }
 
-[[noreturn]] void no_space() {
-    throw Failed(Outcome::no_space, "no space for the file");
-}
-
 // A refusal; `usual` is what it is unless its number says more.
 [[noreturn]] void refused(uint32_t number, Outcome usual) {
     switch (number) {
@@ -82,13 +76,9 @@ constexpr size_t window = 64;
     default:
         break;
     }
-    if (usual == Outcome::no_space)
-        no_space();
-    if (usual == Outcome::connection)
-        throw Failed(usual, "the connection failed or was lost");
-    if (usual == Outcome::bad_name)
-        throw Failed(usual, "the server has no such file, or does not take it");
-    throw Failed(usual, "the server gave up the file");
+    if (usual == Outcome::other)
+        throw Failed(usual, "the server gave up the file");
+    throw failure_of(usual);
 }
 
 // There is no number for a full disk: a server says "failure" then.
@@ -314,19 +304,11 @@ std::string_view octets_of(Answer &answer, uint32_t most) {
     return {};
 }
 
-void write_at(int file, uint64_t offset, std::string_view octets) {
-    while (!octets.empty()) {
-        ssize_t count = pwrite(file, octets.data(), octets.size(),
-                               static_cast<off_t>(offset));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG))
-            no_space();
-        if (count < 0)
-            throw Failed(Outcome::other, "the local file cannot be written");
-        octets.remove_prefix(static_cast<size_t>(count));
-        offset += static_cast<uint64_t>(count);
-    }
+// Throws Failed if the local file refused something.
+void check_local(int error) {
+    if (error != 0)
+        throw file_failure(error, Outcome::other,
+                           "the local file cannot be written");
 }
 
 [[noreturn]] void torn() {
@@ -336,7 +318,8 @@ void write_at(int file, uint64_t offset, std::string_view octets) {
 // A file of a size that was announced.
 class Download {
   public:
-    Download(Session &session, RemoteFile &remote, int file, uint64_t size)
+    Download(Session &session, RemoteFile &remote, BoundedFile &file,
+             uint64_t size)
         : session_(session), remote_(remote), file_(file), size_(size) {}
 
     void run() {
@@ -373,7 +356,7 @@ class Download {
         std::string_view octets = octets_of(answer, range.count);
         if (octets.empty())
             torn();
-        write_at(file_, range.offset, octets);
+        check_local(file_.write_at(range.offset, octets));
         auto count = static_cast<uint32_t>(octets.size());
         if (count < range.count)
             ask({range.offset + count, range.count - count});
@@ -381,36 +364,30 @@ class Download {
 
     Session &session_;
     RemoteFile &remote_;
-    int file_;
+    BoundedFile &file_;
     uint64_t size_;
     uint64_t next_ = 0; // the first octet that nobody was asked for
     std::map<uint32_t, Range> asked_;
 };
 
 // A file whose end only its end tells, in order.
-void read_to_end(Session &session, RemoteFile &remote, int file,
-                 uint64_t limit) {
+void read_to_end(Session &session, RemoteFile &remote, BoundedFile &file) {
     uint64_t offset = 0;
     for (;;) {
         Answer answer = session.answer_to(remote.ask_read(offset, chunk));
         std::string_view octets = octets_of(answer, chunk);
         if (octets.empty())
             return;
-        if (octets.size() > limit - offset)
-            no_space();
-        write_at(file, offset, octets);
+        check_local(file.write_at(offset, octets));
         offset += octets.size();
     }
 }
 
-void check_announced(const Attributes &told, int file, uint64_t limit) {
+void check_announced(const Attributes &told, const BoundedFile &file) {
     if (told.mode && (*told.mode & S_IFMT) != 0 && !S_ISREG(*told.mode))
         throw Failed(Outcome::bad_name, "what the server has is no file");
-    struct statvfs room;
-    if (told.size &&
-        (*told.size > limit || (fstatvfs(file, &room) == 0 &&
-                                *told.size / room.f_frsize > room.f_bavail)))
-        no_space();
+    if (told.size)
+        check_local(file.expect(*told.size));
 }
 
 // Sends all of a file; gives how many octets that were.
@@ -446,19 +423,18 @@ uint64_t send_file(Session &session, RemoteFile &remote, int file) {
 
 } // namespace
 
-void sftp_get(Link &link, const std::string &name, int file, int64_t limit) {
-    auto most = static_cast<uint64_t>(limit);
+void sftp_get(Link &link, const std::string &name, BoundedFile &file) {
     Session session(link);
     uint32_t number = ok;
     Attributes told = look_at(session, name, number);
     if (number != ok && number != unsupported)
         refused(number, Outcome::bad_name);
-    check_announced(told, file, most);
+    check_announced(told, file);
     RemoteFile remote(session, name, to_read, 0);
     if (told.size)
         Download(session, remote, file, *told.size).run();
     else
-        read_to_end(session, remote, file, most);
+        read_to_end(session, remote, file);
     if (number = remote.close(); number != ok)
         refused(number, Outcome::other);
 }

@@ -5,9 +5,10 @@
 #ifndef HOST_TRANSFER_SFTP_H
 #define HOST_TRANSFER_SFTP_H
 
-#include <cstdint>
 #include <string>
 #include <string_view>
+
+#include "host/base/local_file.h"
 
 namespace xfhost {
 
@@ -24,10 +25,10 @@ class Link {
     virtual void receive(char *octets, size_t count) = 0;
 };
 
-// Fetches the file `name` of the server into the open empty file `file`, at
-// most `limit` octets. Throws Failed unless every octet of it has come: as many
-// as the server has announced, if it does announce a size.
-void sftp_get(Link &link, const std::string &name, int file, int64_t limit);
+// Fetches the file `name` of the server into an empty one. Throws Failed unless
+// every octet of it has come: as many as the server has announced, if it does
+// announce a size.
+void sftp_get(Link &link, const std::string &name, BoundedFile &file);
 
 // Makes the open file `file` the server's file `name`. Throws Failed unless the
 // server has taken every octet, has closed the file, and has a file of that

@@ -1,6 +1,5 @@
 #include "host/transfer/ssh_client.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -14,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/base/clock.h"
 #include "host/transfer/ssh_failure.h"
 
 namespace xfhost {
@@ -87,14 +87,33 @@ std::string program_beside_us(const char *name) {
 
 } // namespace
 
+void copy_over_ssh(const Settings &settings, const Copy &copy) {
+    if (copy.upload) {
+        Fd source = source_of(copy.local);
+        SshClient client(settings, copy.login);
+        sftp_put(client, copy.remote, source.get());
+        return;
+    }
+    Destination destination(settings, copy.local);
+    {
+        SshClient client(settings, copy.login);
+        sftp_get(client, copy.remote, destination.file());
+    }
+    destination.keep();
+}
+
+std::string known_hosts_file(const Settings &settings, int32_t vrf) {
+    std::string file = settings.known_hosts.empty()
+                           ? settings.state_directory + "/known_hosts"
+                           : settings.known_hosts;
+    return vrf == own_network_id ? file : file + "." + std::to_string(vrf);
+}
+
 SshClient::SshClient(const Settings &settings, const Login &login)
-    : transfer_time_(std::chrono::seconds(settings.transfer_seconds)),
-      deadline_(Clock::now() + std::chrono::seconds(settings.login_seconds)),
+    : transfer_ms_(settings.transfer_seconds * int64_t{1000}),
+      deadline_(monotonic_ms() + settings.login_seconds * int64_t{1000}),
       to_(make_pipe()), from_(make_pipe()), log_(make_pipe()),
       let_in_(make_pipe()), password_(make_pipe()) {
-    Vrf vrf;
-    if (!find_vrf(login.vrf, vrf))
-        throw Failed(Outcome::other, "there is no VRF with that id");
     make_nonblocking(password_.in);
     if (!write_whole(password_.in.get(), login.password))
         throw Failed(Outcome::login, "a password that cannot be sent");
@@ -111,8 +130,8 @@ SshClient::SshClient(const Settings &settings, const Login &login)
         add_option(each);
     add_option(option("User", login.user));
     add_option("Port=" + std::to_string(settings.ssh_port));
-    add_option(option("UserKnownHostsFile",
-                      percent_doubled(known_hosts_file(settings, login.vrf))));
+    add_option(option("UserKnownHostsFile", percent_doubled(known_hosts_file(
+                                                settings, login.vrf.id))));
     // Run once the server has let us in. Nothing that it says is taken for
     // that.
     add_option("LocalCommand=echo >" + path_of(let_in_.in));
@@ -120,7 +139,7 @@ SshClient::SshClient(const Settings &settings, const Login &login)
         words.emplace_back(each);
     words.push_back(login.server);
     words.emplace_back("sftp");
-    start(vrf, std::move(words));
+    start(login.vrf, std::move(words));
 }
 
 SshClient::~SshClient() {
@@ -195,12 +214,12 @@ void SshClient::set_environment() const {
     setenv("XF_PASSWORD_FROM", password.c_str(), 1);
 }
 
-int SshClient::milliseconds_left() const {
-    auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
-    if (left.count() <= 0)
-        throw Failed(Outcome::timeout, "the server did not answer in time");
-    return static_cast<int>(std::min<int64_t>(left.count(), INT_MAX));
+// Milliseconds, above 0.
+int SshClient::time_left() const {
+    const int left = ms_until(deadline_);
+    if (left == 0)
+        throw failure_of(Outcome::timeout);
+    return left;
 }
 
 void SshClient::read_log() {
@@ -220,7 +239,7 @@ void SshClient::was_let_in() {
         return;
     let_in_.out.reset();
     is_let_in_ = true;
-    deadline_ = Clock::now() + transfer_time_;
+    deadline_ = monotonic_ms() + transfer_ms_;
 }
 
 // Waits until a descriptor is ready.
@@ -230,7 +249,7 @@ void SshClient::wait(int fd, short events) {
                             {log_.out.get(), POLLIN, 0},
                             {let_in_.out.get(), POLLIN, 0},
                             {signals_.get(), POLLIN, 0}};
-        if (poll(watched, std::size(watched), milliseconds_left()) < 0 &&
+        if (poll(watched, std::size(watched), time_left()) < 0 &&
             errno != EINTR)
             throw Failed(Outcome::other, "no memory to wait with");
         if (watched[3].revents != 0)

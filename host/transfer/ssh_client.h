@@ -2,7 +2,7 @@
 #ifndef HOST_TRANSFER_SSH_CLIENT_H
 #define HOST_TRANSFER_SSH_CLIENT_H
 
-#include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,11 +10,17 @@
 
 #include "host/base/files.h"
 #include "host/base/settings.h"
-#include "host/base/vrf.h"
 #include "host/transfer/sftp.h"
 #include "host/transfer/transfer.h"
 
 namespace xfhost {
+
+// Moves a file. Throws Failed unless all of it has come or got there.
+void copy_over_ssh(const Settings &settings, const Copy &copy);
+
+// The host keys of our own network, or those of a VRF: the same address is
+// another server there.
+std::string known_hosts_file(const Settings &settings, int32_t vrf);
 
 struct Pipe {
     Fd out, in; // what is written to `in` comes from `out`
@@ -33,19 +39,17 @@ class SshClient : public Link {
     void receive(char *octets, size_t count) override;
 
   private:
-    using Clock = std::chrono::steady_clock;
-
     void start(const Vrf &vrf, std::vector<std::string> words);
     [[noreturn]] void become(const Vrf &vrf, std::vector<char *> &words);
     void set_environment() const;
-    int milliseconds_left() const;
+    int time_left() const;
     void wait(int fd, short events);
     void read_log();
     void was_let_in();
     [[noreturn]] void ended();
 
-    Clock::duration transfer_time_;
-    Clock::time_point deadline_;
+    int64_t transfer_ms_;
+    int64_t deadline_; // of monotonic_ms
     // `let_in_` has an octet once the login is over; the client takes the
     // password from `password_`, where it is once.
     Pipe to_, from_, log_, let_in_, password_;

@@ -29,14 +29,13 @@ Failed ssh_failure(bool let_in, std::string_view log) {
         std::string_view line = log.substr(0, log.find('\n'));
         log.remove_prefix(std::min(log.size(), line.size() + 1));
         if (of_timeout(line))
-            return {Outcome::timeout, "the server did not answer in time"};
+            return failure_of(Outcome::timeout);
         if (!let_in && line.starts_with("Host key verification failed."))
-            return {Outcome::host_key,
-                    "the server's host key is not known, or another one"};
+            return failure_of(Outcome::host_key);
         if (!let_in && of_login(line))
-            return {Outcome::login, "the server refused the login"};
+            return failure_of(Outcome::login);
     }
-    return {Outcome::connection, "the connection failed or was lost"};
+    return failure_of(Outcome::connection);
 }
 
 } // namespace xfhost

@@ -1,16 +1,19 @@
-// What the programs that move files over SSH have in common. They are judged by
-// their exit code; the line that they print on standard error never has the
-// password or a text of the server in it.
+// What the programs that move files have in common. They are judged by their
+// exit code; the line that they print on standard error never has the password
+// or a text of the server in it.
 #ifndef HOST_TRANSFER_TRANSFER_H
 #define HOST_TRANSFER_TRANSFER_H
 
-#include <cstdint>
+#include <cstddef>
 #include <exception>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "host/base/local_file.h"
 #include "host/base/settings.h"
+#include "host/base/vrf.h"
 
 namespace xfhost {
 
@@ -44,10 +47,40 @@ class Failed : public std::exception {
     const char *text_;
 };
 
-// Who logs in where. The VRF is an id; the password may be empty.
+// The failures that every protocol has, each with its text. Any other outcome
+// is "the transfer failed".
+Failed failure_of(Outcome outcome);
+
+// What an error number of a local file means: no_space, or else `usual`.
+Failed file_failure(int error, Outcome usual, const char *text);
+
+// As open_source, but throws Failed.
+Fd source_of(const std::string &path);
+
+// A file to fetch into, see FetchedFile; at most download_octets large.
+class Destination {
+  public:
+    // Throws Failed if a file of that path cannot be written.
+    Destination(const Settings &settings, const std::string &path);
+    BoundedFile &file() {
+        return fetched_.file();
+    }
+    // The path that it may have before it is whole; good as long as this is.
+    const char *part() const {
+        return fetched_.part().c_str();
+    }
+    // Gives it its name. Throws Failed if that cannot be done; then there is no
+    // new file.
+    void keep();
+
+  private:
+    FetchedFile fetched_;
+};
+
+// Who logs in where. The password may be empty.
 struct Login {
     std::string server, user, password;
-    int32_t vrf = 1;
+    Vrf vrf;
 };
 
 // One file to move.
@@ -57,26 +90,29 @@ struct Copy {
     std::string local, remote;
 };
 
-// user@address:name in its three parts, the address without brackets. The
-// address begins behind the first @ that one follows. An IPv6 address is as
-// long as it can be: of fe80::1:2:name, fe80::1:2.
-struct Target {
-    std::string user, server, name;
+// A copy whose arguments tell the direction by a word, "put" or "get", and give
+// the file that is read before the one that is written. Throws Failed if it is
+// neither.
+Copy copy_of(Login login, const std::string &direction, const std::string &from,
+             const std::string &to);
+
+// A program that moves a file.
+struct Program {
+    size_t arguments; // without its own name, and without the id of a VRF,
+                      // which may stand behind them
+    size_t password;  // which of them that is, from 0
+    const char *usage;
+    Copy (*parse)(const std::vector<std::string> &arguments);
+    void (*move)(const Settings &settings, const Copy &copy);
 };
 
-// Throws Failed if the text is no target.
-Target split_target(std::string_view text);
+// Overwrites the password among the arguments, checks them and moves the file.
+// Prints at most one line. Returns the exit code.
+int run_copy(int argc, char **argv, const Program &program);
 
-// The host keys of our own network, or those of a VRF: the same address is
-// another server there.
-std::string known_hosts_file(const Settings &settings, int32_t vrf);
-
-// What a program does: `parse` makes a copy of its `count` arguments, without
-// its own name and without the id of a VRF that may stand behind them. Prints
-// at most one line. Returns the exit code.
-using ParseCopy = Copy (*)(const std::vector<std::string> &arguments);
-int run_copy(int argc, char **argv, size_t count, const char *usage,
-             ParseCopy parse);
+// Runs `what` of a program whose argv[0] is `self`; a Failed becomes the one
+// line. Returns the exit code.
+int run_program(const char *self, const std::function<void()> &what);
 
 } // namespace xfhost
 

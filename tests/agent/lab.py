@@ -77,7 +77,7 @@ class Agent(Program):
 
     def environment(self):
         preload = sanitizer_libraries()
-        environment = clean_environment()
+        environment = clean_environment(self.settings)
         if self.clock or self.clock_speed:
             preload.append(MOVABLE_CLOCK)
         if self.clock:
@@ -93,8 +93,6 @@ class Agent(Program):
             environment["NO_MEMORY"] = str(self.countdown)
         if preload:
             environment["LD_PRELOAD"] = " ".join(preload)
-        for key, value in self.settings.items():
-            environment[f"XF_{key.upper()}"] = str(value)
         environment["MIBS"] = ""
         environment["SNMPCONFPATH"] = str(self.folder)
         environment["SNMP_PERSISTENT_DIR"] = str(self.folder / "persistent")

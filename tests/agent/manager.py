@@ -24,11 +24,8 @@ class Procd(Program):
         self.killed = False
 
     def start(self):
-        environment = clean_environment()
-        for key, value in self.settings.items():
-            environment[f"XF_{key.upper()}"] = str(value)
         before = self.log.count("ready") if self.log_path.exists() else 0
-        self.run([str(PROCD)], env=environment)
+        self.run([str(PROCD)], env=clean_environment(self.settings))
         wait_for(lambda: self.log.count("ready") > before or
                  not self.running(), "procd")
         assert self.running(), self.log

@@ -17,7 +17,7 @@ from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
 from saves import RUNNING_TEXT, keep_startup, save, startup
 from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
 from tftp import TftpDouble
-from tools import wait_for
+from tools import can_run, wait_for
 
 # The copies, and the steps of each in their order with what has to come of a
 # process that is killed there.
@@ -112,11 +112,6 @@ def limit(agent, what, soft=None):
         soft = "unlimited" if soft == resource.RLIM_INFINITY else soft
     subprocess.run([*agent.wrapper, "prlimit", "--pid", str(agent.pid),
                     f"--{what}={soft}:"], check=True)
-
-
-def can_run(wrapper):
-    return subprocess.run([*wrapper, "true"],
-                          capture_output=True).returncode == 0
 
 
 def test_fork_that_fails(make_agent, make_double, fault):

@@ -1,9 +1,6 @@
 """Copies with FTP servers that misbehave."""
 
-import os
-
 import socket
-import subprocess
 import time
 
 import pytest
@@ -15,7 +12,9 @@ from ftp import (MARK, HostileFtp, accept, close_data, do, for_ever, hang_up,
 from harness import Trial
 from snmp import (BAD_FILE_NAME, NO_MEMORY, TIMEOUT, UNKNOWN, download,
                   upload)
-from tools import clean_environment
+from tools import mounted, wait_for
+from transfer_client import Client, peak_kib
+from transfer_servers import needs_mounts
 
 ADDRESS, OTHER_ADDRESS = "127.0.0.3", "127.0.0.9"
 USER, PASSWORD = "copier", "pass-w0rd-of-mine"
@@ -24,8 +23,6 @@ OFFERED = "".join(f"vlan {number}\n" for number in range(100, 700)).encode()
 LOGIN_SECONDS, TRANSFER_SECONDS = 3, 4
 # More than both and what is around a copy; much less than without a limit.
 SOON = LOGIN_SECONDS + TRANSFER_SECONDS + 10
-
-PROGRAM = lab.BUILD / "root/brim/bin/snmp.ftp.expect"
 
 
 def by_ftp(columns):
@@ -182,10 +179,10 @@ REFUSALS = {
                          raw(b"220 ready\r\n"), honestly)}, UNKNOWN),
 }
 
-LOGIN_STEPS = ["greeting", "USER", "PASS"]
-LATER_STEPS = ["PWD", "EPSV", "TYPE"]
-GET_STEPS = ["SIZE", "RETR", "data", "middle", "end"]
-PUT_STEPS = ["STOR", "data", "end", "SIZE"]
+FIRST_STEPS = ["greeting", "USER", "PASS", "PWD", "EPSV", "TYPE"]
+STEPS = {"download": [*FIRST_STEPS, "SIZE", "RETR", "data", "middle", "end"],
+         "upload": [*FIRST_STEPS, "STOR", "data", "end", "SIZE"]}
+COLUMNS = {"download": GET, "upload": PUT}
 
 
 @pytest.fixture
@@ -193,6 +190,11 @@ def server():
     made = HostileFtp(ADDRESS)
     yield made
     made.close()
+
+
+@pytest.fixture(params=["download", "upload"])
+def what(request):
+    return request.param
 
 
 @pytest.fixture
@@ -216,14 +218,14 @@ def check_log(agent):
         assert PASSWORD not in line or "xfCopyUserPassword" in line
 
 
-def try_all(trial, server, fault, what, columns_of, behaviours, seconds=SOON):
+def try_all(trial, server, fault, what, behaviours):
     """Every behaviour, each with a good copy behind it."""
     wrong = {}
     for text, (steps, causes) in behaviours.items():
         causes = causes if isinstance(causes, tuple) else (causes,)
         server.steps = steps
         try:
-            outcome = trial.fails_within(seconds, columns_of, *causes)
+            outcome = trial.fails_within(SOON, COLUMNS[what], *causes)
             server.steps = {}
             fault("Hostile servers", f"FTP server that {text}, {what}",
                   f"{outcome}; {trial.goes_on()}")
@@ -235,44 +237,34 @@ def try_all(trial, server, fault, what, columns_of, behaviours, seconds=SOON):
 
 
 def test_torn_downloads(trial, server, fault):
-    try_all(trial, server, fault, "download", GET, TORN_DOWNLOADS)
+    try_all(trial, server, fault, "download", TORN_DOWNLOADS)
 
 
 def test_uploads_that_are_not_stored(trial, server, fault):
-    try_all(trial, server, fault, "upload", PUT, STORED_IN_PART)
+    try_all(trial, server, fault, "upload", STORED_IN_PART)
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_sizes(trial, server, fault, what):
-    columns_of = GET if what == "download" else PUT
-    try_all(trial, server, fault, what, columns_of, {
+    try_all(trial, server, fault, what, {
         f"tells the size {text}":
             ({"SIZE": raw(reply)}, get if what == "download" else put)
         for text, (reply, get, put) in SIZES.items()})
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_refusals(trial, server, fault, what):
-    columns_of = GET if what == "download" else PUT
-    try_all(trial, server, fault, what, columns_of, REFUSALS)
+    try_all(trial, server, fault, what, REFUSALS)
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_silence(trial, server, fault, what):
-    columns_of, steps = (GET, GET_STEPS) if what == "download" else \
-        (PUT, PUT_STEPS)
-    try_all(trial, server, fault, what, columns_of, {
+    try_all(trial, server, fault, what, {
         f"falls silent at {step}": ({step: silent}, TIMEOUT)
-        for step in LOGIN_STEPS + LATER_STEPS + steps})
+        for step in STEPS[what]})
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_hanging_up(trial, server, fault, what):
-    columns_of, steps = (GET, GET_STEPS) if what == "download" else \
-        (PUT, PUT_STEPS)
-    try_all(trial, server, fault, what, columns_of, {
+    try_all(trial, server, fault, what, {
         f"hangs up at {step}": ({step: hang_up}, UNKNOWN)
-        for step in LOGIN_STEPS + LATER_STEPS + steps})
+        for step in STEPS[what]})
 
 
 SLOW = {
@@ -286,17 +278,13 @@ SLOW = {
         "never ends a line": for_ever(b"2" * 4096)}.items()}
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_answers_that_never_end(trial, server, fault, what):
-    columns_of = GET if what == "download" else PUT
-    try_all(trial, server, fault, what, columns_of, SLOW)
+    try_all(trial, server, fault, what, SLOW)
 
 
-@pytest.mark.parametrize("what", ["download", "upload"])
 def test_limits_are_for_all_steps_together(trial, server, fault, what):
-    columns_of = GET if what == "download" else PUT
     slowly = do(wait(0.8 * LOGIN_SECONDS), honestly)
-    try_all(trial, server, fault, what, columns_of, {
+    try_all(trial, server, fault, what, {
         "takes most of the time for each step of the login":
             (dict.fromkeys(["greeting", "PASS"], slowly), TIMEOUT),
         "takes half of the time for each step behind the login":
@@ -304,7 +292,7 @@ def test_limits_are_for_all_steps_together(trial, server, fault, what):
 
 
 def test_files_that_never_end(trial, server, fault):
-    try_all(trial, server, fault, "download", GET, {
+    try_all(trial, server, fault, "download", {
         "never ends the file":
             ({"SIZE": say("502 no"), "data": for_ever(b"!" * 4096, "data")},
              NO_MEMORY),
@@ -343,7 +331,7 @@ def test_other_hosts_are_not_reached(trial, server, fault):
         other.settimeout(0)
         port = "%d,%d" % divmod(other.getsockname()[1], 256)
         host = OTHER_ADDRESS.replace(".", ",")
-        try_all(trial, server, fault, "download", GET, {
+        try_all(trial, server, fault, "download", {
             "names another host for the file":
                 ({"EPSV": say("502 no"), "PASV": say(f"227 ({host},{port})")},
                  UNKNOWN)})
@@ -354,7 +342,7 @@ def test_other_hosts_are_not_reached(trial, server, fault):
 def test_texts_of_servers(trial, server, fault):
     """Neither control characters nor the password come out of the client."""
     evil = f"\x1b]0;x\x07\x1b[2J\x07\r{PASSWORD} 226 \xff\xfe%s%n"
-    try_all(trial, server, fault, "download", GET, {
+    try_all(trial, server, fault, "download", {
         f"says {code} at {step} with a password and control characters":
             ({step: say(f"{code} {evil}")},
              BAD_FILE_NAME if code == 550 else UNKNOWN)
@@ -376,28 +364,19 @@ def test_long_names_of_uploads(trial, server, name):
 
 # ---- The program by itself ---------------------------------------------------
 
-class Run:
-    """The client, in a folder of its own."""
+class Run(Client):
+    """The client, with limits of its own."""
 
     def __init__(self, folder, server, prefix=(), **settings):
-        self.folder = folder / "staging"
-        self.folder.mkdir(exist_ok=True)
-        self.server = server
+        super().__init__(folder)
         self.prefix = list(prefix)
-        self.settings = {"state_directory": folder, "ftp_port": server.port,
-                         "login_seconds": LOGIN_SECONDS,
-                         "transfer_seconds": TRANSFER_SECONDS, **settings}
+        self.reach("ftp", server)
+        self.settings.update(login_seconds=LOGIN_SECONDS,
+                             transfer_seconds=TRANSFER_SECONDS, **settings)
 
     def start(self, remote="x.cfg", local="new"):
-        return subprocess.Popen(
-            [*self.prefix, PROGRAM, ADDRESS, remote, local, USER, PASSWORD,
-             "get"], cwd=self.folder, stdin=subprocess.DEVNULL,
-            stderr=subprocess.PIPE, env={**clean_environment(), **{
-                f"XF_{key.upper()}": str(value)
-                for key, value in self.settings.items()}})
-
-    def files(self):
-        return {each.name: each.read_bytes() for each in self.folder.iterdir()}
+        return self.begin("snmp.ftp.expect", ADDRESS, remote, local, USER,
+                          PASSWORD, "get")
 
 
 @pytest.mark.parametrize("name", LONG_NAMES, ids=len)
@@ -406,28 +385,7 @@ def test_long_names_of_downloads(server, tmp_path, name):
     run = Run(tmp_path, server)
     with run.start(name, name) as client:
         assert client.wait(20) == 0, client.stderr.read()
-    assert run.files() == {name: OFFERED}
-
-
-def reach(server, step):
-    """A step at which the client is held; waits until it is there."""
-    def arrived():
-        deadline = time.monotonic() + 20
-        while step not in server.commands:
-            assert time.monotonic() < deadline
-            time.sleep(0.01)
-    server.steps = {step: silent}
-    return arrived
-
-
-def most_memory(pid):
-    """In KiB, as far as the process has come; 0 if it has gone."""
-    try:
-        with open(f"/proc/{pid}/status") as status:
-            return next((int(line.split()[1]) for line in status
-                         if line.startswith("VmHWM")), 0)
-    except OSError:
-        return 0
+    assert run.staged() == {name.encode(): OFFERED}
 
 
 @pytest.mark.parametrize("step", ["greeting", "PASS", "end"])
@@ -439,7 +397,7 @@ def test_memory_is_bounded(server, tmp_path, step, octets):
     most = 0
     with Run(tmp_path, server).start() as client:
         while client.poll() is None:
-            most = max(most, most_memory(client.pid))
+            most = max(most, peak_kib(client.pid))
             time.sleep(0.01)
     assert client.returncode in (1, 6, 8)
     assert 0 < most < (400_000 if lab.SANITIZED else 30_000)
@@ -455,30 +413,18 @@ def test_a_client_that_is_killed_leaves_nothing(server, tmp_path):
             assert client.poll() is None and "RETR" in server.commands
             getattr(client, end)()
         assert client.returncode == (-9 if end == "kill" else 8)
-        assert run.files() == {}
+        assert run.staged() == {}
 
 
 def test_the_password_is_overwritten(server, tmp_path):
-    arrived = reach(server, "EPSV")
+    server.steps = {"EPSV": silent}
     with Run(tmp_path, server).start() as client:
-        arrived()
+        wait_for(lambda: "EPSV" in server.commands, "the login")
         with open(f"/proc/{client.pid}/cmdline", "rb") as line:
             arguments = line.read()
         assert b"x.cfg\0new\0" in arguments
         assert PASSWORD.encode() not in arguments
         assert client.wait(20) == 1
-
-
-def mounted(what):
-    """Runs in a mount namespace of its own, after `what`."""
-    return ["unshare", "-m", "sh", "-c", what + ' && cd "$PWD" && exec "$@"',
-            "sh"]
-
-
-needs_mounts = pytest.mark.skipif(
-    os.getuid() != 0 or subprocess.run(
-        ["unshare", "-m", "true"], capture_output=True).returncode != 0,
-    reason="no mount namespaces here")
 
 
 @needs_mounts
@@ -488,7 +434,7 @@ def test_tmp_is_not_needed(server, tmp_path, options):
     run = Run(tmp_path, server, mounted(f"mount -t tmpfs -o {options} x /tmp"))
     with run.start() as client:
         assert client.wait(20) == 0, client.stderr.read()
-    assert run.files() == {"new": OFFERED}
+    assert run.staged() == {b"new": OFFERED}
 
 
 @needs_mounts
@@ -508,4 +454,4 @@ def test_the_limit_is_looked_at_before(server, tmp_path):
         with run.start() as client:
             assert client.wait(20) == code
         assert ("RETR" in server.commands) == (code == 0)
-    assert run.files() == {"new": OFFERED}
+    assert run.staged() == {b"new": OFFERED}

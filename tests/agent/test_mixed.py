@@ -151,7 +151,7 @@ class Bench:
         return agent
 
     def limits(self, login_seconds=60):
-        """The scripts read them anew for each transfer."""
+        """The transfer programs read them anew for each transfer."""
         self.settings_file.write_text(f"login_seconds {login_seconds}\n"
                                       "transfer_seconds 60\n")
         self.settings_file.chmod(0o600)

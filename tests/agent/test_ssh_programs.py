@@ -15,9 +15,10 @@ import pytest
 import lab
 import ssh as hostile
 from test_hostile_ssh import clients_of
-from test_transfer_scripts import (BIN, DONE, NO_SPACE, TIMEOUT, Client,
-                                   processes_in)
-from tools import wait_for
+from tools import mounted, wait_for
+from transfer_client import (BIN, DONE, NO_SPACE, OTHER, TIMEOUT, Client,
+                             peak_kib, processes_in)
+from transfer_servers import needs_mounts
 
 pytestmark = pytest.mark.skipif(not os.access("/usr/bin/ssh", os.X_OK),
                                 reason="not installed: ssh")
@@ -49,11 +50,8 @@ class SshClient(Client):
     def copy(self, *what, **names):
         return self.run(*self.arguments(*what, **names))
 
-    def begin(self, *what):
-        script, *arguments = self.arguments(*what)
-        return subprocess.Popen([BIN / script, *arguments], cwd=self.folder,
-                                env=self.environment, stdin=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+    def begin_copy(self, *what):
+        return self.begin(*self.arguments(*what))
 
 
 @pytest.fixture
@@ -73,12 +71,6 @@ def protocol(request):
     return request.param
 
 
-needs_mounts = pytest.mark.skipif(
-    os.getuid() != 0 or
-    subprocess.run(["unshare", "-m", "true"], capture_output=True).returncode,
-    reason="no mount namespaces here")
-
-
 # ---- Files that somebody could put in the way --------------------------------
 
 def plant(folder, told):
@@ -89,9 +81,7 @@ def plant(folder, told):
                   f"ProxyCommand {tells}KnownHostsCommand {tells}"
                   "UserKnownHostsFile /dev/null\n")
     texts = {
-        ".expect.rc": f"exec {tells}", ".tclshrc": f"exec {tells}",
-        "expect.rc": f"exec {tells}", "init.tcl": f"exec {tells}",
-        "pkgIndex.tcl": f"exec {tells}", ".ssh/config": ssh_config,
+        ".ssh/config": ssh_config,
         "ssh_config": ssh_config, ".ssh/rc": tells,
         ".ssh/environment": f"SSH_ASKPASS={folder}/ssh\n",
         ".ssh/known_hosts": "*  ssh-ed25519 AAAA\n", ".profile": tells,
@@ -105,7 +95,7 @@ def plant(folder, told):
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
         file.chmod(0o700)
-    for name in ("ssh", "sftp", "scp", "sh", "expect", "xfvrf", "xfsettings",
+    for name in ("ssh", "sftp", "scp", "sh", "xfvrf", "xfsettings",
                  "xfaskpass", "ssh-askpass"):
         (folder / name).write_text(f"#!/bin/sh\n{tells}")
         (folder / name).chmod(0o700)
@@ -113,9 +103,7 @@ def plant(folder, told):
 
 def planted_environment(folder):
     return {"HOME": str(folder), "ENV": f"{folder}/.profile",
-            "BASH_ENV": f"{folder}/.profile", "TCLLIBPATH": str(folder),
-            "TCL_LIBRARY": str(folder), "EXPECT_LIBRARY": str(folder),
-            "DOTDIR": str(folder), "NETRC": f"{folder}/.netrc",
+            "BASH_ENV": f"{folder}/.profile", "NETRC": f"{folder}/.netrc",
             "INPUTRC": f"{folder}/.inputrc", "EDITRC": f"{folder}/.editrc",
             "TERMCAP": f"{folder}/.termcap", "TERMINFO": f"{folder}/.terminfo",
             "SSH_ASKPASS": f"{folder}/ssh-askpass", "DISPLAY": ":77",
@@ -159,9 +147,7 @@ def test_nothing_of_the_users_home_is_read(client, server, tmp_path, protocol):
 def test_nothing_needs_the_temporary_folder(server, protocol, options):
     with tempfile.TemporaryDirectory(dir="/var/tmp") as folder:
         client = SshClient(pathlib.Path(folder), server)
-        client.prefix = ["unshare", "-m", "sh", "-c",
-                         f"mount -t tmpfs -o {options} tmpfs /tmp &&"
-                         ' exec "$@"', "sh"]
+        client.prefix = mounted(f"mount -t tmpfs -o {options} tmpfs /tmp")
         server.stored["x.cfg"] = b"hostname new\n"
         assert client.copy(protocol, "get") == DONE
         assert client.staged() == {b"new": b"hostname new\n"}
@@ -205,12 +191,6 @@ def test_no_room_is_told_before_it_is_used_up(client, server, protocol,
 most_kib = 262144 if lab.SANITIZED else 16384
 
 
-def peak_kib(pid):
-    with open(f"/proc/{pid}/status") as status:
-        return next(int(line.split()[1]) for line in status
-                    if line.startswith("VmHWM"))
-
-
 @pytest.mark.parametrize("session", [hostile.Chatters, hostile.EndlessBanners,
                                      hostile.Endless])
 def test_memory_is_bounded(client, server, protocol, session):
@@ -218,11 +198,10 @@ def test_memory_is_bounded(client, server, protocol, session):
                            download_octets=1 << 30)
     server.session = session
     server.stored["x.cfg"] = b"x"
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     peak, began = 0, time.monotonic()
     while running.poll() is None and time.monotonic() - began < 30:
-        with contextlib.suppress(OSError, StopIteration):
-            peak = max(peak, peak_kib(running.pid))
+        peak = max(peak, peak_kib(running.pid))
         time.sleep(0.05)
     running.terminate()
     assert running.wait(10) == TIMEOUT
@@ -233,12 +212,12 @@ def test_memory_is_bounded(client, server, protocol, session):
 def test_the_password_is_not_shown(client, server, protocol):
     """The list of processes has it no longer than until it was read."""
     server.session = hostile.SilentAtLogin
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     wait_for(lambda: server.last and server.last.given, "the login")
     with open(f"/proc/{running.pid}/cmdline", "rb") as file:
         words = file.read()
     running.terminate()
-    assert running.wait(10) == 8
+    assert running.wait(10) == OTHER
     assert b".expect\0" in words
     assert hostile.PASSWORD.encode() not in words
 
@@ -258,7 +237,7 @@ def test_killed(client, server, protocol, session):
     """Nothing stays, neither a process nor a part of the file."""
     server.session = session
     server.stored["x.cfg"] = b"x"
-    running = client.begin(protocol, "get")
+    running = client.begin_copy(protocol, "get")
     wait_for(lambda: server.last and server.last.given, "the login")
     running.send_signal(signal.SIGKILL)
     running.wait()

@@ -1,21 +1,20 @@
-"""The transfer scripts by themselves, against real servers."""
+"""The transfer programs by themselves, against real servers."""
 
 import contextlib
 import os
 import re
-import subprocess
 import threading
 import time
 
 import pytest
 
-import lab
-from tools import clean_environment, ipv6_loopback, wait_for
+from tools import ipv6_loopback, mounted, wait_for
+from transfer_client import (BAD_NAME, CONNECTION, DONE, HOST_KEY, LOGIN,
+                             NO_SPACE, OTHER, TIMEOUT, USAGE, Client,
+                             processes_in)
 from transfer_servers import (PASSWORD, USER, Servers, free_tcp_port,
                               needs_servers)
 
-DONE, TIMEOUT, BAD_NAME, NO_SPACE, LOGIN, HOST_KEY, CONNECTION, USAGE = range(8)
-BIN = lab.BUILD / "root/brim/bin"
 PROTOCOLS = ["ftp", "sftp", "scp"]
 
 ODD_NAMES = [
@@ -25,84 +24,6 @@ ODD_NAMES = [
     b"%s%n", b"a:b", b"@1.2.3.4:x", "\N{SNOWMAN}".encode(), b"\xe4.cfg"]
 
 pytestmark = needs_servers
-
-
-class Client:
-    """Runs the scripts in a folder of its own."""
-
-    def __init__(self, folder):
-        self.folder = folder / "staging"
-        self.state = folder / "state"
-        for each in (self.folder, self.state):
-            each.mkdir(mode=0o700)
-        self.settings = {"state_directory": self.state, "login_seconds": 20,
-                         "transfer_seconds": 40}
-        self.prefix = []
-        self.password = PASSWORD
-        self.said = ""
-
-    @property
-    def environment(self):
-        return {**clean_environment(),
-                **{f"XF_{key.upper()}": str(value)
-                   for key, value in self.settings.items()}}
-
-    def trust(self, server, line=None):
-        (self.state / "known_hosts").write_text(line or server.known_host)
-
-    def reach(self, protocol, server):
-        key = "ftp_port" if protocol == "ftp" else "ssh_port"
-        self.settings[key] = server.port
-        if protocol != "ftp" and hasattr(server, "known_host"):
-            self.trust(server)
-
-    def run(self, script, *arguments):
-        done = subprocess.run(
-            [*self.prefix, BIN / script, *arguments], cwd=self.folder,
-            env=self.environment, stdin=subprocess.DEVNULL,
-            capture_output=True, timeout=60)
-        self.said = (done.stdout + done.stderr).decode(errors="replace")
-        assert not self.password or self.password not in self.said
-        assert not [each for each in os.listdir(self.folder)
-                    if each.startswith(".transfer-")]
-        return done.returncode
-
-    def put(self, protocol, local, remote, server="127.0.0.2", vrf=()):
-        remote = os.fsencode(remote)
-        if protocol == "ftp":
-            return self.run("snmp.ftp.expect", server, local, remote, USER,
-                            self.password, "put", *vrf)
-        if protocol == "sftp":
-            return self.run("sftp.expect", server, USER, self.password, "put",
-                            local, remote, *vrf)
-        return self.run("scp.expect", local,
-                        f"{USER}@{server}:".encode() + remote, self.password,
-                        *vrf)
-
-    def get(self, protocol, remote, local, server="127.0.0.2", vrf=()):
-        remote = os.fsencode(remote)
-        if protocol == "ftp":
-            return self.run("snmp.ftp.expect", server, remote, local, USER,
-                            self.password, "get", *vrf)
-        if protocol == "sftp":
-            return self.run("sftp.expect", server, USER, self.password, "get",
-                            remote, local, *vrf)
-        return self.run("scp.expect", f"{USER}@{server}:".encode() + remote,
-                        local, self.password, *vrf)
-
-    def stage(self, content, name=b"local.cfg"):
-        path = os.path.join(os.fsencode(self.folder), name)
-        with open(path, "wb") as file:
-            file.write(content)
-        return path
-
-    def staged(self):
-        found = {}
-        for name in os.listdir(os.fsencode(self.folder)):
-            with open(os.path.join(os.fsencode(self.folder), name),
-                      "rb") as file:
-                found[name] = file.read()
-        return found
 
 
 @pytest.fixture
@@ -238,6 +159,30 @@ def test_full_disk_here(client, server, protocol):
     assert "large\n" not in client.said and ".transfer" not in client.said
 
 
+def test_disk_that_tells_no_size(client, server, protocol):
+    server.offer("large", os.urandom(500_000))
+    client.prefix = mounted('mount -t tmpfs -o size=0 tmpfs "$PWD"')
+    assert client.get(protocol, "large", "large") == DONE
+
+
+def test_limit_of_the_process(client, server, protocol):
+    """The kernel would end it."""
+    server.offer("large", os.urandom(500_000))
+    client.prefix = ["prlimit", "--fsize=100000"]
+    assert client.get(protocol, "large", "large") == NO_SPACE
+    assert client.staged() == {}
+
+
+def test_local_links_lead_nowhere(client, server, protocol):
+    link = client.folder / "link"
+    link.symlink_to(os.fsdecode(client.stage(b"precious")))
+    assert client.put(protocol, "link", "linked") == BAD_NAME
+    assert not (server.files / "linked").exists()
+    server.offer("x", b"new")
+    assert client.get(protocol, "x", "link") == DONE
+    assert client.staged() == {b"local.cfg": b"precious", b"link": b"new"}
+
+
 @pytest.mark.parametrize("protocol", ["sftp", "scp"])
 class TestHostKeys:
     def test_unknown(self, client, usual, protocol):
@@ -350,28 +295,14 @@ def test_arguments_that_make_no_sense(client, script, arguments):
     assert client.staged() == {}
 
 
-def processes_in(folder):
-    """The ids of the processes that work in a folder."""
-    found = []
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            if os.readlink(f"/proc/{pid}/cwd") == str(folder):
-                found.append(int(pid))
-        except OSError:
-            continue
-    return found
-
-
 def test_ended_by_a_signal(client, servers):
     server = servers.ssh(stalls=True)
     client.reach("sftp", server)
-    script = subprocess.Popen(
-        [BIN / "sftp.expect", "127.0.0.2", USER, PASSWORD, "get", "x", "new"],
-        cwd=client.folder, env=client.environment, stdin=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL)
+    script = client.begin("sftp.expect", "127.0.0.2", USER, PASSWORD, "get",
+                          "x", "new")
     wait_for(lambda: "Accepted password" in server.log, "the login")
     script.terminate()
-    assert script.wait(10) == 8
+    assert script.wait(10) == OTHER
     wait_for(lambda: not processes_in(client.folder), "the clients to end")
     assert client.staged() == {}
 
@@ -398,7 +329,7 @@ def test_arguments_of_the_tftp_program(client, arguments):
 def test_tftp_program_in_a_vrf_that_is_not_there(client):
     client.stage(b"x")
     assert client.run("ovan-tftp", "1", "127.0.0.2", "69", "local.cfg", "x",
-                      "1", "no-such-vrf") == 8
+                      "1", "no-such-vrf") == OTHER
     assert "VRF" in client.said
 
 

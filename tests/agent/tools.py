@@ -9,11 +9,26 @@ import subprocess
 import time
 
 
-def clean_environment():
-    """That of the programs under test: none of what the tests themselves are
-    told, which would be unknown settings there."""
-    return {name: value for name, value in os.environ.items()
-            if not name.startswith("XF_")}
+def clean_environment(settings=()):
+    """That of the programs under test: these settings, and none of what the
+    tests themselves are told, which would be unknown settings there."""
+    return {**{name: value for name, value in os.environ.items()
+               if not name.startswith("XF_")},
+            **{f"XF_{key.upper()}": str(value)
+               for key, value in dict(settings).items()}}
+
+
+def can_run(wrapper):
+    """Whether programs can be run behind these words."""
+    return subprocess.run([*wrapper, "true"],
+                          capture_output=True).returncode == 0
+
+
+def mounted(what):
+    """Words that run a program in a mount namespace of its own, after `what`
+    has mounted something there."""
+    return ["unshare", "-m", "sh", "-c", what + ' && cd "$PWD" && exec "$@"',
+            "sh"]
 
 
 def wait_for(condition, what, seconds=20):

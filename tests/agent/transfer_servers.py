@@ -12,7 +12,7 @@ import warnings
 
 import pytest
 
-from tools import Program, wait_for
+from tools import Program, can_run, wait_for
 
 USER = "copier"
 PASSWORD = "s3 cr$et\"[x]\\{"
@@ -38,6 +38,12 @@ session required pam_permit.so
 """
 
 
+def why_no_mounts():
+    if os.getuid() != 0:
+        return "only root can mount"
+    return None if can_run(["unshare", "-m"]) else "no mount namespaces here"
+
+
 def why_not():
     """Why these servers cannot run here; None if they can."""
     missing = [each for each in NEEDED if not os.access(each, os.X_OK)]
@@ -45,9 +51,7 @@ def why_not():
         return f"not installed: {' '.join(missing)}"
     if os.getuid() != 0:
         return "only root can run servers that log users in"
-    if subprocess.run(["unshare", "-m", "true"], capture_output=True).returncode:
-        return "no mount namespaces here"
-    return None
+    return why_no_mounts()
 
 
 def why_no_network_namespaces():
@@ -61,6 +65,8 @@ def why_no_network_namespaces():
 
 needs_servers = pytest.mark.skipif(why_not() is not None,
                                    reason=str(why_not()))
+needs_mounts = pytest.mark.skipif(why_no_mounts() is not None,
+                                  reason=str(why_no_mounts()))
 
 
 def free_tcp_port():

@@ -11,7 +11,7 @@ TEXT = (TOP / "docs/architecture.md").read_text()
 NAMES = sorted(set(re.findall(r"`([^`\n]+)`", TEXT)))
 SOURCES = {each: each.read_text() for folder in ("infra", "platform", "host")
            for each in sorted((TOP / folder).rglob("*"))
-           if each.suffix in (".cpp", ".h", ".tcl", ".expect")}
+           if each.suffix in (".cpp", ".h")}
 # Of Net-SNMP, the system or another package.
 FOREIGN = {"snmpd", "fork", "ssh"}
 

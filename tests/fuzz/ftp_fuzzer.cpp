@@ -170,8 +170,7 @@ void check(const FtpReplies &replies, const Judgement &judgement,
         return;
     FUZZ_CHECK(replies.logged_in() == judgement.logged_in, "logged in: %d",
                replies.logged_in());
-    FUZZ_CHECK((replies.failure() != TransferEnd::done) ==
-                   (judgement.last >= 400),
+    FUZZ_CHECK((replies.failure() != Outcome::done) == (judgement.last >= 400),
                "failure %d after %d", static_cast<int>(replies.failure()),
                judgement.last);
 }

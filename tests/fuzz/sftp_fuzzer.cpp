@@ -16,7 +16,7 @@ using namespace xfhost;
 
 namespace {
 
-constexpr int64_t limit = 33000;
+constexpr uint64_t limit = 33000;
 constexpr size_t upload_size = 70000;
 constexpr size_t upload_writes = 3;
 constexpr int ok = 0;
@@ -86,15 +86,16 @@ void check_failure(const Failed &failed) {
                "outcome %d", static_cast<int>(failed.outcome()));
 }
 
-void try_download(Line &line, int file) {
+void try_download(Line &line, Fd memory) {
+    BoundedFile file(std::move(memory), limit);
     try {
-        sftp_get(line, "x.cfg", file, limit);
+        sftp_get(line, "x.cfg", file);
     } catch (const Failed &failed) {
         check_failure(failed);
         return;
     }
     struct stat found;
-    fstat(file, &found);
+    fstat(file.fd().get(), &found);
     auto size = static_cast<uint64_t>(found.st_size);
     FUZZ_CHECK(size <= limit && size == line.data_octets &&
                    (!line.size_told || size == line.size),
@@ -139,7 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *octets, size_t size) {
     Fd file(memfd_create("copy", MFD_CLOEXEC));
     Line line(input.rest());
     if (half == 0)
-        try_download(line, file.get());
+        try_download(line, std::move(file));
     else
         try_upload(line, file.get());
     return 0;

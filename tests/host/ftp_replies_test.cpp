@@ -136,7 +136,7 @@ TEST(FtpReplies, TheLastWordDoesNotCount) {
 }
 
 TEST(FtpReplies, WhatAFailureMeans) {
-    using End = TransferEnd;
+    using End = Outcome;
     const struct {
         std::vector<std::string> lines;
         End end;

@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +20,21 @@
 #include "host/tftp/conversation.h"
 #include "tests/host/support.h"
 #include "tests/host/tftp_server.h"
+
+namespace {
+
+// What fsync fails with; 0 if it does its work.
+int refused_by_fsync = 0;
+
+} // namespace
+
+// In the place of the C library's.
+extern "C" int fsync(int fd) {
+    if (refused_by_fsync == 0)
+        return static_cast<int>(syscall(SYS_fsync, fd));
+    errno = refused_by_fsync;
+    return -1;
+}
 
 namespace {
 
@@ -78,7 +94,7 @@ class Tftp : public testing::Test {
     // Neither the file nor a part of it.
     void expect_nothing_left() {
         EXPECT_FALSE(support::exists(local));
-        EXPECT_FALSE(support::exists(support::directory() + "/.tftp-" +
+        EXPECT_FALSE(support::exists(support::directory() + "/.transfer-" +
                                      std::to_string(getpid()) + ".part"));
     }
     std::string local;
@@ -289,8 +305,22 @@ TEST_F(TftpTest, ADirectoryInTheFilesPlace) {
     // A directory in the file's place cannot be replaced by it.
     mkdir((dir + "/x").c_str(), 0700);
     EXPECT_EQ(tftp_get2("x", (dir + "/x").c_str(), 0), -(100 + EISDIR));
-    EXPECT_FALSE(
-        support::exists(dir + "/.tftp-" + std::to_string(getpid()) + ".part"));
+    EXPECT_FALSE(support::exists(dir + "/.transfer-" +
+                                 std::to_string(getpid()) + ".part"));
+}
+
+// Some file systems tell only then that there was no room.
+TEST_F(TftpTest, AFileThatCannotBeStored) {
+    TftpServer server(Manner::plain);
+    connect(server);
+    server.content = content_of(5000);
+    refused_by_fsync = ENOSPC;
+    EXPECT_EQ(get("x"), -3);
+    refused_by_fsync = EIO;
+    EXPECT_EQ(get("x"), -(100 + EIO));
+    refused_by_fsync = 0;
+    expect_nothing_left();
+    EXPECT_EQ(get("x"), 0);
 }
 
 // What the process may not write is treated like a full disk.

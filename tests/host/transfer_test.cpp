@@ -1,6 +1,6 @@
 // What the programs that copy over SSH make of their arguments and of the
 // client's log. What they do with servers is in tests/agent.
-#include "host/transfer/transfer.h"
+#include "host/transfer/scp_target.h"
 
 #include <gtest/gtest.h>
 
