@@ -21,8 +21,6 @@ int usage(const std::string &problem) {
 // What the library could not begin with. It has said itself what is wrong with
 // an option.
 int not_opened(const Answer &why, bool options_wrong, Report &report) {
-    if (options_wrong && why.error == NETSNMP_PARSE_ARGS_SUCCESS_EXIT)
-        return 0;
     if (options_wrong)
         return usage("Net-SNMP does not take its options");
     const Outcome outcome = answer_words(why);

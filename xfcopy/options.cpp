@@ -117,7 +117,7 @@ const Command *find_command(std::string_view name) {
 
 // Those of Net-SNMP's options that have an argument, and those that have none.
 constexpr std::string_view with_argument = "vctraAxXlunEeZ3LDTMmOIPYsS";
-constexpr std::string_view without_argument = "dH";
+constexpr std::string_view without_argument = "d";
 // Their arguments are not left where other users see them.
 constexpr std::string_view secret_argument = "AX3";
 

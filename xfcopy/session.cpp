@@ -98,20 +98,35 @@ std::vector<Binding> without_values(const std::vector<Oid> &names) {
     return bindings;
 }
 
-// The words as an argument list, which the parser overwrites in part.
-int parse_words(std::vector<std::string> words, netsnmp_session &wanted) {
-    std::string name = "xfcopy";
-    std::vector<char *> list = {name.data()};
-    for (std::string &each : words)
-        list.push_back(each.data());
-    list.push_back(nullptr);
-    optind = 1;
-    const int parsed = netsnmp_parse_args(static_cast<int>(list.size()) - 1,
-                                          list.data(), &wanted, "", nullptr, 0);
-    for (std::string &each : words)
-        explicit_bzero(each.data(), each.size());
-    return parsed;
-}
+// Net-SNMP's options and the agent's address as an argument list. A session
+// that is to be opened points into it; passphrases are overwritten at the end.
+class Arguments {
+  public:
+    explicit Arguments(std::vector<std::string> words)
+        : words_(std::move(words)) {
+        list_.push_back(name_.data());
+        for (std::string &each : words_)
+            list_.push_back(each.data());
+        list_.push_back(nullptr);
+    }
+    Arguments(const Arguments &) = delete;
+    Arguments &operator=(const Arguments &) = delete;
+    ~Arguments() {
+        for (std::string &each : words_)
+            explicit_bzero(each.data(), each.size());
+    }
+    // The result of netsnmp_parse_args, which prints what is wrong.
+    int parse(netsnmp_session &wanted) {
+        optind = 1;
+        return netsnmp_parse_args(static_cast<int>(list_.size()) - 1,
+                                  list_.data(), &wanted, "", nullptr, 0);
+    }
+
+  private:
+    std::string name_ = "xfcopy";
+    std::vector<std::string> words_;
+    std::vector<char *> list_;
+};
 
 } // namespace
 
@@ -131,7 +146,8 @@ std::unique_ptr<Session> Session::open(const std::vector<std::string> &words,
     setenv("MIBS", "", 1); // names are of no use here, nor is what is missing
     netsnmp_session wanted;
     snmp_sess_init(&wanted);
-    const int parsed = parse_words(words, wanted);
+    Arguments arguments(words);
+    const int parsed = arguments.parse(wanted);
     usage = parsed < 0;
     why = {};
     if (parsed < 0) {

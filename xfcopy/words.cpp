@@ -149,8 +149,8 @@ struct Loss {
 };
 constexpr Loss losses[] = {
     {SNMPERR_TIMEOUT, Status::no_answer, "the agent does not answer",
-     "look at its address and port, at the community or user, and at -n; -t "
-     "and -r give it more time"},
+     "look at its address and port, at the community, or user and passphrases, "
+     "and at -n; -t and -r give it more time"},
     {SNMPERR_UNKNOWN_USER_NAME, Status::access,
      "the agent does not know this user", "look at -u"},
     {SNMPERR_USM_UNKNOWNSECURITYNAME, Status::access,
@@ -171,6 +171,13 @@ constexpr Loss losses[] = {
      "the agent cannot decrypt what this machine sends", "look at -x and -X"},
     {SNMPERR_NOT_IN_TIME_WINDOW, Status::no_answer,
      "the agent's clock does not agree with what it said before", "try again"},
+    {SNMPERR_BAD_SEC_NAME, Status::usage, "SNMPv3 needs a user",
+     "use -u, or defSecurityName in snmp.conf"},
+    {SNMPERR_BAD_SEC_LEVEL, Status::usage,
+     "that level of security does not exist", "look at -l"},
+    {SNMPERR_USM_GENERICERROR, Status::usage,
+     "the options of SNMPv3 do not fit together",
+     "look at -l, -a, -A, -x and -X"},
     {SNMPERR_BAD_ADDRESS, Status::no_answer, "the agent has no such address",
      "look at its name"},
     {SNMPERR_BAD_SENDTO, Status::no_answer, "the agent cannot be reached",
