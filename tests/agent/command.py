@@ -4,7 +4,6 @@ and the agent."""
 import fcntl
 import json
 import os
-import pty
 import select
 import socket
 import struct
@@ -90,24 +89,25 @@ class Terminal:
     """The command on a terminal of its own. `text` is all that it printed."""
 
     def __init__(self, command, *words, columns=80, who=None):
-        line = command.line(words, who)
-        environment = command.environment()
-        self.pid, self.fd = pty.fork()
-        if self.pid == 0:
-            os.execve(line[0], line, environment)
+        self.fd, inside = os.openpty()
+        self.inside = inside
+        self.resize(columns)
+        self.text = ""
+        self.process = subprocess.Popen(
+            command.line(words, who), stdin=inside, stdout=inside,
+            stderr=inside, start_new_session=True, env=command.environment(),
+            preexec_fn=lambda: fcntl.ioctl(inside, termios.TIOCSCTTY, 0))
+
+    def resize(self, columns):
         fcntl.ioctl(self.fd, termios.TIOCSWINSZ,
                     struct.pack("HHHH", 24, columns, 0, 0))
-        self.text = ""
 
     def read(self):
-        """What has come; False at the end."""
+        """Takes what has come; whether anything did."""
         ready, _, _ = select.select([self.fd], [], [], 0.05)
         if ready:
-            try:
-                self.text += os.read(self.fd, 65536).decode(errors="replace")
-            except OSError:
-                return False
-        return True
+            self.text += os.read(self.fd, 65536).decode(errors="replace")
+        return bool(ready)
 
     def expect(self, text, seconds=20):
         wait_for(lambda: (self.read(), text in self.text)[1],
@@ -117,16 +117,26 @@ class Terminal:
         os.write(self.fd, text.encode())
 
     def echoes(self):
-        return bool(termios.tcgetattr(self.fd)[3] & termios.ECHO)
+        return bool(termios.tcgetattr(self.inside)[3] & termios.ECHO)
 
     def end(self, seconds=30):
         """The exit status."""
         deadline = time.monotonic() + seconds
+        while self.process.poll() is None:
+            self.read()
+            if time.monotonic() > deadline:
+                self.process.kill()
+                raise AssertionError(self.text)
         while self.read():
-            assert time.monotonic() < deadline, self.text
-        _, status = os.waitpid(self.pid, 0)
+            pass
+        return self.process.returncode
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
         os.close(self.fd)
-        return os.waitstatus_to_exitcode(status)
+        os.close(self.inside)
 
 
 SET = 0xA3

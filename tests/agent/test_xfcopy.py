@@ -24,6 +24,12 @@ def command(agent, tmp_path):
 
 
 @pytest.fixture
+def alone(tmp_path):
+    """Without an agent."""
+    return Xfcopy(tmp_path, None, peer="udp:127.0.0.1:9")
+
+
+@pytest.fixture
 def saving(with_manager, tmp_path):
     def make(*arguments, **settings):
         return Xfcopy(tmp_path, with_manager(*arguments, **settings))
@@ -281,7 +287,8 @@ def test_snmp_conf(command, tftp_server):
 HELPFUL = ["--help", "-h"], ["--version", "-V"]
 
 
-def test_help_and_version(command):
+def test_help_and_version(alone):
+    command = alone
     for word in HELPFUL[0]:
         result = ends(command.run(word, who=[]), DONE, "usage: xfcopy")
         assert result.err == ""
@@ -310,57 +317,61 @@ def test_help_and_version(command):
     (["@", "running", "all", "-q"], "-q"),
     (["@", "running", "all", "-v"], "-v"),
     (["list", "@", "--notify"], "--notify"),
-    (["@", "running", "ftp://joe@127.0.0.2/x", "--password-file=/none"],
-     "--password-file /none"),
-    (["@", "running", "ftp://joe@127.0.0.2/x", "--password-fd=77"],
-     "--password-fd"),
     (["-v9", "list", "@"], "-v"),
     (["-v3", "list", "@"], "-u"),
     (["-v3", "-u", "x", "-l", "none", "list", "@"],
      "security level"),
     (["-v3", "-u", "x", "-l", "authPriv", "-A", "short", "list", "@"], "short"),
 ])
-def test_errors_of_the_command_line(command, words, told):
-    result = ends(command.run(*words, seconds=20), USAGE)
+def test_errors_of_the_command_line(alone, words, told):
+    result = ends(alone.run(*words, seconds=20), USAGE)
     assert told in result.err and result.out == "", result
+
+
+@pytest.mark.parametrize("option", ["--password-file /none",
+                                    "--password-fd 77"])
+def test_passwords_that_are_not_there(command, option):
+    result = ends(command.run("@", "running", "ftp://joe@127.0.0.2/x",
+                              *option.split()), USAGE)
+    assert option.split()[0] in result.err and result.out == ""
     nothing_left(command)
 
 
 # ---- Refusals ---------------------------------------------------------------
 
 
-@pytest.mark.parametrize("who, status, words", [
-    (["-v2c", "-c", "reader"], ACCESS, "does not let this user write"),
-    (["-v1", "-c", "reader"], ACCESS, "may write"),
-    (["-v2c", "-c", "nobody"], NO_ANSWER, "does not answer"),
-    (v3_user("bob", "alice-password"), ACCESS, "does not know this user"),
-    (v3_user("alice", "other-password"), ACCESS, "authenticate"),
-    (v3_user("alice", "alice-password", "authNoPriv"), ACCESS, "does not let"),
-])
-def test_access(make_agent, tmp_path, who, status, words):
+def test_access(make_agent, tmp_path):
     agent = make_agent("rocommunity reader\n")
-    command = Xfcopy(tmp_path, agent, [*who, "-t", "0.5", "-r", "1"])
-    result = ends(command.run("@", "running", "startup"), status, words)
-    assert result.out == ""
-    result = command.run("@", "running", "startup", "--json")
-    assert list(result.end) == END_KEYS and result.end["status"] == status
+    for who, status, words in (
+            (["-v2c", "-c", "reader"], ACCESS, "does not let this user write"),
+            (["-v1", "-c", "reader"], ACCESS, "may write"),
+            (["-v2c", "-c", "nobody"], NO_ANSWER, "does not answer"),
+            (v3_user("bob", "alice-password"), ACCESS, "not know this user"),
+            (v3_user("alice", "other-password"), ACCESS, "authenticate"),
+            (v3_user("alice", "alice-password", "authNoPriv"), ACCESS,
+             "does not let")):
+        command = Xfcopy(tmp_path, agent, [*who, "-t", "0.5", "-r", "1"])
+        result = ends(command.run("@", "running", "startup"), status, words)
+        assert result.out == ""
+        end = command.run("@", "running", "startup", "--json").end
+        assert list(end) == END_KEYS and end["status"] == status
     assert agent.station.rows() == []
 
 
-@pytest.mark.parametrize("version", ["-v1", "-v2c"])
-@pytest.mark.parametrize("server", ["127.0.0.1", "0.0.0.0"])
-def test_addresses_of_the_switch_itself(command, server, version):
-    ends(command.run("@", f"tftp://{server}/x", "running",
-                     who=[version, "-c", "private"]), REFUSED, "127.0.0.1")
+def test_addresses_of_the_switch_itself(command):
+    for version in ("-v1", "-v2c"):
+        for server in ("127.0.0.1", "0.0.0.0"):
+            ends(command.run("@", f"tftp://{server}/x", "running",
+                             who=[version, "-c", "private"]), REFUSED,
+                 "127.0.0.1")
     nothing_left(command)
 
 
-def test_agent_that_is_not_there(command):
+def test_agent_that_is_not_there(alone):
     for peer in ("udp:127.0.0.1:9", "udp:no-such-host.invalid:161"):
-        result = command.run("list", peer, "-t", "0.2", "-r", "1")
-        ends(result, NO_ANSWER)
-        ends(command.run("list", peer, "-t", "0.2", "-r", "1", who=ALICE),
-             NO_ANSWER)
+        for who in (None, ALICE):
+            ends(alone.run("list", peer, "-t", "0.2", "-r", "1", who=who),
+                 NO_ANSWER)
 
 
 # ---- Failures ---------------------------------------------------------------
