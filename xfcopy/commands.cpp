@@ -65,10 +65,7 @@ Outcome about_row(const RowCommand &command, CopyTable &table,
 
 } // namespace
 
-Status run_command(Session &session, CopyTable &table, const Options &options,
-                   Report &report) {
-    if (options.command == copy_command)
-        return copy(session, table, options, report);
+Status run_command(CopyTable &table, const Options &options, Report &report) {
     MaybeIndex index;
     Outcome outcome;
     if (options.command == "list")

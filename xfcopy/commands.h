@@ -9,8 +9,7 @@
 namespace xfcopy {
 
 // Does what `options` ask for, and reports it. Signals have to be held back.
-Status run_command(Session &session, CopyTable &table, const Options &options,
-                   Report &report);
+Status run_command(CopyTable &table, const Options &options, Report &report);
 
 } // namespace xfcopy
 

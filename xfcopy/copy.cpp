@@ -72,16 +72,15 @@ bool read_yes() {
 class Copy {
   public:
     Copy(Session &session, CopyTable &table, const Options &options,
-         Report &report)
-        : session_(session), table_(table), options_(options), report_(report) {
-    }
+         CopyRequest request, Report &report)
+        : session_(session), table_(table), options_(options), report_(report),
+          request_(std::move(request)) {}
 
     Status run();
 
   private:
     using End = std::optional<Outcome>;
 
-    End take_locations();
     End take_password();
     End choose_index();
     End start();
@@ -117,32 +116,6 @@ class Copy {
     Clock::time_point busy_since_;
     bool busy_ = false;
 };
-
-Copy::End Copy::take_locations() {
-    Location *const sides[] = {&request_.source, &request_.destination};
-    for (size_t i = 0; i < 2; ++i) {
-        const std::string &word = options_.words[i + 1];
-        const std::string problem = parse_location(word, *sides[i]);
-        if (!problem.empty())
-            return Outcome{Status::usage, shown(word) + ": " + problem, ""};
-    }
-    std::string problem = pair_problem(request_.source, request_.destination);
-    if (!problem.empty())
-        return Outcome{Status::usage,
-                       shown(options_.words[1] + " " + options_.words[2]) +
-                           ": " + problem,
-                       ""};
-    report_.subject(request_.source, request_.destination);
-    request_.vrf = options_.vrf;
-    request_.notify = options_.notify;
-    if (!request_.with_server())
-        return std::nullopt;
-    const std::string &host = request_.file().host;
-    problem = find_address(host, request_.server);
-    if (!problem.empty())
-        return Outcome{Status::usage, shown(host) + ": " + problem, ""};
-    return std::nullopt;
-}
 
 Copy::End Copy::take_password() {
     const Location &file = request_.file();
@@ -448,9 +421,8 @@ Outcome Copy::follow() {
 
 Status Copy::run() {
     session_.while_waiting = [this] { show_progress(); };
-    End end = take_locations();
-    if (!end)
-        end = choose_index();
+    report_.subject(request_.source, request_.destination);
+    End end = choose_index();
     if (!end)
         end = take_password();
     if (!end)
@@ -464,9 +436,34 @@ Status Copy::run() {
 
 } // namespace
 
+std::optional<Outcome> take_request(const Options &options,
+                                    CopyRequest &request) {
+    const std::string &from = options.words[1];
+    const std::string &to = options.words[2];
+    std::string word = shown(from);
+    std::string problem = parse_location(from, request.source);
+    if (problem.empty()) {
+        word = shown(to);
+        problem = parse_location(to, request.destination);
+    }
+    if (problem.empty()) {
+        word = shown(from + " to " + to);
+        problem = pair_problem(request.source, request.destination);
+    }
+    if (problem.empty() && request.with_server()) {
+        word = shown(request.file().host);
+        problem = find_address(request.file().host, request.server);
+    }
+    request.vrf = options.vrf;
+    request.notify = options.notify;
+    if (problem.empty())
+        return std::nullopt;
+    return Outcome{Status::usage, word + ": " + problem, ""};
+}
+
 Status copy(Session &session, CopyTable &table, const Options &options,
-            Report &report) {
-    return Copy(session, table, options, report).run();
+            CopyRequest request, Report &report) {
+    return Copy(session, table, options, std::move(request), report).run();
 }
 
 Outcome answer_words(const Answer &answer, oid column) {

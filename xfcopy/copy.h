@@ -9,9 +9,14 @@
 
 namespace xfcopy {
 
-// Does what `options` ask for, and reports it. Signals have to be held back.
+// What `options` ask to be copied; the outcome if that makes no sense. A name
+// of a server is looked up.
+std::optional<Outcome> take_request(const Options &options,
+                                    CopyRequest &request);
+
+// Does it, and reports it. Signals have to be held back.
 Status copy(Session &session, CopyTable &table, const Options &options,
-            Report &report);
+            CopyRequest request, Report &report);
 
 // What a question about a row ended with that has not found it.
 Outcome not_found_words(const Looked &looked, int32_t index);

@@ -109,7 +109,7 @@ std::string take_user(std::string_view login, Location &location) {
                "XFCOPY_PASSWORD";
     if (location.protocol == Protocol::tftp)
         return "TFTP knows no users";
-    const std::string problem = decode(login, "user name", location.user);
+    std::string problem = decode(login, "user name", location.user);
     if (!problem.empty())
         return problem;
     if (location.user.empty())
@@ -144,7 +144,7 @@ std::string take_host(std::string_view host, Location &location) {
                "is a setting of the switch";
     if (!port.empty())
         return "something stands behind the ]";
-    const std::string problem = decode(host, "server", location.host);
+    std::string problem = decode(host, "server", location.host);
     if (!problem.empty())
         return problem;
     return location.host.empty() ? "it names no server" : "";

@@ -1,6 +1,8 @@
 // xfcopy: copies a switch's configuration over SNMP.
 #include <clocale>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 #include <sys/resource.h>
 
@@ -28,25 +30,45 @@ int not_opened(const Answer &why, bool options_wrong, Report &report) {
     return static_cast<int>(outcome.status);
 }
 
-int run(const Options &options) {
-    const std::string &agent = options.words.front();
-    Report report(options.json, options.quiet, agent);
+std::unique_ptr<Session> open_session(const Options &options, Report &report,
+                                      int &status) {
     std::vector<std::string> words = options.library;
-    words.push_back(agent);
+    words.push_back(options.words.front());
     Answer why;
     bool options_wrong = false;
-    const auto session = Session::open(words, why, options_wrong);
+    auto session = Session::open(words, why, options_wrong);
+    for (std::string &each : words)
+        explicit_bzero(each.data(), each.size());
     if (session == nullptr)
-        return not_opened(why, options_wrong, report);
+        status = not_opened(why, options_wrong, report);
+    return session;
+}
+
+int written(Status status) {
+    if (fflush(stdout) == 0 && ferror(stdout) == 0)
+        return static_cast<int>(status);
+    perror("xfcopy: standard output");
+    return static_cast<int>(status == Status::done ? Status::internal : status);
+}
+
+int run(const Options &options) {
+    Report report(options.json, options.quiet, options.words.front());
+    const bool copies = options.command == copy_command;
+    CopyRequest request;
+    if (copies)
+        if (const auto wrong = take_request(options, request)) {
+            report.end(*wrong);
+            return static_cast<int>(wrong->status);
+        }
+    int status = 0;
+    const auto session = open_session(options, report, status);
+    if (session == nullptr)
+        return status;
     hold_signals();
     CopyTable table(*session, options.root);
-    const Status status = run_command(*session, table, options, report);
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        perror("xfcopy: standard output");
-        return static_cast<int>(status == Status::done ? Status::internal
-                                                       : status);
-    }
-    return static_cast<int>(status);
+    return written(
+        copies ? copy(*session, table, options, std::move(request), report)
+               : run_command(table, options, report));
 }
 
 } // namespace

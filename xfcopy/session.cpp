@@ -13,6 +13,7 @@ namespace xfcopy {
 
 struct Session::Exchange {
     netsnmp_pdu *sent = nullptr; // the library's
+    bool reads = true;           // its answer has values that are wanted
     bool done = false;
     Answer answer;
 };
@@ -48,7 +49,26 @@ Answer lost(int error) {
     return answer;
 }
 
-Answer answer_of(const netsnmp_pdu &pdu) {
+bool asks_once_more(int operation, netsnmp_pdu *pdu) {
+    return operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE &&
+           pdu != nullptr && pdu->command == SNMP_MSG_REPORT &&
+           snmpv3_get_report_type(pdu) == SNMPERR_NOT_IN_TIME_WINDOW;
+}
+
+// The answer's values, in the order of the names that were asked for.
+Answer in_order(Answer answer, const std::vector<Oid> &names) {
+    std::vector<Value> all(names.size());
+    for (size_t i = 0; i < names.size(); ++i) {
+        all[i].name = names[i];
+        for (const Value &each : answer.found)
+            if (each.name == names[i])
+                all[i] = each;
+    }
+    answer.found = std::move(all);
+    return answer;
+}
+
+Answer answer_of(const netsnmp_pdu &pdu, bool with_values) {
     Answer answer;
     if (pdu.errstat != SNMP_ERR_NOERROR) {
         answer.kind = Answer::refused;
@@ -57,8 +77,8 @@ Answer answer_of(const netsnmp_pdu &pdu) {
         return answer;
     }
     answer.kind = Answer::values;
-    for (const netsnmp_variable_list *each = pdu.variables; each != nullptr;
-         each = each->next_variable)
+    const netsnmp_variable_list *each = with_values ? pdu.variables : nullptr;
+    for (; each != nullptr; each = each->next_variable)
         answer.found.push_back(value_of(*each));
     return answer;
 }
@@ -93,6 +113,7 @@ netsnmp_pdu *make_pdu(int command, const std::vector<Binding> &bindings) {
 
 std::vector<Binding> without_values(const std::vector<Oid> &names) {
     std::vector<Binding> bindings;
+    bindings.reserve(names.size());
     for (const Oid &name : names)
         bindings.push_back({name, ASN_NULL, 0, {}});
     return bindings;
@@ -168,18 +189,23 @@ std::unique_ptr<Session> Session::open(const std::vector<std::string> &words,
     return nullptr;
 }
 
+Answer Session::answer_to(const Exchange &exchange, netsnmp_pdu &pdu) {
+    if (pdu.command == SNMP_MSG_REPORT)
+        return lost(snmpv3_get_report_type(&pdu));
+    Answer answer = answer_of(pdu, exchange.reads);
+    wipe(&pdu);
+    return answer;
+}
+
 int Session::on_event(int operation, netsnmp_session *session, int,
                       netsnmp_pdu *pdu, void *magic) {
     Exchange &exchange = *static_cast<Exchange *>(magic);
-    const bool report = pdu != nullptr && pdu->command == SNMP_MSG_REPORT;
+    if (asks_once_more(operation, pdu))
+        return 1; // the library does, with the time that it was told
     switch (operation) {
     case NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE:
-        // The library asks once more, with the time that it was told.
-        if (report && snmpv3_get_report_type(pdu) == SNMPERR_NOT_IN_TIME_WINDOW)
-            return 1;
-        exchange.answer =
-            report ? lost(snmpv3_get_report_type(pdu)) : answer_of(*pdu);
-        wipe(pdu);
+        if (pdu != nullptr)
+            exchange.answer = answer_to(exchange, *pdu);
         break;
     case NETSNMP_CALLBACK_OP_TIMED_OUT:
         exchange.answer = lost(SNMPERR_TIMEOUT);
@@ -200,7 +226,7 @@ int Session::on_event(int operation, netsnmp_session *session, int,
 }
 
 // Until the exchange is done; false if a signal came first.
-bool Session::wait(Exchange &exchange, bool interruptible) {
+bool Session::wait(const Exchange &exchange, bool interruptible) {
     while (!exchange.done) {
         int count = 0;
         int nothing_sent = 1;
@@ -233,6 +259,7 @@ Answer Session::ask(int command, const std::vector<Binding> &bindings,
         return lost(SNMPERR_MALLOC);
     Exchange &exchange = *exchanges_.emplace_back(std::make_unique<Exchange>());
     exchange.sent = pdu;
+    exchange.reads = command != SNMP_MSG_SET;
     exchange.answer = lost(SNMPERR_TIMEOUT);
     settings().retries = retries;
     if (snmp_sess_async_send(handle_, pdu, on_event, &exchange) == 0) {
@@ -253,42 +280,32 @@ Answer Session::ask(int command, const std::vector<Binding> &bindings,
     return answer;
 }
 
+Answer Session::ask_for(const std::vector<Oid> &names) {
+    Answer answer = ask(SNMP_MSG_GET, without_values(names), retries_, true);
+    if (answer.kind == Answer::values && !names_match(answer.found, names))
+        return lost(SNMPERR_BAD_PARSE);
+    return answer;
+}
+
+// SNMPv1 answers with an error as long as there is a name that it does not
+// have.
 Answer Session::get(const std::vector<Oid> &names) {
-    std::vector<Oid> asked = names;
-    // SNMPv1 answers with an error for each name that is not there.
-    for (;;) {
-        Answer answer =
-            ask(SNMP_MSG_GET, without_values(asked), retries_, true);
-        const size_t position = static_cast<size_t>(answer.position);
-        if (answer.kind == Answer::refused &&
-            answer.error == SNMP_ERR_NOSUCHNAME && position >= 1 &&
-            position <= asked.size() && asked.size() > 1) {
-            asked.erase(asked.begin() + static_cast<long>(position) - 1);
-            continue;
-        }
-        if (answer.kind == Answer::refused &&
-            answer.error == SNMP_ERR_NOSUCHNAME) {
-            answer.kind = Answer::values;
-            answer.found.clear();
-            asked.clear();
-        }
-        if (answer.kind != Answer::values)
+    std::vector<Oid> left = names;
+    while (!left.empty()) {
+        Answer answer = ask_for(left);
+        const auto position = static_cast<size_t>(answer.position);
+        const bool missing = answer.kind == Answer::refused &&
+                             answer.error == SNMP_ERR_NOSUCHNAME &&
+                             position >= 1 && position <= left.size();
+        if (answer.kind == Answer::values)
+            return in_order(std::move(answer), names);
+        if (!missing)
             return answer;
-        if (!names_match(answer.found, asked))
-            return lost(SNMPERR_BAD_PARSE);
-        std::vector<Value> all;
-        for (const Oid &name : names) {
-            const auto found = std::find_if(
-                answer.found.begin(), answer.found.end(),
-                [&name](const Value &each) { return each.name == name; });
-            if (found != answer.found.end())
-                all.push_back(*found);
-            else
-                all.emplace_back().name = name;
-        }
-        answer.found = std::move(all);
-        return answer;
+        left.erase(left.begin() + static_cast<long>(position) - 1);
     }
+    Answer nothing;
+    nothing.kind = Answer::values;
+    return in_order(std::move(nothing), names);
 }
 
 Answer Session::next(const Oid &name) {

@@ -71,8 +71,9 @@ class Session {
     // GETNEXT of one name.
     Answer next(const Oid &name);
 
-    // SET, sent once and not ended by a signal. Copies of the octets that the
-    // library made for it are overwritten, but for its packet buffer.
+    // SET, sent once and not ended by a signal; its answer has no values.
+    // Copies of the octets that the library made for it are overwritten, but
+    // for its packet buffer.
     Answer set(const std::vector<Binding> &bindings);
 
     // Why a secret that is sent to the agent can be read on its way; empty if
@@ -88,7 +89,9 @@ class Session {
     netsnmp_session &settings() const;
     Answer ask(int command, const std::vector<Binding> &bindings, int retries,
                bool interruptible);
-    bool wait(Exchange &exchange, bool interruptible);
+    Answer ask_for(const std::vector<Oid> &names);
+    bool wait(const Exchange &exchange, bool interruptible);
+    static Answer answer_to(const Exchange &exchange, netsnmp_pdu &pdu);
     static int on_event(int operation, netsnmp_session *session, int request,
                         netsnmp_pdu *pdu, void *magic);
 

@@ -212,6 +212,7 @@ Answer CopyTable::remove(int32_t index) {
 
 Looked CopyTable::look(int32_t index) {
     std::vector<Oid> names;
+    names.reserve(row_columns.size());
     for (const oid column : row_columns)
         names.push_back(name(column, index));
     Looked looked;
