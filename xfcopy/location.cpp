@@ -119,35 +119,43 @@ std::string take_user(std::string_view login, Location &location) {
     return "";
 }
 
+// Takes the brackets off an IPv6 address; `port` is what stands behind them.
+std::string take_brackets(std::string_view &host, std::string_view &port) {
+    const size_t end = host.find(']');
+    if (end == std::string_view::npos)
+        return "the ] behind the address is missing";
+    port = host.substr(end + 1);
+    host = host.substr(1, end - 1);
+    if (host.find('%') != std::string_view::npos)
+        return "the agent's table has no room for the zone of an address";
+    in6_addr unused;
+    if (inet_pton(AF_INET6, std::string(host).c_str(), &unused) != 1)
+        return "what stands in the brackets is no IPv6 address";
+    if (!port.empty() && port[0] != ':')
+        return "something stands behind the ]";
+    return "";
+}
+
 std::string take_host(std::string_view host, Location &location) {
+    std::string problem;
     std::string_view port;
     if (host.starts_with("[")) {
-        const size_t end = host.find(']');
-        if (end == std::string_view::npos)
-            return "the ] behind the address is missing";
-        port = host.substr(end + 1);
-        host = host.substr(1, end - 1);
-        if (host.find('%') != std::string_view::npos)
-            return "the agent's table has no room for the zone of an address";
-        in6_addr unused;
-        if (inet_pton(AF_INET6, std::string(host).c_str(), &unused) != 1)
-            return "what stands in the brackets is no IPv6 address";
+        problem = take_brackets(host, port);
     } else if (const size_t colon = host.find(':');
                colon != std::string_view::npos) {
         port = host.substr(colon);
         host = host.substr(0, colon);
         if (port.find(':', 1) != std::string_view::npos)
-            return "an IPv6 address has to stand in brackets";
+            problem = "an IPv6 address has to stand in brackets";
     }
-    if (!port.empty() && port[0] == ':')
-        return "the agent's table has no room for a port: the server's port "
-               "is a setting of the switch";
-    if (!port.empty())
-        return "something stands behind the ]";
-    std::string problem = decode(host, "server", location.host);
-    if (!problem.empty())
-        return problem;
-    return location.host.empty() ? "it names no server" : "";
+    if (problem.empty() && !port.empty())
+        problem = "the agent's table has no room for a port: the server's "
+                  "port is a setting of the switch";
+    if (problem.empty())
+        problem = decode(host, "server", location.host);
+    if (problem.empty() && location.host.empty())
+        problem = "it names no server";
+    return problem;
 }
 
 std::string take_scheme(std::string_view scheme, Location &location) {

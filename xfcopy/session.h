@@ -72,8 +72,8 @@ class Session {
     Answer next(const Oid &name);
 
     // SET, sent once and not ended by a signal; its answer has no values.
-    // Copies of the octets that the library made for it are overwritten, but
-    // for its packet buffer.
+    // Copies of the octets that the library made for it are overwritten; those
+    // in its packet buffer by later questions.
     Answer set(const std::vector<Binding> &bindings);
 
     // Why a secret that is sent to the agent can be read on its way; empty if

@@ -30,54 +30,37 @@ bool starts_with(const Oid &name, const Oid &beginning) {
            std::equal(beginning.begin(), beginning.end(), name.begin());
 }
 
+struct NumberColumn {
+    oid column;
+    long Row::*member;
+};
+constexpr NumberColumn number_columns[] = {
+    {status_column, &Row::status},           {state_column, &Row::state},
+    {protocol_column, &Row::protocol},       {source_column, &Row::source},
+    {destination_column, &Row::destination}, {started_column, &Row::started},
+    {completed_column, &Row::completed},     {cause_column, &Row::cause}};
+
+struct TextColumn {
+    oid column;
+    std::string Row::*member;
+};
+constexpr TextColumn text_columns[] = {{file_name_column, &Row::file_name},
+                                       {user_column, &Row::user},
+                                       {vrf_column, &Row::vrf}};
+
 void take_value(Row &row, oid column, const Value &value) {
-    const auto ticks = static_cast<uint32_t>(value.number);
-    switch (column) {
-    case status_column:
-        row.status = value.number;
-        break;
-    case state_column:
-        row.state = value.number;
-        break;
-    case protocol_column:
-        row.protocol = value.number;
-        break;
-    case source_column:
-        row.source = value.number;
-        break;
-    case destination_column:
-        row.destination = value.number;
-        break;
-    case address_type_column:
+    for (const NumberColumn &each : number_columns)
+        if (each.column == column)
+            row.*each.member = value.number;
+    for (const TextColumn &each : text_columns)
+        if (each.column == column)
+            row.*each.member = value.octets;
+    if (column == address_type_column)
         row.server.type = static_cast<int>(value.number);
-        break;
-    case address_column:
+    if (column == address_column)
         row.server.octets = value.octets;
-        break;
-    case file_name_column:
-        row.file_name = value.octets;
-        break;
-    case user_column:
-        row.user = value.octets;
-        break;
-    case vrf_column:
-        row.vrf = value.octets;
-        break;
-    case notify_column:
+    if (column == notify_column)
         row.notify = value.number == 1;
-        break;
-    case started_column:
-        row.started = ticks;
-        break;
-    case completed_column:
-        row.completed = ticks;
-        break;
-    case cause_column:
-        row.cause = value.number;
-        break;
-    default:
-        break;
-    }
 }
 
 Look look_of(const Answer &answer) {
@@ -119,7 +102,8 @@ std::string wwn_text(const std::string &octets) {
 std::optional<uint64_t> Row::took() const {
     if (!ended() || started == 0 || completed == 0)
         return std::nullopt;
-    return completed - started; // sysUpTime may have begun anew
+    // sysUpTime has 32 bits, and begins anew.
+    return static_cast<uint32_t>(completed - started);
 }
 
 Location Row::side(long type) const {

@@ -72,8 +72,8 @@ struct Row {
     std::string user;
     std::string vrf;
     bool notify = false;
-    uint32_t started = 0;
-    uint32_t completed = 0;
+    long started = 0;
+    long completed = 0;
     long cause = 0;
 
     bool ended() const {

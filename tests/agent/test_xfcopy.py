@@ -2,14 +2,17 @@
 
 import os
 import signal
+import socket
+import time
 
 import pytest
 
 from command import (ACCESS, BUSY, CANCELLED, COPY_FAILED, DONE, GONE,
                      NO_ANSWER, REFUSED, TIMED_OUT, USAGE, Xfcopy, result_of)
+from lab import SANITIZED
 from saves import completions, keep_startup, startup
-from snmp import (ACTIVE, CREATE_AND_WAIT, FAILED, IN_PROGRESS, SUCCESSFUL,
-                  name, row, v3_user)
+from snmp import (CREATE_AND_WAIT, IN_PROGRESS, SUCCESSFUL, name, row,
+                  v3_user)
 from tools import wait_for
 from transfer_servers import PASSWORD, USER, Servers, needs_servers
 
@@ -171,6 +174,42 @@ def test_passphrases_of_options_are_not_left_to_be_seen(agent, double,
     ends(result_of(process), DONE)
 
 
+def memory_of(pid):
+    """What the process can write to."""
+    found = []
+    with open(f"/proc/{pid}/maps") as maps, \
+            open(f"/proc/{pid}/mem", "rb") as memory:
+        for line in maps:
+            place, mode = line.split()[:2]
+            start, end = (int(each, 16) for each in place.split("-"))
+            if mode.startswith("rw") and end - start < 1 << 28:
+                memory.seek(start)
+                found.append(memory.read(end - start))
+    return b"".join(found)
+
+
+@pytest.mark.skipif(SANITIZED, reason="the sanitizer keeps what was freed")
+@pytest.mark.parametrize("who", [None, ALICE], ids=["v2c", "v3"])
+def test_password_leaves_the_memory(make_agent, tmp_path, who):
+    """While the copy runs it is not needed any more."""
+    silent = socket.create_server(("127.0.0.2", 0))
+    agent = make_agent(ftp_port=silent.getsockname()[1], login_seconds=3)
+    command = Xfcopy(tmp_path, agent, who)
+    command.more = {"XFCOPY_PASSWORD": "Zq7-never-seen-9x"}
+    process = command.start("@", "running", "ftp://who-sends@127.0.0.2/x",
+                            "--index=1")
+    try:
+        wait_for(lambda: agent.station.rows(), "the copy")
+        time.sleep(1)  # some questions about the row
+        memory = memory_of(process.pid)
+    finally:
+        silent.close()
+        result = result_of(process)
+    assert result.status == COPY_FAILED, result
+    assert b"who-sends" in memory
+    assert b"never-seen" not in memory
+
+
 # ---- Options ----------------------------------------------------------------
 
 
@@ -194,10 +233,14 @@ def test_no_wait_and_what_follows(command, double):
     result = ends(command.run("cancel", "@", 77), DONE, "row 77 removed")
     assert "cannot be stopped: it goes on in the switch" in result.out
     ends(command.run("show", "@", 77), GONE, "there is no row 77")
-    ends(command.run("@", "running", "tftp://127.0.0.3/x"), BUSY)
+    ends(command.run("@", "running", "tftp://127.0.0.3/y"), BUSY,
+         "one whose row is gone still runs")
+    waiting = command.start("@", "running", "tftp://127.0.0.3/y", "--json",
+                            "--wait-busy=60")
+    assert '"busy"' in waiting.stdout.readline()
     double.gate.set()
-    command.agent.idle()
-    assert "x" in double.files
+    ends(result_of(waiting), DONE)
+    assert set(double.files) == {"x", "y"}
     nothing_left(command)
 
 
@@ -318,7 +361,6 @@ def test_help_and_version(alone):
     (["@", "running", "all", "-v"], "-v"),
     (["list", "@", "--notify"], "--notify"),
     (["-v9", "list", "@"], "-v"),
-    (["-v3", "list", "@"], "-u"),
     (["-v3", "-u", "x", "-l", "none", "list", "@"],
      "security level"),
     (["-v3", "-u", "x", "-l", "authPriv", "-A", "short", "list", "@"], "short"),
@@ -346,6 +388,7 @@ def test_access(make_agent, tmp_path):
             (["-v2c", "-c", "reader"], ACCESS, "does not let this user write"),
             (["-v1", "-c", "reader"], ACCESS, "may write"),
             (["-v2c", "-c", "nobody"], NO_ANSWER, "does not answer"),
+            (["-v3"], USAGE, "SNMPv3 needs a user; use -u"),
             (v3_user("bob", "alice-password"), ACCESS, "not know this user"),
             (v3_user("alice", "other-password"), ACCESS, "authenticate"),
             (v3_user("alice", "alice-password", "authNoPriv"), ACCESS,
