@@ -7,7 +7,8 @@ export DEBIAN_FRONTEND=noninteractive
 packages=(
     cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
     snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
-    vsftpd openssh-client openssh-server iproute2 python3-paramiko frr)
+    vsftpd openssh-client openssh-server iproute2 python3-paramiko frr
+    man-db mandoc zsh)
 daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh frr)
 
 die() {

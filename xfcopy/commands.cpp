@@ -1,0 +1,80 @@
+#include "xfcopy/commands.h"
+
+#include <limits>
+
+#include "xfcopy/copy.h"
+#include "xfcopy/text.h"
+
+namespace xfcopy {
+
+namespace {
+
+Outcome list(CopyTable &table, Report &report) {
+    const Looked any = table.look(std::numeric_limits<int32_t>::max());
+    if (any.look == Look::no_table || any.look == Look::unanswered)
+        return not_found_words(any, 0);
+    std::vector<Row> rows;
+    const auto why = table.rows(rows);
+    report.rows(rows);
+    return why ? answer_words(*why) : Outcome{};
+}
+
+Outcome show(CopyTable &, Report &report, const Row &row) {
+    report.row(row);
+    return {};
+}
+
+Outcome cancel(CopyTable &table, Report &report, const Row &row) {
+    if (const auto why = destroy_row(table, row.index))
+        return answer_words(*why, status_column);
+    report.removed(row.index);
+    return {Status::done, row.ended() ? "" : after_destruction(row), ""};
+}
+
+Outcome errors(CopyTable &table, Report &report, const Row &row) {
+    std::vector<FailedSwitch> switches;
+    const auto why = table.switches(row.index, switches);
+    report.switches(switches);
+    if (why)
+        return answer_words(*why);
+    return {Status::done, switches.empty() ? "no switch has an error" : "", ""};
+}
+
+// Those about one row.
+struct RowCommand {
+    const char *name;
+    Outcome (*run)(CopyTable &, Report &, const Row &);
+};
+constexpr RowCommand row_commands[] = {
+    {"show", show}, {"cancel", cancel}, {"errors", errors}};
+
+Outcome about_row(const RowCommand &command, CopyTable &table,
+                  const std::string &number, Report &report,
+                  MaybeIndex &index) {
+    const auto parsed =
+        parse_number(number, 1, std::numeric_limits<int32_t>::max());
+    if (!parsed)
+        return {Status::usage,
+                shown(number) + ": it is no number from 1 to 2147483647", ""};
+    index = static_cast<int32_t>(*parsed);
+    const Looked looked = table.look(*index);
+    if (looked.look != Look::found)
+        return not_found_words(looked, *index);
+    return command.run(table, report, looked.row);
+}
+
+} // namespace
+
+Status run_command(CopyTable &table, const Options &options, Report &report) {
+    MaybeIndex index;
+    Outcome outcome;
+    if (options.command == "list")
+        outcome = list(table, report);
+    for (const RowCommand &each : row_commands)
+        if (options.command == each.name)
+            outcome = about_row(each, table, options.words[1], report, index);
+    report.end(outcome, index);
+    return outcome.status;
+}
+
+} // namespace xfcopy
