@@ -187,13 +187,11 @@ constexpr Key keys[] = {
     {"ssh_program",
      [](Settings &s, V v) { return set_path(s.ssh_program, v); }},
     {"fabric_connect_seconds",
-     [](Settings &s, V v) {
-         return set_number(s.fabric_connect_seconds, v, 1, 600);
-     }},
+     [](Settings &s,
+        V v) { return set_number(s.fabric_connect_seconds, v, 1, 600); }},
     {"fabric_switch_seconds",
-     [](Settings &s, V v) {
-         return set_number(s.fabric_switch_seconds, v, 1, 3600);
-     }},
+     [](Settings &s,
+        V v) { return set_number(s.fabric_switch_seconds, v, 1, 3600); }},
     {"fabric_parallel",
      [](Settings &s, V v) { return set_number(s.fabric_parallel, v, 1, 64); }},
 };
@@ -250,7 +248,8 @@ std::string read_environment(Settings &s, const Environment &environment) {
             continue;
         std::string error = key.set(s, value);
         if (!error.empty())
-            return name.append(": \"").append(value).append("\" ").append(error);
+            return name.append(": \"").append(value).append("\" ").append(
+                error);
     }
     return "";
 }

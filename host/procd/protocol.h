@@ -11,9 +11,9 @@
 
 namespace xfhost {
 
-// Of this platform alone, both one-way, to the system manager from whoever calls
-// procd_heartbeat (one word, the state) or qsh_notify_cfg_update (its three
-// numbers, a word each).
+// Of this platform alone, both one-way, to the system manager from whoever
+// calls procd_heartbeat (one word, the state) or qsh_notify_cfg_update (its
+// three numbers, a word each).
 constexpr uint32_t opcode_heartbeat = 1370;
 constexpr uint32_t opcode_config_event = 1371;
 
@@ -23,8 +23,8 @@ struct SaveRequest {
     std::string user, session;
 };
 
-// The payload of a save request; nothing if it asks for anything else than a save
-// of the running configuration.
+// The payload of a save request; nothing if it asks for anything else than a
+// save of the running configuration.
 std::optional<SaveRequest>
 parse_save_request(const std::vector<uint8_t> &payload);
 
