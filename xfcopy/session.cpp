@@ -176,6 +176,7 @@ std::unique_ptr<Session> Session::open(const std::vector<std::string> &words,
         return nullptr;
     }
     void *const handle = snmp_sess_open(&wanted);
+    free(wanted.community); // the session has its own
     if (handle != nullptr)
         return std::unique_ptr<Session>(new Session(handle));
     int system_error = 0;
