@@ -72,7 +72,7 @@ def options_documented(name):
             re.findall(r"(?:^\.|\s)Fl (\S+)", page_of(name), re.M)}
 
 
-def pairs_in_sources(name):
+def options_in_sources(name):
     """The option texts in the sources of a program's own."""
     sources = {
         "qsh": ["qsh/main.cpp"], "procd": ["procd/main.cpp"],
@@ -120,7 +120,7 @@ def test_each_program_has_a_page():
 @pytest.mark.parametrize("name", names())
 def test_options_are_those_of_the_program(name):
     documented = options_documented(name)
-    assert documented == options_in(usage_of(name)) | pairs_in_sources(name)
+    assert documented == options_in(usage_of(name)) | options_in_sources(name)
 
 
 def test_the_commands_of_qsh_are_on_its_page():
