@@ -16,6 +16,10 @@
 #include "host/base/log.h"
 
 namespace xfhost {
+
+constinit const char *const installed_root = XF_PROGRAM_PREFIX;
+constinit const char *const installed_user = XF_AGENT_USER;
+
 namespace {
 
 constexpr const char *default_file = "/etc/xfhost.conf";

@@ -12,11 +12,16 @@
 
 namespace xfhost {
 
+// Where the programs are once they are installed, and the user that the agent
+// was installed for; empty if there is none.
+extern const char *const installed_root;
+extern const char *const installed_user;
+
 struct Settings {
-    std::string root;                                    // before /brim/...
+    std::string root{installed_root};                    // before /brim/...
     std::string run_directory = "/run/xfplatform";       // sockets
     std::string state_directory = "/var/lib/xfplatform"; // what must last
-    std::string user;                                    // runs the agent
+    std::string user{installed_user};                    // runs the agent
     std::string management_interface;
     std::string management_address;
     std::string default_vrf; // of a request without a context

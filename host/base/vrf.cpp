@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -16,6 +17,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -63,6 +65,14 @@ std::vector<std::string> namespaces_with(int32_t id) {
             namespace_id(entry->d_name) == id && open_namespace(entry->d_name))
             found.emplace_back(entry->d_name);
     return found;
+}
+
+// Whether this process is in the namespace already.
+bool is_here(const Fd &name_space) {
+    struct stat here, there;
+    return stat("/proc/self/ns/net", &here) == 0 &&
+           fstat(name_space.get(), &there) == 0 &&
+           here.st_dev == there.st_dev && here.st_ino == there.st_ino;
 }
 
 bool is_vrf_device(std::string_view name) {
@@ -144,7 +154,25 @@ int enter_vrf(const Vrf &vrf) {
     Fd fd = open_namespace(vrf.name);
     if (!fd)
         return ENOENT;
+    if (is_here(fd))
+        return 0;
     return setns(fd.get(), CLONE_NEWNET) == 0 ? 0 : errno;
+}
+
+int start_again_in_vrf(const Vrf &vrf, char *const *argv) {
+    char self[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length < 0)
+        return errno;
+    self[length] = 0;
+    std::string xfvrf = program_path("/brim/bin/xfvrf");
+    std::string id = std::to_string(vrf.id);
+    std::vector<char *> words = {xfvrf.data(), id.data(), self};
+    while (*++argv != nullptr)
+        words.push_back(*argv);
+    words.push_back(nullptr);
+    execv(words[0], words.data());
+    return errno;
 }
 
 int run_in_vrf(const Vrf &vrf, char *const *arguments) {

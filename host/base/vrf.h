@@ -32,10 +32,16 @@ int32_t vrf_id(std::string_view name);
 // The VRF with that id; false if there is none.
 bool find_vrf(int32_t id, Vrf &vrf);
 
-// Moves this thread into a namespace, or does nothing for the own network.
+// Moves this thread into a namespace, or does nothing for the own network and
+// where it is already.
 // Returns 0 or an error number; ENOTSUP for a device, which only a program can
 // be started in.
 int enter_vrf(const Vrf &vrf);
+
+// Starts this process's program again in a namespace, with the same arguments,
+// through the program xfvrf: that may enter where this process may not. Returns
+// only to tell an error number.
+int start_again_in_vrf(const Vrf &vrf, char *const *argv);
 
 // Replaces this process by a program that runs in the VRF. `arguments` are as
 // for execvp, NULL behind the last. Returns only to tell an error number.

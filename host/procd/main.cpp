@@ -8,6 +8,10 @@
 #include <pthread.h>
 #include <sys/signalfd.h>
 
+#ifdef XF_SYSTEMD
+#include <systemd/sd-daemon.h>
+#endif
+
 #include "host/base/log.h"
 #include "host/base/startup_config.h"
 #include "host/procd/manager.h"
@@ -25,6 +29,16 @@ Fd stop_signals() {
     if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0)
         return Fd();
     return Fd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+// Whoever started this and waits for it hears that requests are answered.
+void tell_ready() {
+#ifdef XF_SYSTEMD
+    int result = sd_notify(0, "READY=1");
+    if (result < 0)
+        log_message(LOG_WARNING, "readiness: %s", strerror(-result));
+#endif
+    log_message(LOG_INFO, "ready");
 }
 
 } // namespace
@@ -47,7 +61,7 @@ int main(int count, char **) {
         return 71;
     if (std::string differs = startup_difference(); !differs.empty())
         log_message(LOG_WARNING, "%s", differs.c_str());
-    log_message(LOG_INFO, "ready");
+    tell_ready();
     manager.serve(stop.get());
     return 0;
 }

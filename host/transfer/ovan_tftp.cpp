@@ -66,8 +66,10 @@ void enter(char **argv) {
     const int32_t id = vrf_id(argv[7]);
     if (id == 0 || !find_vrf(id, vrf))
         throw Failed(Outcome::other, "there is no VRF of that name");
-    const int error =
+    int error =
         vrf.kind == Vrf::Kind::device ? start_again(vrf, argv) : enter_vrf(vrf);
+    if (error == EPERM && vrf.kind == Vrf::Kind::name_space)
+        error = start_again_in_vrf(vrf, argv);
     if (error != 0)
         throw Failed(Outcome::other, "the VRF cannot be entered");
 }

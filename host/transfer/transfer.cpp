@@ -42,6 +42,15 @@ int32_t parse_vrf(std::string_view text) {
     return id;
 }
 
+// An agent that gave up root has programs that may not enter a namespace. What
+// is wrong with the VRF is told later.
+void start_again_if_needed(std::string_view id, char **argv) {
+    Vrf vrf;
+    if (find_vrf(parse_vrf(id), vrf) && vrf.kind == Vrf::Kind::name_space &&
+        enter_vrf(vrf) == EPERM)
+        start_again_in_vrf(vrf, argv);
+}
+
 void run(std::vector<std::string> arguments, const Program &program) {
     int32_t vrf = own_network_id;
     if (arguments.size() == program.arguments + 1) {
@@ -120,6 +129,8 @@ Copy copy_of(Login login, const std::string &direction, const std::string &from,
 int run_copy(int argc, char **argv, const Program &program) {
     return run_program(argv[0], [&] {
         std::vector<std::string> arguments(argv + 1, argv + argc);
+        if (arguments.size() == program.arguments + 1)
+            start_again_if_needed(arguments.back(), argv);
         // The list of processes shows it until here.
         if (program.password < arguments.size())
             explicit_bzero(argv[1 + program.password],

@@ -1,0 +1,154 @@
+#!/usr/bin/env bash
+# Builds the Debian packages from what git knows, looks at them with lintian, and
+# tries them in a bare Debian 12: README's commands, copies, an upgrade, a purge. Says what it did, or why it was skipped. Needs root; the
+# bare root stays in .cache/package.
+source "$(dirname "$0")/lib.sh"
+
+tools=(debhelper debootstrap dpkg-dev libsystemd-dev lintian)
+cache=$top/.cache/package
+source=$cache/source bare=$cache/bare root=$cache/root
+suite=bookworm
+# What a switch has before. The others are only fetched, for apt to find.
+before=(snmpd systemd)
+agent=snmpd-config-copy
+
+skip() {
+    echo "Packages: skipped, because $*"
+    exit 0
+}
+
+log() { # NAME COMMAND...: the end of what it says is shown if it fails
+    local file=$cache/$1.log
+    shift
+    "$@" >"$file" 2>&1 </dev/null || { tail -n 40 "$file" >&2; return 1; }
+}
+
+step() { # TEXT COMMAND...
+    local begun=$SECONDS text=$1
+    shift
+    printf '  %s ... ' "$text"
+    "$@" || { echo "FAILED"; exit 1; }
+    echo "ok ($((SECONDS - begun)) s)"
+}
+
+# --- Packages ---------------------------------------------------------------
+
+copy_source() {
+    rm -rf "$source"
+    mkdir -p "$source/tree"
+    (cd "$top" && git ls-files -z | xargs -0 cp -a --parents -t "$source/tree")
+}
+
+build_packages() {
+    # The same flags and tree each time: where ccache is, it helps.
+    if command -v ccache >/dev/null; then
+        export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+    fi
+    cd "$source/tree" && nice dpkg-buildpackage -us -uc -b
+}
+
+# The same contents with a version above the first one's.
+next_version() {
+    local files=$source/next package
+    package=$(echo "$source/$agent"_*.deb)
+    rm -rf "$files"
+    dpkg-deb -R "$package" "$files" &&
+        sed -i 's/^Version: .*/&+next/' "$files/DEBIAN/control" &&
+        dpkg-deb --root-owner-group -b "$files" "$source/next.deb"
+}
+
+check_lintian() {
+    local found
+    found=$(lintian --allow-root --tag-display-limit 0 "$source"/*.changes)
+    printf '%s' "${found:+$found
+}"
+    ! grep -q '^[EW]:' <<<"$found"
+}
+
+# --- The bare root ----------------------------------------------------------
+
+# The machine's own mirrors of Debian, as lines for apt.
+mirrors() {
+    apt-get indextargets \
+        --format "\$(ORIGIN) \$(CODENAME) \$(COMPONENT) \$(REPO_URI)" \
+        "Created-By: Packages" | sort -u |
+        awk -v suite=$suite '$1 == "Debian" && index($2, suite) == 1 {
+            print "deb", $4, $2, $3 }'
+}
+
+in_root() { # ROOT COMMAND...
+    local folder=$1
+    shift
+    unshare --mount --pid --fork --kill-child sh -c '
+        mount -t proc proc "$1/proc" && mount --rbind /dev "$1/dev" &&
+        exec chroot "$@"' sh "$folder" env PATH=/usr/sbin:/usr/bin:/sbin:/bin \
+        LC_ALL=C DEBIAN_FRONTEND=noninteractive "$@"
+}
+
+update() { in_root "$1" apt-get -q -o APT::Update::Error-Mode=any update; }
+
+make_bare_root() { # MIRROR
+    rm -rf "$bare.new"
+    debootstrap --variant=minbase $suite "$bare.new" "$1" &&
+        mirrors >"$bare.new/etc/apt/sources.list" &&
+        printf '#!/bin/sh\nexit 101\n' >"$bare.new/usr/sbin/policy-rc.d" &&
+        chmod 755 "$bare.new/usr/sbin/policy-rc.d" &&
+        printf '%s\n' 'APT::Get::Assume-Yes "true";' \
+            'APT::Install-Recommends "false";' \
+            'APT::AutoRemove::SuggestsImportant "false";' 'APT::Sandbox::User "root";' \
+            >"$bare.new/etc/apt/apt.conf.d/90check" &&
+        update "$bare.new" &&
+        in_root "$bare.new" apt-get -q install "${before[@]}" &&
+        mv "$bare.new" "$bare"
+}
+
+reachable() { # MIRROR
+    /usr/lib/apt/apt-helper -q download-file "$1/dists/$suite/InRelease" \
+        "$cache/InRelease" >"$cache/mirror.log" 2>&1
+}
+
+# Into apt's cache of the bare root: installing happens without a network.
+fetch_dependencies() {
+    cp "$source/$agent"_*.deb "$bare/root/$agent.deb"
+    in_root "$bare" apt-get -q install --download-only "/root/$agent.deb"
+}
+
+copy_root() {
+    rm -rf "$root"
+    cp -a "$bare" "$root"
+    rm -f "$root/root/$agent.deb"
+}
+
+# ----------------------------------------------------------------------------
+
+[ "$(id -u)" = 0 ] || skip "only root can make a bare root"
+unshare --mount --net --pid --fork true 2>/dev/null ||
+    skip "there are no namespaces here"
+install_packages
+(install_packages "${tools[@]}") ||
+    skip "these packages cannot be installed here: ${tools[*]}"
+mkdir -p "$cache"
+
+echo "Packages: built, and tried in a bare Debian $suite"
+step "copy what git knows" copy_source
+step "dpkg-buildpackage -us -uc -b" log build build_packages
+step "lintian" check_lintian
+step "a second version" log next next_version
+if [ ! -d "$bare" ]; then
+    mirror=$(mirrors | awk -v suite=$suite '$3 == suite { print $2; exit }')
+    [ -n "$mirror" ] || skip "apt has no mirror for $suite"
+    reachable "$mirror" || skip "the mirror of apt cannot be reached"
+    step "a bare root with ${before[*]}" log bare make_bare_root "$mirror"
+fi
+if ! log fetch fetch_dependencies 2>/dev/null; then
+    log update update "$bare" || skip "the mirror of apt cannot be reached"
+    step "its dependencies are fetched" log fetch fetch_dependencies
+fi
+step "a copy of the bare root" copy_root
+unshare --mount --net --pid --fork --kill-child --mount-proc \
+    env PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 \
+    "$top/tests/package/try_package.py" "$root" \
+    "$(echo "$source/$agent"_*.deb)" "$source/next.deb" "$top/README.md" \
+    </dev/null || die "the packages do not do what README says"
+rm -rf "$root"
+echo "Packages: all of it was checked"
