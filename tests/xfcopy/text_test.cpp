@@ -34,8 +34,8 @@ TEST_F(Text, NothingMovesTheTerminal) {
     EXPECT_EQ(shown("\xc2\x9b"
                     "2J"), // a control sequence in one character
               "\\u{9b}2J");
-    EXPECT_EQ(shown("\xe2\x80\xae"
-                    "gfc"), // right to left
+    EXPECT_EQ(shown(std::string("\xe2\x80") + "\xae"
+                                              "gfc"), // right to left
               "\\u{202e}gfc");
     EXPECT_EQ(shown("\xe2\x80\xa8\xef\xbb\xbf\xf3\xa0\x81\x81"),
               "\\u{2028}\\u{feff}\\u{e0041}");
