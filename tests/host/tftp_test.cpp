@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -16,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/base/clock.h"
 #include "host/base/spawn.h"
 #include "host/tftp/conversation.h"
 #include "tests/host/support.h"
@@ -54,10 +54,7 @@ std::string content_of(size_t size) {
 }
 
 double now() {
-    struct timespec time;
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<double>(time.tv_sec) +
-           static_cast<double>(time.tv_nsec) / 1e9;
+    return static_cast<double>(xfhost::monotonic_ns()) / 1e9;
 }
 
 // Binds a port of a loopback address for a moment, 0 for any free one. Returns
