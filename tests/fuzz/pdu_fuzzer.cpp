@@ -50,7 +50,7 @@ void add_index(Input &input, Oid &name) {
     const unsigned which = input.octet();
     if (which >= 1 && which <= 200)
         name.push_back(which);
-    else if (which == 0 || which < 230)
+    else if (which < 230)
         name.push_back(limits[input.choice(std::size(limits))]);
     else if (which < 240)
         name.push_back(input.word());

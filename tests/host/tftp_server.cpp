@@ -92,8 +92,13 @@ void TftpServer::run() {
                     &own_length);
         reinterpret_cast<struct sockaddr_in *>(&own)->sin_port = 0;
         int answer = socket(family_, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        bind(answer, reinterpret_cast<struct sockaddr *>(&own), own_length);
-        connect(answer, reinterpret_cast<struct sockaddr *>(&peer), length);
+        if (bind(answer, reinterpret_cast<struct sockaddr *>(&own),
+                 own_length) != 0 ||
+            connect(answer, reinterpret_cast<struct sockaddr *>(&peer),
+                    length) != 0) {
+            close(answer);
+            continue;
+        }
         if (manner_ == Manner::error) {
             std::string error = word(5) + word(code) + "refused" + '\0';
             send(answer, error.data(), error.size(), 0);

@@ -12,6 +12,7 @@ be as before after each of them. Knows no protocol.
 import contextlib
 import os
 import pathlib
+import re
 import time
 
 from faults import CAUSES, forget
@@ -35,6 +36,16 @@ def processes_of(agent):
         except OSError:
             continue  # it has just ended, or is somebody else's
     return found
+
+
+def descriptors_of(agent):
+    """What the agent has open, without the numbers of sockets and the like."""
+    folder = pathlib.Path(f"/proc/{agent.pid}/fd")
+    found = []
+    for entry in folder.iterdir():
+        with contextlib.suppress(OSError):
+            found.append(re.sub(r"\d+", "", os.readlink(entry)))
+    return sorted(found)
 
 
 class Trial:
@@ -106,8 +117,8 @@ class Trial:
         return state, cause
 
     def _traces(self):
-        """What a copy could leave behind: names of files, and the number of
-        descriptors that the agent has open."""
+        """What a copy could leave behind: names of files, and what the agent
+        has open."""
         agent = self.agent
         return {
             "staging directory": sorted(os.listdir(agent.staging)),
@@ -117,7 +128,7 @@ class Trial:
                 # Those of the running configuration stay.
                 if each.suffix not in (".lock", ".sum")),
             "sockets": sorted(agent.sockets()),
-            "descriptors": agent.open_files()}
+            "descriptors": descriptors_of(agent)}
 
     def _nothing_left(self):
         wait_for(lambda: processes_of(self.agent) <= self.processes,
@@ -125,4 +136,7 @@ class Trial:
         # The agent has a file of its own open now and then.
         with contextlib.suppress(AssertionError):
             wait_for(lambda: self._traces() == self.before, "that", 5)
-        assert self._traces() == self.before
+        left = self._traces()
+        assert left == self.before, "\n".join(
+            f"{each}: {left[each]}, before: {self.before[each]}"
+            for each in left if left[each] != self.before[each])
