@@ -242,18 +242,15 @@ agent_tests copies test_copies.py -k "$quick" &
 copies=$!
 agent_tests rows test_rows.py test_reading.py -k "$quick" &
 rows=$!
-agent_tests ftp test_hostile_ftp.py -k 'may_do or without_sizes or long_names' &
-ftp=$!
 unit_tests "$built" "$built/unit" "${emulator[@]}" || failed+=("unit tests")
 unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
 wait "$copies" || failed+=("agent tests of copies")
 wait "$rows" || failed+=("agent tests of rows")
-wait "$ftp" || failed+=("agent tests of FTP")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"
-cat "$built"/agent-{copies,rows,ftp}.result
+cat "$built"/agent-{copies,rows}.result
 
 cmp -s "$built/unit/passed" "$built/unit-native/passed" ||
     { diff "$built/unit-native/passed" "$built/unit/passed" || true
