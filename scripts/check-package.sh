@@ -103,7 +103,7 @@ make_bare_root() { # MIRROR
 }
 
 reachable() { # MIRROR
-    /usr/lib/apt/apt-helper -q download-file "$1/dists/$suite/InRelease" \
+    /usr/lib/apt/apt-helper -q download-file "${1%/}/dists/$suite/InRelease" \
         "$cache/InRelease" >"$cache/mirror.log" 2>&1
 }
 
