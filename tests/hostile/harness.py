@@ -133,9 +133,10 @@ class Trial:
     def _nothing_left(self):
         wait_for(lambda: processes_of(self.agent) <= self.processes,
                  "the processes of the copy to end")
-        # The agent has a file of its own open now and then.
+        # The agent has a file of its own open now and then, and sweeps the
+        # staging directory every five seconds if a process was slow to end.
         with contextlib.suppress(AssertionError):
-            wait_for(lambda: self._traces() == self.before, "that", 5)
+            wait_for(lambda: self._traces() == self.before, "that", 15)
         left = self._traces()
         assert left == self.before, "\n".join(
             f"{each}: {left[each]}, before: {self.before[each]}"
