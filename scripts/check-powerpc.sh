@@ -16,7 +16,7 @@ built=$top/build-powerpc
 not_emulated=Runner.AMissingProgramIsAnError:Runner.SignalsAreAsInAFreshProcess
 # Of the agent's tests those that neither wait for a time limit nor move much.
 quick='not mebibytes and not answer and not stops_in and not never_ends'
-quick+=' and not many_rows and not more_rows'
+quick+=' and not many_rows'
 
 # --- Net-SNMP, curl and GoogleTest ------------------------------------------
 

@@ -294,8 +294,9 @@ def test_more_rows_than_the_table_holds(make_agent, make_double, fault):
         assert station.refused(create(index)) == "genError"
         if index == 200:
             memory = agent.resident_kib()
-    # Less than a row for each that was refused.
-    if not lab.SANITIZED:
+    # Less than a row for each that was refused. What a sanitizer or an emulator
+    # takes is its own.
+    if not lab.SANITIZED and len(lab.SNMPD) == 1:
         assert agent.resident_kib() < memory + 200
     for varbinds in (go(upload(100, "x")), create(100) + create(101)):
         assert station.refused(varbinds) == "genError"
