@@ -1,36 +1,25 @@
 #!/usr/bin/env bash
 # Shows copies through a stock SNMP agent, each step checked.
 #   --keep   leaves everything running and prints how to go on by hand
+#   --frr    the same with real routers: two of FRR, in namespaces. The status is
+#            77 if there can be none.
 source "$(dirname "$0")/lib.sh"
 source "$top/scripts/demo/bench.sh"
 source "$top/scripts/demo/snmp.sh"
+source "$top/scripts/demo/story.sh"
 
 keep=false
+targets=(configcopymib xfplatform qsh procd transfer_programs)
 case "${1-}" in
     '') ;;
     --keep) keep=true ;;
-    *) die "usage: demo.sh [--keep]" ;;
+    --frr) targets+=(xfcopy) ;;
+    *) die "usage: demo.sh [--keep | --frr]" ;;
 esac
-
-say() { printf '\n%s\n' "$*"; }
-
-show() { # shows a command as one would type it, and runs it
-    local word line=
-    for word in "$@"; do
-        case $word in *' '*) word="'$word'" ;; esac
-        line+=" $word"
-    done
-    printf '$%s\n' "$line"
-    "$@"
-}
-
-checked() { printf '    checked: %s\n' "$*"; }
 
 running() { "$qsh" -c "show running-config"; }
 
 startup() { "$qsh" -c "show startup-config"; }
-
-saving() { [ -e "$XF_STATE_DIRECTORY/save-in-progress" ]; }
 
 # Addresses of the loopback interface: the server, and the other two switches.
 server=127.0.0.2 north=127.0.0.21 south=127.0.0.22
@@ -38,7 +27,12 @@ server=127.0.0.2 north=127.0.0.21 south=127.0.0.22
 echo "Installing what is missing, building what the demonstration needs"
 install_packages
 fetch_base_mibs
-build build -- configcopymib xfplatform qsh procd transfer_programs
+build build -- "${targets[@]}"
+if [ "${1-}" = --frr ]; then
+    sudo=()
+    [ "$(id -u)" = 0 ] || sudo=(sudo)
+    exec "${sudo[@]}" "$top/scripts/demo/frr.sh"
+fi
 start_bench
 
 say "This machine plays a switch: a stock snmpd on $agent has loaded the
@@ -181,10 +175,7 @@ checked "now south has saved, too"
 # --- the end ----------------------------------------------------------------
 
 say "At the end:"
-[ -z "$(ls -A "$XF_STATE_DIRECTORY/staging")" ] || die "files left in the staging directory"
-checked "nothing is left in the staging directory"
-! saving || die "a save is still in progress"
-checked "no save is in progress"
+nothing_left
 
 if $keep; then
     trap - EXIT

@@ -2,6 +2,8 @@
 
 # Every started process by its id; in.tftpd needs sudo for an ordinary user.
 started=()
+# What leads to where sshd is started; nothing if that is here.
+inside=()
 
 send() { # SIGNAL PID
     kill "-$1" "$2" 2>/dev/null ||
@@ -64,7 +66,7 @@ print(probe.getsockname()[1])' "$1" "$2"
 }
 
 bound() { # udp|tcp ADDRESS PORT
-    python3 -c 'import socket, sys
+    "${inside[@]}" python3 -c 'import socket, sys
 kind = {"udp": socket.SOCK_DGRAM, "tcp": socket.SOCK_STREAM}[sys.argv[1]]
 probe = socket.socket(socket.AF_INET, kind)
 probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -80,6 +82,7 @@ sys.exit(1)' "$1" "$2" "$3"
 start_agent() {
     cat >"$bench/snmpd.conf" <<END
 rwcommunity private 127.0.0.1
+${snmpd_users-}
 trap2sink 127.0.0.1:$trap_port public
 dlmod config_copy_mib $module
 END
@@ -90,6 +93,16 @@ END
     until_true 20 snmpget -t 1 -r 0 "$agent" 1.3.6.1.2.1.1.3.0 \
         >/dev/null 2>&1 || { tail -n 30 "$bench/snmpd.log" >&2
                              die "snmpd does not answer"; }
+}
+
+saving() { [ -e "$XF_STATE_DIRECTORY/save-in-progress" ]; }
+
+nothing_left() {
+    [ -z "$(ls -A "$XF_STATE_DIRECTORY/staging")" ] ||
+        die "files left in the staging directory"
+    checked "nothing is left in the staging directory"
+    ! saving || die "a save is still in progress"
+    checked "no save is in progress"
 }
 
 start_procd() {
@@ -152,7 +165,7 @@ start_sshd() { # NAME ADDRESS PORT USER-ID GROUP-ID HOME CONFIGURATION-LINE...
         "HostKey $folder/host_key" "PidFile none" "StrictModes no" \
         "UsePAM no" "$@" >"$folder/sshd_config"
     LD_PRELOAD=$bench/operator.so DEMO_UID=$user DEMO_GID=$group \
-        DEMO_HOME=$home /usr/sbin/sshd -D -e -f "$folder/sshd_config" \
+        DEMO_HOME=$home "${inside[@]}" /usr/sbin/sshd -D -e -f "$folder/sshd_config" \
         </dev/null >"$folder/sshd.log" 2>&1 &
     started+=($!)
     until_true 20 bound tcp "$address" "$port" ||
@@ -182,15 +195,12 @@ start_sftp_server() {
 
 # A switch is an sshd that saves, with its own shell and files, for whoever has
 # the fabric's key.
-add_switch() { # NAME ADDRESS WWN
+add_switch() { # NAME ADDRESS WWN [SETTING...]
     make_host_key "$1"
     mkdir -m 700 "$bench/$1/state"
-    echo "hostname $1" >"$bench/$1/config"
-    XF_STATE_DIRECTORY=$bench/$1/state "$qsh" \
-        --apply "$bench/$1/config" "$bench/results"
     cat >"$bench/$1/save" <<END
 #!/bin/sh
-XF_ROOT=$XF_ROOT XF_STATE_DIRECTORY=$bench/$1/state \\
+XF_ROOT=$XF_ROOT XF_STATE_DIRECTORY=$bench/$1/state ${*:4} \\
     exec $qsh -c 'copy running-config startup-config'
 END
     chmod 755 "$bench/$1/save"
@@ -198,6 +208,12 @@ END
         >>"$XF_FABRIC_FILE"
     echo "[$2]:$fabric_port $(cut -d ' ' -f 1,2 "$bench/$1/host_key.pub")" \
         >>"$XF_FABRIC_KNOWN_HOSTS"
+}
+
+name_switch() { # NAME
+    echo "hostname $1" >"$bench/$1/config"
+    XF_STATE_DIRECTORY=$bench/$1/state "$qsh" \
+        --apply "$bench/$1/config" "$bench/results"
 }
 
 start_switch() { # NAME ADDRESS
@@ -209,9 +225,9 @@ start_switch() { # NAME ADDRESS
 
 # --- all of it --------------------------------------------------------------
 
-start_bench() {
+# The folders and settings of the switch, and the keys; nothing is started.
+prepare_bench() {
     [ -e /tmp/configcopy.txt ] || results_are_ours=yes
-    trap stop_all EXIT
     bench=$(mktemp -d /tmp/xfdemo.XXXXXX)
     chmod 755 "$bench"
     (cd "$bench" && mkdir -m 700 state run persistent fabric)
@@ -219,13 +235,8 @@ start_bench() {
     chmod 777 "$bench/server"
     use_names
 
-    XF_TFTP_PORT=$(free_port udp "$server")
-    XF_SSH_PORT=$(free_port tcp "$server")
-    fabric_port=$(free_port tcp "$north")
-    trap_port=$(free_port udp 127.0.0.1)
-    agent=127.0.0.1:$(free_port udp 127.0.0.1)
     module=$(find "$top/build/infra" -name libconfigcopymib.so)
-    export XF_TFTP_PORT XF_SSH_PORT XF_ROOT=$top/build/root
+    export XF_ROOT=$top/build/root
     export XF_RUN_DIRECTORY=$bench/run XF_STATE_DIRECTORY=$bench/state
     export XF_FABRIC_FILE=$bench/fabric/switches
     export XF_FABRIC_KEY_FILE=$bench/fabric/key
@@ -236,8 +247,21 @@ start_bench() {
     ssh-keygen -q -t ed25519 -N '' -C fabric -f "$XF_FABRIC_KEY_FILE"
     echo "switch here wwn 10:00:00:05:1e:34:01:00 address 127.0.0.1 local" \
         >"$XF_FABRIC_FILE"
+}
+
+start_bench() {
+    trap stop_all EXIT
+    prepare_bench
+    XF_TFTP_PORT=$(free_port udp "$server")
+    XF_SSH_PORT=$(free_port tcp "$server")
+    export XF_TFTP_PORT XF_SSH_PORT
+    fabric_port=$(free_port tcp "$north")
+    trap_port=$(free_port udp 127.0.0.1)
+    agent=127.0.0.1:$(free_port udp 127.0.0.1)
     add_switch north "$north" 10:00:00:05:1e:34:01:01
     add_switch south "$south" 10:00:00:05:1e:34:01:02
+    name_switch north
+    name_switch south
     start_trap_receiver
     start_procd
     start_agent

@@ -21,11 +21,13 @@ class Procd(Program):
     def __init__(self, folder, settings):
         super().__init__("procd", folder / "procd.log")
         self.settings = settings
+        self.wrapper = []
         self.killed = False
 
     def start(self):
         before = self.log.count("ready") if self.log_path.exists() else 0
-        self.run([str(PROCD)], env=clean_environment(self.settings))
+        self.run([*self.wrapper, str(PROCD)],
+                 env=clean_environment(self.settings))
         wait_for(lambda: self.log.count("ready") > before or
                  not self.running(), "procd")
         assert self.running(), self.log

@@ -4,36 +4,19 @@ import time
 
 import pytest
 
-import manager
 import tftp
-from routers import needed
 from saves import save
 from snmp import FAILED, RUNNING, STARTUP, download, go, row, upload
+from switches import FrrAgent
 
 
 @pytest.fixture
 def switch(make_router, tmp_path):
-    """An agent and its procd that see the router's sockets."""
-    needed()
-    router = make_router()
-    folder = tmp_path / "agent"
-    folder.mkdir()
-    enter = ["nsenter", "-t", str(router.holder.pid), "-m"]
-    agent = manager.SavingAgent(
-        folder, wrapper=[*enter, f"--wd={folder / 'home'}"], backend="frr", vtysh_seconds=4,
-        frr_daemons=router.settings["frr_daemons"])
-    agent.router = router
+    agent = FrrAgent(tmp_path / "agent", make_router())
     agent.start()
-    double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
-    agent.double = double
-    manager.PROCD, plain = folder / "procd-there", manager.PROCD
-    manager.PROCD.write_text(f"#!/bin/sh\nexec {' '.join(enter)} {plain}\n")
-    manager.PROCD.chmod(0o755)
-    agent.manager.start()
+    agent.double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
     yield agent
-    manager.PROCD = plain
-    double.close()
-    agent.manager.close()
+    agent.double.close()
     agent.close()
 
 
