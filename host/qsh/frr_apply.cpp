@@ -153,15 +153,30 @@ FrrShown::FrrShown(std::string_view text) : lines(read_frr(text, true)) {
     }
 }
 
-FrrApply::FrrApply(const Settings &settings, std::string_view text,
-                   const std::string &before)
-    : settings_(settings), before_text_(before), before_(before),
-      lines_(read_frr(text, settings.frr_file_commands)), open_(before_.paths),
+FrrApply::FrrApply(const Settings &settings, std::string_view text)
+    : settings_(settings), lines_(read_frr(text, settings.frr_file_commands)),
       start_(std::chrono::steady_clock::now()) {}
 
-bool FrrApply::run(std::string &why) {
+void FrrApply::start_check() {
+    for (size_t i = 0; i < lines_.size(); i++)
+        if (lines_[i].refusal.empty())
+            checked_.add(lines_, i);
+    check_ = std::make_unique<Vtysh>(
+        settings_, std::vector<std::string>{"-C", "-f", input_file},
+        checked_.text);
+}
+
+bool FrrApply::finish_check(std::string &why) {
+    VtyshEnd end = check_->finish(settings_.vtysh_seconds);
+    return take_complaints(checked_, end, why);
+}
+
+bool FrrApply::run(const std::string &before, std::string &why) {
+    before_text_ = before;
+    before_ = FrrShown(before);
+    open_ = before_.paths;
     forgive_what_is_there();
-    if (!check(why))
+    if (!finish_check(why))
         return false;
     stop_after_too_many();
     return (settings_.apply_atomic && refused() > 0) || send(why);
@@ -177,16 +192,6 @@ void FrrApply::forgive_what_is_there() {
     }
 }
 
-bool FrrApply::check(std::string &why) {
-    FrrScript script;
-    for (size_t i = 0; i < lines_.size(); i++)
-        if (lines_[i].refusal.empty() && !unsent_.contains(i))
-            script.add(lines_, i);
-    VtyshEnd end = run_vtysh(settings_, {"-C", "-f", input_file}, script.text,
-                             settings_.vtysh_seconds);
-    return take_complaints(script, end, why);
-}
-
 void FrrApply::stop_after_too_many() {
     size_t count = 0, kept = 0;
     while (kept < lines_.size() && count < most_refused)
@@ -195,13 +200,25 @@ void FrrApply::stop_after_too_many() {
     lines_.resize(kept);
 }
 
+// The first router of BGP is taken whatever its number is.
+bool FrrApply::first_bgp(size_t which) const {
+    auto of_bgp = [](const FrrLine &line) {
+        return line.in == FrrBlock::top && (line.opens == FrrBlock::bgp ||
+                                            line.text.starts_with("no router"));
+    };
+    auto end = lines_.begin() + static_cast<FrrLines::difference_type>(which);
+    return frr_words(lines_[which].text).size() == 3 && of_bgp(*end) &&
+           std::none_of(lines_.begin(), end, of_bgp) &&
+           std::none_of(before_.lines.begin(), before_.lines.end(), of_bgp);
+}
+
 // Whether a daemon may refuse to open this block: then nothing of it may be
 // sent, or it would end up in another one.
 bool FrrApply::risky(size_t which) const {
     const FrrLine &line = lines_[which];
     return line.opens != FrrBlock::none && line.refusal.empty() &&
            !frr_never_refused(line.opens, frr_words(line.text)) &&
-           !open_.contains(frr_path(lines_, which));
+           !first_bgp(which) && !open_.contains(frr_path(lines_, which));
 }
 
 bool FrrApply::send(std::string &why) {

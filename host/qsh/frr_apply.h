@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -29,13 +30,16 @@ struct FrrShown {
 
 class FrrApply {
   public:
-    // `before` is the running configuration that `text` is merged into.
-    FrrApply(const Settings &settings, std::string_view text,
-             const std::string &before);
+    FrrApply(const Settings &settings, std::string_view text);
 
-    // Checks everything, then sends what is good. False, and why, if it is not
-    // known what became of the lines.
-    bool run(std::string &why);
+    // Has vtysh check the syntax of what is good; meanwhile the configuration
+    // can be shown.
+    void start_check();
+
+    // Sends what is good. `before` is the running configuration that the text
+    // is merged into. False, and why, if it is not known what became of the
+    // lines.
+    bool run(const std::string &before, std::string &why);
 
     // Looks for each line in the configuration as it is now.
     void verify(const std::string &after);
@@ -55,7 +59,8 @@ class FrrApply {
     void report(ApplyResult &result, std::string &results) const;
 
   private:
-    bool check(std::string &why);
+    bool finish_check(std::string &why);
+    bool first_bgp(size_t which) const;
     void forgive_what_is_there();
     void stop_after_too_many();
     bool send(std::string &why);
@@ -71,7 +76,9 @@ class FrrApply {
     size_t refused() const;
 
     const Settings &settings_;
-    const std::string before_text_;
+    FrrScript checked_;
+    std::unique_ptr<Vtysh> check_;
+    std::string before_text_;
     FrrShown before_, after_;
     FrrLines lines_;
     std::set<size_t> unsent_;    // neither refused nor sent

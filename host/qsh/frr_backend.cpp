@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 
+#include "host/base/record.h"
 #include "host/qsh/frr_apply.h"
 
 namespace xfhost {
@@ -55,18 +56,31 @@ std::vector<std::string> started_daemons(std::string_view text) {
     return names;
 }
 
-std::string frr_show_fault(std::string_view text) {
-    if (!text.ends_with("\nend\n"))
-        return "the configuration that vtysh showed has no end";
-    for (size_t start = 0; start < text.size();) {
-        size_t end = text.find('\n', start);
-        std::string_view line = text.substr(start, end - start);
+std::string take_printed(std::string_view out, FrrPrinted &printed) {
+    for (size_t start = 0; start < out.size();) {
+        size_t end = std::min(out.find('\n', start), out.size());
+        std::string_view line = out.substr(start, end - start);
         for (const char *complaint : {"vtysh: ", "Warning: ", "% "})
             if (line.starts_with(complaint))
                 return "vtysh said in the configuration: " +
-                       std::string(line.substr(0, 200));
+                       quoted(line.substr(0, 200));
         start = end + 1;
     }
+    if (out.empty() || out.back() != '\n')
+        return "what vtysh printed has no end";
+    size_t first = out.find('\n') + 1;
+    size_t last = out.rfind('\n', out.size() - 2) + 1;
+    std::string_view text =
+        last > first ? out.substr(first, last - first) : std::string_view();
+    if (!out.starts_with(' ') || out[last] != ' ')
+        return "vtysh did not say which daemons answer";
+    if (!text.starts_with("frr version ") ||
+        text.find('\0') != std::string_view::npos)
+        return "what vtysh showed is no configuration";
+    if (!text.ends_with("\nend\n"))
+        return "the configuration that vtysh showed has no end";
+    printed = {std::string(out.substr(0, first)), std::string(text),
+               std::string(out.substr(last))};
     return "";
 }
 
@@ -81,33 +95,31 @@ bool FrrBackend::lock(std::string &why) {
     return static_cast<bool>(lock_);
 }
 
-// The first time, those that answer are the ones that have to later, too.
-bool FrrBackend::all_answer(std::string &why) {
+// Whether all that have to are among those that answered. The first time, if
+// nobody has said who has to, these are the ones that have to later, too.
+bool FrrBackend::whole(const std::string &answering, std::string &why) {
+    Names names = split(answering);
     if (daemons_.empty())
-        daemons_ = expected_daemons(settings_);
-    Names answering = answering_daemons(settings_, why);
-    if (answering.empty()) {
-        std::string silent = silent_daemons(settings_, daemons_);
-        if (!silent.empty())
-            why += "; no answer from " + silent;
-        return false;
-    }
-    if (daemons_.empty())
-        daemons_ = answering;
+        daemons_ = names;
     std::string missing;
     for (const std::string &each : daemons_)
-        if (!has(answering, each))
+        if (!has(names, each))
             missing += " " + each;
     if (!missing.empty())
         why = "FRR is not whole, no answer from" + missing;
     return missing.empty();
 }
 
+// All in one run: most of its time is that of its start. "disable" says nothing
+// and goes to every daemon, so those named behind it have answered again.
 bool FrrBackend::show_locked(std::string &text, std::string &why) {
-    if (!all_answer(why))
-        return false;
-    VtyshEnd end = run_vtysh(settings_, {"-c", "show running-config no-header"},
-                             "", settings_.vtysh_seconds);
+    if (daemons_.empty())
+        daemons_ = expected_daemons(settings_);
+    VtyshEnd end =
+        run_vtysh(settings_,
+                  {"-c", "show daemons", "-c", "show running-config no-header",
+                   "-c", "disable", "-c", "show daemons"},
+                  "", settings_.vtysh_seconds);
     // A word of warning, and something may be missing.
     if (!end.good() || !end.err.empty()) {
         std::string silent = silent_daemons(settings_, daemons_);
@@ -115,10 +127,12 @@ bool FrrBackend::show_locked(std::string &text, std::string &why) {
               (silent.empty() ? "" : "; no answer from " + silent);
         return false;
     }
-    why = frr_show_fault(end.out);
-    if (!why.empty() || !all_answer(why))
+    FrrPrinted printed;
+    why = take_printed(end.out, printed);
+    if (!why.empty() || !whole(printed.before, why) ||
+        !whole(printed.after, why))
         return false;
-    text = std::move(end.out);
+    text = std::move(printed.text);
     return true;
 }
 
@@ -129,10 +143,13 @@ bool FrrBackend::show(std::string &text, std::string &why) {
 bool FrrBackend::apply(std::string_view text, ApplyResult &result,
                        std::string &results, std::string &why) {
     std::string before;
-    if (!lock(why) || !show_locked(before, why))
+    if (!lock(why))
         return false;
-    FrrApply apply(settings_, text, before);
-    bool known = apply.run(why);
+    FrrApply apply(settings_, text);
+    apply.start_check();
+    if (!show_locked(before, why))
+        return false;
+    bool known = apply.run(before, why);
     std::string after;
     if (known && !show_locked(after, why))
         known = false;

@@ -23,7 +23,7 @@ class FrrBackend : public Backend {
 
   private:
     bool lock(std::string &why);
-    bool all_answer(std::string &why);
+    bool whole(const std::string &answering, std::string &why);
     bool show_locked(std::string &text, std::string &why);
 
     const Settings &settings_;
@@ -31,8 +31,14 @@ class FrrBackend : public Backend {
     Fd lock_;
 };
 
-// Why a text is not the whole output of "show running-config"; empty if it is.
-std::string frr_show_fault(std::string_view text);
+// What vtysh printed in one go: the daemons that answered, the configuration,
+// and the daemons that still answered after it.
+struct FrrPrinted {
+    std::string before, text, after;
+};
+
+// Takes apart what vtysh printed. Returns why it is not whole; empty if it is.
+std::string take_printed(std::string_view out, FrrPrinted &printed);
 
 // The daemons that a file such as /etc/frr/daemons has FRR's service start.
 std::vector<std::string> started_daemons(std::string_view text);

@@ -227,6 +227,9 @@ bool frr_never_refused(FrrBlock opened, const FrrWords &words) {
         return true;
     case interface:
         return words.size() == 2 && words[1].size() <= longest_interface;
+    case bgp_family:
+        return words.size() == 3 && one_of(words[1], {"ipv4", "ipv6"}) &&
+               one_of(words[2], {"unicast", "multicast"});
     default:
         return false;
     }

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <sstream>
 
 #include <poll.h>
 #include <sys/mman.h>
@@ -12,7 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "host/base/files.h"
 #include "host/base/record.h"
 #include "host/base/spawn.h"
 #include "host/base/startup_config.h"
@@ -36,13 +34,16 @@ bool read_back(const Fd &fd, std::string &text) {
            read_whole(fd.get(), largest_config, text);
 }
 
-// setsid: a group that can be killed as one. setpriv: it does not outlive this
-// process. env: VTYSH_PAGER, VTYSH_LOG and HOME would be used.
+// setsid: a group that can be killed as one. prlimit: what it prints stays in
+// memory. setpriv: it does not outlive this process. env: VTYSH_PAGER,
+// VTYSH_LOG and HOME would be used.
 SpawnRequest request_for(const Settings &settings,
                          const std::vector<std::string> &arguments) {
     SpawnRequest request;
     request.path = "/usr/bin/setsid";
-    request.arguments = {"/usr/bin/setpriv",
+    request.arguments = {"/usr/bin/prlimit",
+                         "--fsize=" + std::to_string(largest_config),
+                         "/usr/bin/setpriv",
                          "--pdeathsig",
                          "KILL",
                          "--",
@@ -57,17 +58,21 @@ SpawnRequest request_for(const Settings &settings,
     return request;
 }
 
-// 0, ETIMEDOUT or another error number; the process is gone afterwards.
+// Its number is its own until it has been waited for.
+int end_group(pid_t pid, int &status) {
+    kill(-pid, SIGKILL);
+    kill(pid, SIGKILL);
+    return wait_for(pid, status);
+}
+
+// 0, ETIMEDOUT or another error number; the process and what it started are
+// gone afterwards.
 int await(pid_t pid, int seconds, int &status) {
     Fd watch(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     struct pollfd watched = {watch.get(), POLLIN, 0};
     int count = watch ? poll(&watched, 1, seconds * 1000) : -1;
     int error = count > 0 ? 0 : count == 0 ? ETIMEDOUT : errno;
-    if (error != 0) {
-        kill(-pid, SIGKILL);
-        kill(pid, SIGKILL);
-    }
-    int failed = wait_for(pid, status);
+    int failed = end_group(pid, status);
     return error != 0 ? error : failed;
 }
 
@@ -77,25 +82,40 @@ int exit_status(int status) {
 
 } // namespace
 
-VtyshEnd run_vtysh(const Settings &settings,
-                   const std::vector<std::string> &arguments,
-                   std::string_view input, int seconds) {
-    VtyshEnd end;
-    Fd in = memory_file(input), out = memory_file(""), err = memory_file("");
+Vtysh::Vtysh(const Settings &settings,
+             const std::vector<std::string> &arguments, std::string_view input)
+    : in_(memory_file(input)), out_(memory_file("")), err_(memory_file("")) {
     SpawnRequest request = request_for(settings, arguments);
-    request.in = in.get();
-    request.out = out.get();
-    request.err = err.get();
-    pid_t pid = 0;
-    end.error = in && out && err ? spawn_program(request, pid) : errno;
+    request.in = in_.get();
+    request.out = out_.get();
+    request.err = err_.get();
+    error_ = in_ && out_ && err_ ? spawn_program(request, pid_) : errno;
+}
+
+Vtysh::~Vtysh() {
+    int status = 0;
+    if (error_ == 0 && pid_ > 0)
+        end_group(pid_, status);
+}
+
+VtyshEnd Vtysh::finish(int seconds) {
+    VtyshEnd end;
+    end.error = error_;
     if (end.error != 0)
         return end;
     int status = 0;
-    end.error = await(pid, seconds, status);
+    end.error = await(pid_, seconds, status);
+    pid_ = -1;
     end.status = exit_status(status);
-    if (!read_back(out, end.out) || !read_back(err, end.err))
+    if (!read_back(out_, end.out) || !read_back(err_, end.err))
         end.error = errno;
     return end;
+}
+
+VtyshEnd run_vtysh(const Settings &settings,
+                   const std::vector<std::string> &arguments,
+                   std::string_view input, int seconds) {
+    return Vtysh(settings, arguments, input).finish(seconds);
 }
 
 std::string vtysh_failure(const Settings &settings, const VtyshEnd &end) {
@@ -103,26 +123,14 @@ std::string vtysh_failure(const Settings &settings, const VtyshEnd &end) {
         return settings.vtysh_program + " did not end in time";
     if (end.error != 0)
         return settings.vtysh_program + ": " + strerror(end.error);
+    if (end.status > 128)
+        return settings.vtysh_program + " was ended by signal " +
+               std::to_string(end.status - 128);
     std::string words = end.err.empty() ? end.out : end.err;
     words.resize(std::min(words.size(),
                           words.find('\n', words.find_first_not_of('\n'))));
     return settings.vtysh_program + " ended with status " +
            std::to_string(end.status) + ": " + quoted(words.substr(0, 200));
-}
-
-std::vector<std::string> answering_daemons(const Settings &settings,
-                                           std::string &why) {
-    std::vector<std::string> daemons;
-    VtyshEnd end =
-        run_vtysh(settings, {"-c", "show daemons"}, "", settings.vtysh_seconds);
-    if (!end.good())
-        why = vtysh_failure(settings, end);
-    std::istringstream words(end.good() ? end.out : "");
-    for (std::string word; words >> word;)
-        daemons.push_back(word);
-    if (end.good() && daemons.empty())
-        why = "no daemon of FRR answers";
-    return daemons;
 }
 
 std::string silent_daemons(const Settings &settings,

@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include <sys/types.h>
+
+#include "host/base/files.h"
 #include "host/base/settings.h"
 
 namespace xfhost {
@@ -22,19 +25,34 @@ struct VtyshEnd {
     }
 };
 
-// Runs it with `input` as its standard input, for at most `seconds`: then its
-// process group is killed. It has a fixed environment, and dies with this
-// process.
+// One that runs. It has a fixed environment, and it dies, with its process
+// group, at the latest when this object does.
+class Vtysh {
+  public:
+    // `input` is its standard input. Whether it could be started is told by
+    // finish().
+    Vtysh(const Settings &settings, const std::vector<std::string> &arguments,
+          std::string_view input);
+    ~Vtysh();
+    Vtysh(const Vtysh &) = delete;
+    Vtysh &operator=(const Vtysh &) = delete;
+
+    // Waits for its end, at most `seconds`; to be called once.
+    VtyshEnd finish(int seconds);
+
+  private:
+    Fd in_, out_, err_;
+    pid_t pid_ = -1;
+    int error_ = 0;
+};
+
+// Runs it from beginning to end.
 VtyshEnd run_vtysh(const Settings &settings,
                    const std::vector<std::string> &arguments,
                    std::string_view input, int seconds);
 
 // What a person is told of a vtysh that failed.
 std::string vtysh_failure(const Settings &settings, const VtyshEnd &end);
-
-// The words of "show daemons".
-std::vector<std::string> answering_daemons(const Settings &settings,
-                                           std::string &why);
 
 // Of `daemons`, those that do not answer within a few seconds each, with blanks
 // between.

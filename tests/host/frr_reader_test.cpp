@@ -182,13 +182,32 @@ TEST(FrrMasked, HostBits) {
         EXPECT_EQ(frr_masked(same), same);
 }
 
+TEST(FrrShow, IsTakenApart) {
+    FrrPrinted printed;
+    EXPECT_EQ(
+        take_printed(" zebra bgpd\nfrr version 8\n!\nend\n zebra\n", printed),
+        "");
+    EXPECT_EQ(printed.before, " zebra bgpd\n");
+    EXPECT_EQ(printed.text, "frr version 8\n!\nend\n");
+    EXPECT_EQ(printed.after, " zebra\n");
+}
+
 TEST(FrrShow, CountsOnlyWhole) {
-    EXPECT_EQ(frr_show_fault("frr version 8\n!\nend\n"), "");
-    for (const char *text : {"", "end", "frr version 8\n", "end\n",
-                             "frr version 8\n!\nend\nvtysh: error\n",
-                             "vtysh: error reading from bgpd\n!\nend\n",
-                             "a\n% Unknown command\nend\n"})
-        EXPECT_NE(frr_show_fault(text), "") << text;
+    using namespace std::string_literals;
+    FrrPrinted printed;
+    for (const std::string &text :
+         {""s, "\n"s, " "s, " \n"s, " \n \n"s, " zebra"s, " zebra\n"s,
+          " zebra\n zebra\n"s, " zebra\nend\n zebra\n"s,
+          "frr version 8\n!\nend\n"s, " zebra\nfrr version 8\n!\nend\n"s,
+          "frr version 8\n!\nend\n zebra\n"s,
+          " zebra\nfrr version 8\n!\nend\n zebra"s,
+          " zebra\nfrr version 8\n!\n zebra\n"s,
+          " zebra\nnonsense\n!\nend\n zebra\n"s,
+          " zebra\nfrr version 8\n\0\nend\n zebra\n"s,
+          " zebra\nfrr version 8\nvtysh: error\nend\n zebra\n"s,
+          "vtysh: error reading from bgpd\n zebra\nfrr version 8\nend\n z\n"s,
+          " zebra\nfrr version 8\n% Unknown command\nend\n zebra\n"s})
+        EXPECT_NE(take_printed(text, printed), "") << text;
 }
 
 TEST(FrrDaemons, ThatTheServiceStarts) {
