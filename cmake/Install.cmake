@@ -109,6 +109,9 @@ function(xf_install_dev)
         FILES_MATCHING PATTERN "*.h")
     install(FILES ${PROJECT_SOURCE_DIR}/host/xfplatform.map
         DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME} COMPONENT dev)
+    # As a source: a maker builds it for the switch, with the switch's compiler.
+    install(DIRECTORY tests/platform/suite/ COMPONENT dev
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}/platform-tests)
     configure_file(cmake/xfplatform.pc.in xfplatform.pc @ONLY)
     set(XF_EXPORTS ${CMAKE_INSTALL_FULL_DATADIR}/${PROJECT_NAME}/xfplatform.map)
     configure_package_config_file(cmake/xfplatform-config.cmake.in

@@ -19,7 +19,7 @@
 #include "host/base/spawn.h"
 #include "host/tftp/conversation.h"
 #include "tests/host/support.h"
-#include "tests/host/tftp_server.h"
+#include "tests/platform/suite/tftp_server.h"
 
 namespace {
 

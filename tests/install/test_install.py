@@ -116,6 +116,23 @@ def test_a_maker_builds_a_library_with_the_other(dev, tmp_path):
     assert "[libxfplatform.so.1]" in output("readelf", "-d", str(library))
 
 
+def test_a_maker_tests_a_library_with_the_other(agent, dev, tmp_path):
+    """Builds the suite as docs/platform.md has it and runs a part of it. The
+    rest of it is the same as in tests/platform."""
+    output("cmake", "-S", str(one(dev, "platform-tests")), "-B", str(tmp_path),
+           f"-Dxfplatform_DIR={one(dev, 'xfplatform-config.cmake').parent}",
+           "-DCMAKE_BUILD_TYPE=Debug")
+    output("cmake", "--build", str(tmp_path), "-j2")
+    library = one(agent, "libxfplatform.so.1")
+    for options, environment in (
+            ([f"--library={library}"], {}),
+            ([], {"LD_LIBRARY_PATH": str(library.parent)})):
+        told = output(str(tmp_path / "platform_tests"), *options,
+                      "--gtest_filter=Library.*:Ordset*:Netaddr.TextAndBack",
+                      env={**os.environ, **environment})
+        assert re.search(r"PASSED  \] 13 tests", told), told
+
+
 def test_pkg_config_names_the_headers(dev):
     where = output("pkg-config", "--variable=includedir", "xfplatform", env={
         **os.environ, "PKG_CONFIG_PATH": str(one(dev, "xfplatform.pc").parent)})

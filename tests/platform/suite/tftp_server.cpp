@@ -1,4 +1,4 @@
-#include "tests/host/tftp_server.h"
+#include "tftp_server.h"
 
 #include <cstring>
 

@@ -1,7 +1,7 @@
 // A TFTP server in the test's own process, for what a well-behaved server
 // would not do.
-#ifndef TESTS_HOST_TFTP_SERVER_H
-#define TESTS_HOST_TFTP_SERVER_H
+#ifndef TESTS_PLATFORM_TFTP_SERVER_H
+#define TESTS_PLATFORM_TFTP_SERVER_H
 
 #include <atomic>
 #include <cstdint>
