@@ -343,13 +343,15 @@ u_char *read_floor(variable *vp, oid *name, size_t *length, int exact,
                    size_t *value_length, WriteMethod **write_method) {
     static long constant = 1;
     size_t column_length = vp->namelen;
-    bool below =
-        snmp_oidtree_compare(name, *length, vp->name, column_length) == 0 &&
-        *length > column_length;
-    oid number = below ? name[column_length] : 0;
-    memcpy(name, vp->name, column_length * sizeof name[0]);
-    name[column_length] = exact != 0 ? number : number + 1;
-    *length = column_length + 1;
+    size_t octets = column_length * sizeof name[0];
+    if (exact == 0) {
+        bool below =
+            *length > column_length && memcmp(name, vp->name, octets) == 0;
+        oid number = below ? name[column_length] : 0;
+        memcpy(name, vp->name, octets);
+        name[column_length] = number + 1;
+        *length = column_length + 1;
+    }
     *value_length = sizeof constant;
     *write_method = [](int, u_char *, u_char, size_t, u_char *, oid *, size_t) {
         return SNMP_ERR_NOERROR;
