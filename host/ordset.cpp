@@ -2,10 +2,14 @@
 // nodes also know the size of their subtree, so that a position is found as
 // fast as a key.
 //
+// The object that was asked for last is remembered: a request asks for the same
+// row several times, a walk for the one behind it.
+//
 // The setting table_rows limits every set: the rows that stations make, the
 // error rows of a fabric, and what a request in progress remembers of rows.
 #include "platform/ordset.h"
 
+#include <iterator>
 #include <new>
 
 #include <ext/pb_ds/assoc_container.hpp>
@@ -41,7 +45,19 @@ void *as_key(const void *key) {
 
 struct ordset {
     Tree tree;
-    explicit ordset(ordset_compare *compare) : tree(StandsBefore{compare}) {}
+    ordset_compare *compare;
+    Tree::iterator last; // asked for last, or the end
+
+    explicit ordset(ordset_compare *order)
+        : tree(StandsBefore{order}), compare(order), last(tree.end()) {}
+
+    bool last_is(const void *key) const {
+        return last != tree.end() && compare(key, *last) == 0;
+    }
+    void *remember(Tree::iterator found) {
+        last = found;
+        return found == tree.end() ? nullptr : *found;
+    }
 };
 
 int ordset_create(struct ordset **set, int keyed, int unique,
@@ -64,7 +80,9 @@ void *ordset_add(struct ordset *set, const void *, void *object) {
     try {
         if (set->tree.size() >= most_objects())
             return nullptr;
-        return set->tree.insert(object).second ? object : nullptr;
+        auto [place, added] = set->tree.insert(object);
+        set->last = place;
+        return added ? object : nullptr;
     } catch (const std::bad_alloc &) {
         return nullptr;
     }
@@ -73,32 +91,31 @@ void *ordset_add(struct ordset *set, const void *, void *object) {
 void *ordset_find(struct ordset *set, const void *key) {
     if (set == nullptr)
         return nullptr;
-    auto found = set->tree.find(as_key(key));
-    return found == set->tree.end() ? nullptr : *found;
+    if (set->last_is(key))
+        return *set->last;
+    return set->remember(set->tree.find(as_key(key)));
 }
 
 void *ordset_find_nextgreater(struct ordset *set, const void *key) {
     if (set == nullptr)
         return nullptr;
-    auto found = set->tree.upper_bound(as_key(key));
-    return found == set->tree.end() ? nullptr : *found;
+    if (set->last_is(key))
+        return set->remember(std::next(set->last));
+    return set->remember(set->tree.upper_bound(as_key(key)));
 }
 
 void *ordset_find_nth_obj(struct ordset *set, uint32_t position) {
     if (set == nullptr || position == 0)
         return nullptr;
-    auto found = set->tree.find_by_order(position - 1);
-    return found == set->tree.end() ? nullptr : *found;
+    return set->remember(set->tree.find_by_order(position - 1));
 }
 
 void *ordset_remove(struct ordset *set, const void *key) {
-    if (set == nullptr)
+    void *object = ordset_find(set, key);
+    if (object == nullptr)
         return nullptr;
-    auto found = set->tree.find(as_key(key));
-    if (found == set->tree.end())
-        return nullptr;
-    void *object = *found;
-    set->tree.erase(found);
+    set->tree.erase(set->last);
+    set->last = set->tree.end();
     return object;
 }
 

@@ -7,6 +7,7 @@
 #include <new>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -28,6 +29,20 @@ namespace {
 
 constexpr char ring_magic[8] = {'X', 'F', 'T', 'R', 'A', 'C', 'E', '2'};
 constexpr uint32_t most_slots = 1u << 20;
+
+// Of this process: an event is not worth a system call to ask for it.
+pid_t own_pid = 0;
+
+void learn_pid() {
+    own_pid = getpid();
+}
+
+bool keep_pid() {
+    static const int error = pthread_atfork(nullptr, nullptr, learn_pid);
+    learn_pid();
+    errno = error;
+    return error == 0;
+}
 
 size_t file_size(size_t header, uint32_t slots) {
     return header + size_t{slots} * sizeof(RingEvent);
@@ -69,7 +84,7 @@ RingEvent *Ring::slots() const {
 std::unique_ptr<Ring> Ring::open(int directory, const char *name,
                                  uint32_t slots) {
     Fd fd = open_private_file(directory, name, O_RDWR | O_CREAT);
-    if (!fd || flock(fd.get(), LOCK_EX) != 0)
+    if (!keep_pid() || !fd || flock(fd.get(), LOCK_EX) != 0)
         return nullptr;
     size_t size = file_size(sizeof(Header), slots);
     bool fresh = slots_of(fd.get(), sizeof(Header)) != slots;
@@ -119,7 +134,7 @@ void Ring::add(uint32_t type, uint32_t level, const char *text, size_t length) {
     slot.sequence.store(0, std::memory_order_release);
     slot.seconds = now.tv_sec;
     slot.nanoseconds = static_cast<int32_t>(now.tv_nsec);
-    slot.pid = getpid();
+    slot.pid = own_pid;
     slot.type = type;
     slot.level = level;
     length = std::min(length, ring_text_size - 1);

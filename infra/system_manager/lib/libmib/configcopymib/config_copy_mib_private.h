@@ -268,6 +268,9 @@ struct config_copy_state {
      */
     struct ordset *second_list;
 
+    /* How many rows of the copy table are in each state, see count_row. */
+    uint32_t rows_in_state[XF_STATE_FAILED + 1];
+
     /*
      * Save slots of the column handlers.
      *
@@ -383,6 +386,18 @@ void put_be32(void *octets, uint32_t value);
 
 /* Tells whether the pair is one that the system manager copies. */
 bool is_running_to_startup(const struct xfCopyEntry *entry);
+
+/*
+ * The row of an index where it stands in the table, to look at; NULL if there
+ * is none.
+ */
+const struct xfCopyEntry *find_copy_row(int32_t index);
+
+/*
+ * A row comes into the table (1) or leaves it (-1), in the state that it has. A
+ * state that no row has is not looked for in all of them.
+ */
+void count_row(const struct xfCopyEntry *row, int32_t change);
 
 /* Fills xfCopyErrorTable for the row of a failed fabric-wide copy. */
 void collect_fabric_error_rows(const struct xfCopyEntry *copy_entry);

@@ -25,15 +25,89 @@ struct trace_record {
 PLATFORM_RECORD_SIZE(trace_record, 516);
 PLATFORM_FIELD_AT(trace_record, text, 4);
 
+/* Where a text goes: its next character, and the last place, for the NUL. */
+struct text_room {
+    char *to;
+    char *last;
+};
+
+static void put_octets(struct text_room *room, const char *octets,
+                       size_t length) {
+    const size_t left = static_cast<size_t>(room->last - room->to);
+
+    if (length > left)
+        length = left;
+    memcpy(room->to, octets, length);
+    room->to += length;
+}
+
+static void put_integer(struct text_room *room, int value) {
+    char digits[12];
+    char *const end = digits + sizeof(digits);
+    char *first = end;
+    uint32_t rest = static_cast<uint32_t>(value);
+
+    if (value < 0)
+        rest = 0 - rest;
+    do
+        *--first = static_cast<char>('0' + rest % 10);
+    while ((rest /= 10) != 0);
+    if (value < 0)
+        *--first = '-';
+    put_octets(room, first, static_cast<size_t>(end - first));
+}
+
+/*
+ * Writes a text with %s and %d only, as almost all are: a SET traces dozens,
+ * and would spend most of its time in printf. False if the text has more.
+ */
+static bool put_plain_text(char *to, size_t size, const char *format,
+                           va_list arguments) {
+    struct text_room room = {to, to + size - 1};
+
+    for (;;) {
+        const char *const next = strchrnul(format, '%');
+
+        put_octets(&room, format, static_cast<size_t>(next - format));
+        if (*next == '\0')
+            break;
+        if (next[1] == 'd') {
+            put_integer(&room, va_arg(arguments, int));
+        } else if (next[1] == 's') {
+            const char *const text = va_arg(arguments, const char *);
+
+            if (text == nullptr)
+                return false;
+            put_octets(&room, text, strlen(text));
+        } else {
+            return false;
+        }
+        format = next + 2;
+    }
+    *room.to = '\0';
+    return true;
+}
+
+static bool put_text(char *to, size_t size, const char *format,
+                     va_list arguments) {
+    va_list again;
+
+    va_copy(again, arguments);
+    const bool written = put_plain_text(to, size, format, arguments) ||
+                         vsnprintf(to, size, format, again) >= 0;
+    va_end(again);
+    return written;
+}
+
 void trace_history(uint32_t level, const char *format, ...) {
     struct trace_record record;
     va_list arguments;
 
     va_start(arguments, format);
-    const int formatted =
-        vsnprintf(record.text, sizeof(record.text), format, arguments);
+    const bool written =
+        put_text(record.text, sizeof(record.text), format, arguments);
     va_end(arguments);
-    if (formatted < 0)
+    if (!written)
         return;
     record.level = level;
     trc_hist_event(
@@ -163,16 +237,27 @@ int xfCopyEntry_comp_func(const void *a, const void *b) {
     return INTCMP(index_b, index_a);
 }
 
+void count_row(const struct xfCopyEntry *row, int32_t change) {
+    if (row->xfCopyState >= XF_STATE_WAITING &&
+        row->xfCopyState <= XF_STATE_FAILED)
+        module_state.rows_in_state[row->xfCopyState] +=
+            static_cast<uint32_t>(change);
+}
+
 int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
     struct ordset **const table = &module_state.copy_table;
 
-    if (ordset_size(*table) != 0)
-        return ordset_add(*table, entry, entry) == entry ? 0 : XF_ERR_FAILED;
-
+    if (ordset_size(*table) != 0) {
+        if (ordset_add(*table, entry, entry) != entry)
+            return XF_ERR_FAILED;
+        count_row(entry, 1);
+        return 0;
+    }
     /* KEPT: its result is not looked at: adding to no set fails as well. */
     ordset_create(table, 1, 1, xfCopyEntry_comp_func, 1);
     if (ordset_add(*table, entry, entry) == nullptr)
         return XF_ERR_FAILED;
+    count_row(entry, 1);
     ageouttimer = snmp_alarm_register(101, SA_REPEAT,
                                       cfgentry_age_timer_handler, nullptr);
     return 0;
@@ -213,6 +298,7 @@ int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
         static_cast<struct xfCopyEntry *>(ordset_remove(*table, entry));
     if (removed == nullptr)
         return XF_ERR_FAILED;
+    count_row(removed, -1);
     xfCopyEntry_free(removed);
     if (ordset_size(*table) == 0) {
         snmp_alarm_unregister(ageouttimer);
@@ -221,20 +307,51 @@ int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
     return 0;
 }
 
+const struct xfCopyEntry *find_copy_row(int32_t index) {
+    struct xfCopyEntry key;
+
+    key.xfCopyIndex = index;
+    return static_cast<const struct xfCopyEntry *>(
+        ordset_find(module_state.copy_table, &key));
+}
+
+/* The row at a position counted from 1; NULL if there is none. */
+static const struct xfCopyEntry *row_at(uint32_t position) {
+    return static_cast<const struct xfCopyEntry *>(
+        ordset_find_nth_obj(module_state.copy_table, position));
+}
+
+static bool state_is_without_rows(int32_t state) {
+    return state >= XF_STATE_WAITING && state <= XF_STATE_FAILED &&
+           module_state.rows_in_state[state] == 0;
+}
+
+/* The first row in a state; NULL if there is none. */
+static const struct xfCopyEntry *first_row_in_state(int32_t state) {
+    if (state_is_without_rows(state))
+        return nullptr;
+    const struct xfCopyEntry *row = row_at(1);
+    while (row != nullptr && row->xfCopyState != state)
+        row = static_cast<const struct xfCopyEntry *>(
+            ordset_find_nextgreater(module_state.copy_table, row));
+    return row;
+}
+
 int32_t get_config_entry_with_status(int32_t state,
                                      struct xfCopyEntry *buffer) {
-    memset(buffer, 0, sizeof(*buffer));
-    while (getnextXfCopyEntry(buffer) == 0) {
-        if (buffer->xfCopyState == state)
-            return 0;
-    }
-    return XF_ERR_FAILED;
+    const struct xfCopyEntry *const found = first_row_in_state(state);
+    const struct xfCopyEntry *const visited =
+        found != nullptr ? found : row_at(ordset_size(module_state.copy_table));
+
+    if (visited != nullptr)
+        *buffer = *visited;
+    else
+        memset(buffer, 0, sizeof(*buffer));
+    return found != nullptr ? 0 : XF_ERR_FAILED;
 }
 
 int32_t copy_inprogress(void) {
-    struct xfCopyEntry row;
-
-    if (get_config_entry_with_status(XF_STATE_RUNNING, &row) == 0)
+    if (first_row_in_state(XF_STATE_RUNNING) != nullptr)
         return 1;
     return module_state.copyChildRunning == 1 ? 1 : 0;
 }

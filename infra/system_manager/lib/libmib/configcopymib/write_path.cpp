@@ -24,7 +24,9 @@ int32_t setXfCopyEntry(const struct xfCopyEntry *entry,
         ordset_find(module_state.copy_table, entry));
     if (stored == nullptr)
         return XF_ERR_NO_ENTRY;
+    count_row(stored, -1);
     *stored = *entry;
+    count_row(stored, 1);
     if (collect_fabric_errors != 0)
         collect_fabric_error_rows(stored);
     return 0;
@@ -109,9 +111,13 @@ static bool integer_length_is_bad(const struct set_request *request) {
 
 /* Private copy of a row; zeroes but for the index if there is none. */
 static int32_t fetch_row(int32_t index, struct xfCopyEntry *row) {
-    memset(row, 0, sizeof(*row));
     row->xfCopyIndex = index;
-    return getXfCopyEntry(row);
+    const int32_t status = getXfCopyEntry(row);
+    if (status != 0) {
+        memset(row, 0, sizeof(*row));
+        row->xfCopyIndex = index;
+    }
+    return status;
 }
 
 /* ---- Column write methods ------------------------------------------------ */
@@ -249,12 +255,11 @@ static int column_reserve2(const struct column *column,
 }
 
 static int column_action(const struct column *column, int32_t index) {
-    struct xfCopyEntry row;
-
     if ((column->traces & TRACES_ACTION) != 0)
         TRACE_INFO("%s : Entering ACTION of entry (index = %d) \n",
                    column->function, index);
-    return fetch_row(index, &row) == 0 ? SNMP_ERR_NOERROR : SNMP_ERR_NOSUCHNAME;
+    return find_copy_row(index) != nullptr ? SNMP_ERR_NOERROR
+                                           : SNMP_ERR_NOSUCHNAME;
 }
 
 static int column_free(const struct column *column, int32_t index) {
