@@ -73,9 +73,10 @@ class Router:
     def enter(self):
         return ["nsenter", "-t", str(self.holder.pid), "-n", "-m"]
 
-    def start(self, name):
+    def start(self, name, *options, **environment):
         daemon = Program(name, self.folder / f"{name}.log")
-        daemon.run([*self.enter, str(DAEMONS / name), "-A", "127.0.0.1"])
+        daemon.run([*self.enter, str(DAEMONS / name), "-A", "127.0.0.1",
+                    *options], env={**os.environ, **environment})
         self.daemons[name] = daemon
         wait_for(lambda: self.try_vtysh("-d", name, "-c", "show version"
                                         ).returncode == 0, name)
