@@ -17,7 +17,7 @@ import sys
 AREAS = ["Copy process", "Fork", "Descriptors", "Memory", "Disk",
          "Message transport", "System manager", "Switches of the fabric",
          "Servers", "Hostile servers", "Somebody on the switch or the network",
-         "Clock", "Agent"]
+         "Clock", "Agent", "FRR"]
 
 HEADER = """\
 Made by the tests; `XF_WRITE_FAULTS=1 ctest --test-dir build -R faults.table` makes it anew.

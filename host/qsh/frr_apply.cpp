@@ -69,8 +69,8 @@ FrrWords meant_words(const FrrLine &line) {
     return words;
 }
 
-// vtysh's own, or not in the configuration that is shown.
-bool never_shown(const FrrLine &line) {
+// vtysh's own: taken without a word, and not kept unless it is shown already.
+bool of_vtysh(const FrrLine &line) {
     std::string_view word = meant_words(line)[0];
     return line.in == FrrBlock::top &&
            (word == "frr" || word == "hostname" || word == "domainname" ||
@@ -254,6 +254,10 @@ bool FrrApply::send_script(const FrrScript &script, std::string &why) {
 
 bool FrrApply::take_complaints(const FrrScript &script, const VtyshEnd &end,
                                std::string &why) {
+    if (end.error != 0 || end.status > 128) {
+        why = vtysh_failure(settings_, end);
+        return false;
+    }
     std::vector<size_t> by_daemon;
     bool others = false;
     for (const std::string &words : lines_of(end.err)) {
@@ -264,13 +268,13 @@ bool FrrApply::take_complaints(const FrrScript &script, const VtyshEnd &end,
                            : no_line;
         others = others || which == no_line;
         if (which == no_line)
-            notes_.push_back("vtysh said: " + quoted(words));
+            note("vtysh said: " + quoted(words));
         else
             refuse_frr(lines_, which, complaint.text);
         if (which != no_line && complaint.by_daemon)
             by_daemon.push_back(which);
     }
-    if (end.error != 0 || end.status > 128 || (end.status != 0 && others)) {
+    if (end.status != 0 && others) {
         why = vtysh_failure(settings_, end);
         return false;
     }
@@ -282,8 +286,13 @@ bool FrrApply::take_complaints(const FrrScript &script, const VtyshEnd &end,
         return true;
     }
     for (const std::string &reason : reasons)
-        notes_.push_back("FRR said: " + quoted(reason));
+        note("FRR said: " + quoted(reason));
     return true;
+}
+
+void FrrApply::note(const std::string &text) {
+    if (notes_.size() < most_notes)
+        notes_.push_back(text);
 }
 
 void FrrApply::verify(const std::string &after) {
@@ -291,8 +300,7 @@ void FrrApply::verify(const std::string &after) {
     if (!sent_)
         return;
     for (size_t i = 0; i < lines_.size(); i++)
-        if (lines_[i].refusal.empty() && !unsent_.contains(i) &&
-            !never_shown(lines_[i]))
+        if (lines_[i].refusal.empty() && !unsent_.contains(i))
             verify_line(i);
 }
 
@@ -310,14 +318,20 @@ void FrrApply::verify_line(size_t which) {
     };
     if (shown(line.text) || shown(masked_line(line.text)))
         return;
+    if (of_vtysh(line)) {
+        if (!line.negated)
+            note("line " + std::to_string(line.number) +
+                 ": FRR does not show this one: " + quoted(line.text));
+        return;
+    }
     if (line.negated) {
         if (after_.paths.contains(parent + line.text.substr(3)))
             line.refusal = "still in the configuration afterwards";
         return;
     }
     if (const FrrLine *found = similar(which))
-        notes_.push_back("line " + std::to_string(line.number) +
-                         ": FRR has it as " + quoted(found->text));
+        note("line " + std::to_string(line.number) + ": FRR has it as " +
+             quoted(found->text));
     else
         line.refusal = "taken, but not in the configuration afterwards";
 }
@@ -433,17 +447,17 @@ bool FrrApply::go_back(std::string &why) {
 void FrrApply::note_restored(const std::string &shown, const std::string &why) {
     FrrShown now(shown);
     if (shown.empty())
-        notes_.push_back("whether the configuration of before was put back is "
-                         "not known: " +
-                         why);
+        restored_ = "whether the configuration of before was put back is "
+                    "not known: " +
+                    why;
     else if (shown == before_text_)
-        notes_.push_back("the configuration of before was put back");
+        restored_ = "the configuration of before was put back";
     else if (now.paths == before_.paths)
-        notes_.push_back("the configuration of before was put back, in another "
-                         "order");
+        restored_ = "the configuration of before was put back, in another "
+                    "order";
     else
-        notes_.push_back("the configuration of before COULD NOT be put back "
-                         "whole");
+        restored_ = "the configuration of before COULD NOT be put back "
+                    "whole";
 }
 
 void FrrApply::report(ApplyResult &result, std::string &results) const {
@@ -457,8 +471,10 @@ void FrrApply::report(ApplyResult &result, std::string &results) const {
             std::to_string(told - most_refused) + " more lines were refused\n";
     if (settings_.apply_atomic && told > 0 && !sent_)
         results += "nothing was applied (apply_atomic)\n";
-    for (size_t i = 0; i < std::min(notes_.size(), most_notes); i++)
-        results += notes_[i] + "\n";
+    for (const std::string &each : notes_)
+        results += each + "\n";
+    if (!restored_.empty())
+        results += restored_ + "\n";
 }
 
 } // namespace xfhost

@@ -44,6 +44,11 @@ class FrrApply {
     // Looks for each line in the configuration as it is now.
     void verify(const std::string &after);
 
+    // Whether something was sent that may be in the configuration now.
+    bool sent() const {
+        return sent_;
+    }
+
     // Whether lines were refused after others had been sent.
     bool must_go_back() const;
 
@@ -69,6 +74,7 @@ class FrrApply {
                          std::string &why);
     bool risky(size_t which) const;
     int seconds_left() const;
+    void note(const std::string &text);
     void verify_line(size_t which);
     const FrrLine *similar(size_t which);
     const FrrLine *abbreviated(const std::vector<size_t> &among,
@@ -81,9 +87,10 @@ class FrrApply {
     std::string before_text_;
     FrrShown before_, after_;
     FrrLines lines_;
-    std::set<size_t> unsent_;    // neither refused nor sent
-    std::set<std::string> open_; // headers that FRR has taken
-    std::vector<std::string> notes_;
+    std::set<size_t> unsent_;        // neither refused nor sent
+    std::set<std::string> open_;     // headers that FRR has taken
+    std::vector<std::string> notes_; // most_notes at most
+    std::string restored_;           // what note_restored() has found
     size_t searches_ = 0;
     bool sent_ = false, stopped_ = false;
     std::chrono::steady_clock::time_point start_;

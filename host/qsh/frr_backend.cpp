@@ -154,7 +154,10 @@ bool FrrBackend::apply(std::string_view text, ApplyResult &result,
     if (known && !show_locked(after, why))
         known = false;
     if (!known) {
-        why = "the configuration may have been applied in part: " + why;
+        why =
+            (apply.sent() ? "the configuration may have been applied in part: "
+                          : "nothing was applied: ") +
+            why;
         return false;
     }
     apply.verify(after);

@@ -7,6 +7,9 @@ namespace {
 
 constexpr const char *blanks = " \t";
 constexpr const char *under_refused = "the line that it is under was refused";
+constexpr const char *shortened =
+    "this opens a block, and its first words are not in full";
+constexpr const char *pipe = "FRR takes what is behind \"| \" for a filter";
 
 const char *bad_octets(std::string_view line) {
     if (line.size() > longest_frr_line)
@@ -129,13 +132,19 @@ class Reader {
             return;
         }
         frames_.resize(depth);
+        if (!negated && frr_shortened(frames_.back().block, meant)) {
+            refuse(number, indent, joined(words), shortened);
+            return;
+        }
         FrrLine &line = add(number, joined(words));
         line.negated = negated;
-        const char *opens_file = frr_opens_file(meant);
-        if (opens_file != nullptr && !negated && !file_commands_ &&
-            line.refusal.empty()) {
+        const char *forbidden =
+            negated || file_commands_ ? nullptr : frr_opens_file(meant);
+        if (line.text.find("| ") != std::string::npos)
+            forbidden = pipe;
+        if (forbidden != nullptr && line.refusal.empty()) {
             line.policy = true;
-            line.refusal = opens_file;
+            line.refusal = forbidden;
         }
         line.opens = negated ? FrrBlock::none : frr_opens(line.in, meant);
         if (line.opens == FrrBlock::none)

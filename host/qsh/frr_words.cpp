@@ -191,6 +191,19 @@ FrrBlock frr_opens(FrrBlock block, const FrrWords &words) {
     return none;
 }
 
+bool frr_shortened(FrrBlock block, const FrrWords &words) {
+    if (words.size() < 2 || frr_opens(block, words) != none)
+        return false;
+    return std::any_of(
+        std::begin(headers), std::end(headers), [&](const Header &header) {
+            size_t blank = header.begins.find(' ');
+            return header.in == block && blank != std::string_view::npos &&
+                   header.begins.substr(0, blank) == words[0] &&
+                   header.begins.substr(blank + 1).starts_with(words[1]) &&
+                   words.size() >= header.least;
+        });
+}
+
 bool frr_closes(std::string_view word, FrrBlock block) {
     if (word == "exit" || word == "quit")
         return true;

@@ -58,6 +58,10 @@ bool frr_has_word(FrrBlock block, std::string_view word);
 // The block that a line opens in another one; none if it opens none.
 FrrBlock frr_opens(FrrBlock block, const FrrWords &words);
 
+// Whether a line is one that opens a block, but for words that are not written
+// in full: FRR knows it, and what is behind it would be taken for its block's.
+bool frr_shortened(FrrBlock block, const FrrWords &words);
+
 // The block that a word such as "exit-vrf" closes; none for "exit" and "quit",
 // top for one that is not known.
 bool frr_closes(std::string_view word, FrrBlock block);

@@ -8,6 +8,7 @@ import pytest
 for each in ("hostile", "agent"):
     sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / each))
 import routers  # noqa: E402
+from recorder import fault, pytest_runtest_makereport  # noqa: E402, F401
 
 
 @pytest.fixture

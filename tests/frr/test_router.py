@@ -153,58 +153,6 @@ def test_a_bad_header_takes_its_block_with_it(router, kind):
     assert good in shown
 
 
-HOSTILE = [
-    "exit", "quit", "exit\nexit", "end\nip route 10.5.0.0/24 blackhole", "en",
-    "exit\nwrite memory", "exit\ncopy running-config startup-config",
-    "exit\nclear bgp *", "exit\nshow running-config", "exit\nping 127.0.0.1",
-    "exit\nconfigure terminal", "exit\nterminal monitor", "ex", "qu",
-    "exit\nshow history", "exit\ngraceful-restart prepare",
-    "do write memory", "do", "write", "wr", "write memory", "show history",
-    "copy a b", "configure terminal", "clear log filter-text", "list", "lis",
-    "find .*", "terminal paginate", "no terminal paginate", "start-shell",
-    "output file {pwned}", "outp file {pwned}", "output", "ou f {pwned}",
-    "router bgp 65009\n output file {pwned}\nexit",
-    "log file {pwned}", "lo f {pwned}", "log filtered-file {pwned}",
-    "log fi {pwned}", "log commands", "dump bgp all {pwned}",
-    "banner motd file {pwned}", "banner mo fi {pwned}",
-    "nhrp event socket {pwned}",
-    "vrf red\n netns {pwned}\nexit",
-    "\tip route 10.8.0.0/24\vblackhole", "\x01ip route 10.8.0.0/24 blackhole",
-    "\0write memory", "ip route 10.8.0.0/24 blackhole\0\nwrite memory",
-    "\ufeffip route 10.8.0.0/24 blackhole", "description \x7f",
-    "ip route 10.8.0.0/24 blackhole " + "x" * 4000 + "\nwrite memory",
-    "! " + "x" * 4093 + "write memory\nwrite memory",
-]
-
-
-def test_hostile_lines_do_nothing(router):
-    """Each is refused by number, and what is around it applied."""
-    pwned = router.folder / "home" / "pwned"
-    (router.folder / "home").chmod(0o777)
-    router.frr_conf.write_text("! precious\n")
-    before = router.show()
-    for number, hostile in enumerate(HOSTILE):
-        first = f"ip route 10.6.{number}.0/24 blackhole\n"
-        text = first + hostile.format(pwned=pwned) + "\n" + \
-            first.replace("10.6", "10.7")
-        status, results = router.apply(text)
-        assert status == SOME_FAILED, (hostile, results)
-        assert results[0].startswith(("line 2: ", "line 3: ")), results
-        shown = router.show()
-        assert shown.count(f"10.6.{number}.0/24") == 1, hostile
-        assert shown.count(f"10.7.{number}.0/24") == 1, hostile
-        assert "10.8.0.0" not in shown, hostile
-        assert not pwned.exists(), hostile
-    assert router.frr_conf.read_text() == "! precious\n"
-    own = [line for line in router.show().split("\n")
-           if not line.startswith("ip route") and line.strip("!")]
-    kept = [line for line in before.split("\n") if line.strip("!")]
-    # Only blocks around hostile lines were left, and they are empty.
-    assert set(own) - set(kept) <= {"router bgp 65009", "vrf red", "exit",
-                                    "exit-vrf"}
-    assert list(pathlib.Path(router.folder / "home").iterdir()) == []
-
-
 def test_lines_that_open_files_are_a_setting(router):
     log = router.folder / "run" / "frr.log"
     status, _ = router.apply(f"log file {log}\n")

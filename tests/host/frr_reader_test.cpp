@@ -108,6 +108,26 @@ TEST(FrrReader, RefusesWhatOpensFiles) {
               Numbers{});
 }
 
+TEST(FrrReader, RefusesFilters) {
+    for (const char *line :
+         {"route-map | permit 1", "interface | x",
+          "banner motd line a | include b", "banner motd line a|\tb"})
+        EXPECT_EQ(refused(line), Numbers{1}) << line;
+    EXPECT_EQ(refused("route-map | permit 1\n set metric 9\nagentx\n"),
+              (Numbers{1, 2}));
+    EXPECT_EQ(refused("interface a|b\n description a |b|\n"), Numbers{});
+}
+
+TEST(FrrReader, RefusesHeadersThatAreNotInFull) {
+    for (const char *line : {"router b 1", "router os", "router isi a",
+                             "key ch a", "line v", "mpls ld"})
+        EXPECT_EQ(refused(line), Numbers{1}) << line;
+    EXPECT_EQ(refused("router b 1\n bgp router-id 1.1.1.1\nagentx\n"),
+              (Numbers{1, 2}));
+    EXPECT_EQ(refused("no router b 1\nmpls label bind 1.0.0.0/8 5\n"),
+              Numbers{});
+}
+
 TEST(FrrReader, RefusesOctetsThatVtyshMistakes) {
     EXPECT_EQ(refused(std::string("agentx\0\nagentx", 14)), Numbers{1});
     EXPECT_EQ(refused("agentx\n\x1b agentx\n"), Numbers{2});
