@@ -8,7 +8,7 @@ packages=(
     cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
     snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
     vsftpd openssh-client openssh-server iproute2 python3-paramiko frr frr-snmp
-    libsystemd-dev man-db mandoc pkg-config zsh)
+    libsystemd-dev man-db mandoc pkg-config zsh ansible-core)
 daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh frr)
 
 die() {

@@ -203,7 +203,7 @@ TEST_F(Manager, TellsTheNameOfTheSwitch) {
                                 SWITCH_WWN_SECONDS, &response),
                   0);
         ASSERT_NE(response, nullptr);
-        memcpy(name, response, sizeof name);
+        memcpy(name, response, SWITCH_WWN_SIZE);
         free(response);
     }
     EXPECT_EQ(memcmp(names[0], names[1], SWITCH_WWN_SIZE), 0);
