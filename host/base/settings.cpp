@@ -14,6 +14,7 @@
 #include "host/base/address.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
+#include "host/history/report.h"
 
 namespace xfhost {
 
@@ -226,6 +227,7 @@ std::string variable_of(const Key &key) {
 
 bool is_known(const std::string &name) {
     return !name.starts_with("XF_") || name == "XF_CONFIG" ||
+           name == report_variable ||
            std::any_of(std::begin(keys), std::end(keys), [&](const Key &key) {
                return variable_of(key) == name;
            });
