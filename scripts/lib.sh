@@ -5,8 +5,8 @@ top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export DEBIAN_FRONTEND=noninteractive
 
 packages=(
-    cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
-    snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
+    cmake g++ make libsnmp-dev libcurl4-openssl-dev nettle-dev
+    libgtest-dev libgmock-dev snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
     vsftpd openssh-client openssh-server iproute2 python3-paramiko frr
     libsystemd-dev man-db mandoc pkg-config zsh)
 daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh frr)
