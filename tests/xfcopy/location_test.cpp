@@ -38,6 +38,11 @@ struct PathCase {
     const char *path;
 };
 
+// What names a case in the output of a test.
+[[maybe_unused]] void PrintTo(const PathCase &path, std::ostream *out) {
+    *out << path.url;
+}
+
 class Paths : public testing::TestWithParam<PathCase> {};
 
 TEST_P(Paths, AreThoseOfCurl) {
@@ -70,6 +75,10 @@ struct BadCase {
     const char *url;
     const char *words;
 };
+
+[[maybe_unused]] void PrintTo(const BadCase &bad, std::ostream *out) {
+    *out << '"' << bad.url << '"';
+}
 
 class BadUrls : public testing::TestWithParam<BadCase> {};
 

@@ -80,6 +80,11 @@ struct BadLine {
     const char *expected;
 };
 
+// What names a case in the output of a test.
+[[maybe_unused]] void PrintTo(const BadLine &line, std::ostream *out) {
+    *out << testing::PrintToString(line.words);
+}
+
 class BadLines : public testing::TestWithParam<BadLine> {};
 
 TEST_P(BadLines, TellTheOption) {
