@@ -151,6 +151,8 @@ constexpr Key keys[] = {
      }},
     {"table_rows",
      [](Settings &s, V v) { return set_number(s.table_rows, v, 1, 10000000); }},
+    {"history_rows",
+     [](Settings &s, V v) { return set_number(s.history_rows, v, 0, 100000); }},
     {"shell_names",
      [](Settings &s, V v) { return set_flag(s.shell_names, v); }},
     {"management_vrf",

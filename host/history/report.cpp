@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 
@@ -13,13 +12,13 @@
 #include <unistd.h>
 
 #include "host/base/files.h"
+#include "host/base/record.h"
 #include "host/base/settings.h"
 
 namespace xfhost {
 namespace {
 
 constexpr off_t kept_room = 4096;
-constexpr size_t sum_size = 8;
 constexpr std::string_view hexadecimal = "0123456789abcdef";
 
 // The names of the texts and numbers in a record.
@@ -36,16 +35,6 @@ struct Number {
 };
 constexpr std::array numbers = {Number{"refused", &Report::refused},
                                 Number{"first", &Report::first_refused}};
-
-// FNV-1a: it finds accidents, nobody is meant to be kept out.
-std::string sum_of(std::string_view body) {
-    uint32_t hash = 2166136261u;
-    for (char c : body)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-    char sum[sum_size + 1];
-    snprintf(sum, sizeof sum, "%08x", hash);
-    return sum;
-}
 
 void add(std::string &body, std::string_view name, const std::string &value) {
     if (!value.empty())
@@ -65,7 +54,7 @@ std::string record_of(const Report &report) {
     for (const Number &each : numbers)
         if (report.*each.field != 0)
             add(body, each.name, std::to_string(report.*each.field));
-    return body.empty() ? "" : "\n" + sum_of(body) + " " + body + "\n";
+    return body.empty() ? "" : "\n" + with_sum(body) + "\n";
 }
 
 uint64_t number_of(std::string_view text) {
@@ -88,20 +77,13 @@ void take_field(std::string_view field, Report &report) {
         report.octets = number_of(value);
 }
 
-// The text up to a separator, which is taken from `rest` with it.
-std::string_view cut(std::string_view &rest, char separator) {
-    const std::string_view part = rest.substr(0, rest.find(separator));
-    rest.remove_prefix(std::min(rest.size(), part.size() + 1));
-    return part;
-}
-
 // Nothing for a line that is no whole record.
 std::optional<Report> parse_record(std::string_view line) {
-    if (line.size() <= sum_size + 1 || line[sum_size] != ' ' ||
-        sum_of(line.substr(sum_size + 1)) != line.substr(0, sum_size))
+    line = without_sum(line);
+    if (line.empty())
         return {};
     Report report;
-    for (line.remove_prefix(sum_size + 1); !line.empty();)
+    while (!line.empty())
         if (const std::string_view field = cut(line, '\t'); !field.empty())
             take_field(field, report);
     if (report.sha256.size() != 64 ||
