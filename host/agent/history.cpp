@@ -13,6 +13,7 @@
 
 #include "host/agent/copy_row.h"
 #include "host/agent/history_table.h"
+#include "host/agent/request.h"
 #include "host/base/clock.h"
 #include "host/base/log.h"
 #include "host/base/settings.h"
@@ -20,7 +21,6 @@
 #include "host/history/log.h"
 #include "host/history/syncer.h"
 #include "host/ipcbus/wire.h"
-#include "platform/agent_ext.h"
 #include "platform/errlog.h"
 #include "platform/messages.h"
 
@@ -252,7 +252,7 @@ void answer_save(HistoryEntry &entry, uint32_t result) {
 // Before the module acts on it: what the row asks for is complete, and a save
 // may take its time.
 void look_at_row(const netsnmp_handler_registration &column,
-                 const netsnmp_variable_list &status) {
+                 const netsnmp_variable_list &status, const netsnmp_pdu *pdu) {
     asked.reset();
     begun = false;
     if (status.type != ASN_INTEGER ||
@@ -261,11 +261,9 @@ void look_at_row(const netsnmp_handler_registration &column,
     auto row = read_copy_row(column, status);
     if (!row)
         return;
-    int32_t error = 0;
-    const char *context = snmp_get_ctx_vrf_for_current_req(&error);
-    if (row->asked.vrf.empty() && context != nullptr)
-        row->asked.vrf = context;
-    row->asked.asker = get_snmp_username(0);
+    if (row->asked.vrf.empty())
+        row->asked.vrf = request_vrf(pdu);
+    row->asked.asker = request_user(pdu);
     row->asked.asked = tenths_now();
     row->asked.port = port_of(row->asked.protocol);
     asked = std::move(row);
@@ -289,7 +287,7 @@ void look_again(const netsnmp_handler_registration &column,
 
 int act(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
         netsnmp_agent_request_info *info, netsnmp_request_info *request) {
-    note([&] { look_at_row(*column, *request->requestvb); });
+    note([&] { look_at_row(*column, *request->requestvb, info->asp->pdu); });
     int result =
         netsnmp_call_next_handler_one_request(handler, column, info, request);
     note([&] { look_again(*column, *request); });

@@ -68,3 +68,11 @@ def ended(station, seconds=60):
         _, found = newest(station)
         return found if found and found.state != IN_PROGRESS else None
     return wait_for(row, "the end of the newest copy", seconds)
+
+
+def line_of(body):
+    """A line of the history, or of a report: with its checksum."""
+    hash_ = 2166136261
+    for octet in body.encode():
+        hash_ = (hash_ ^ octet) * 16777619 & 0xFFFFFFFF
+    return f"{hash_:08x} {body}\n"
