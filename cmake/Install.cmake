@@ -32,6 +32,7 @@ function(xf_install_agent)
     install(TARGETS xftrace DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT agent)
     xf_install_programs(host host/transfer)
     install(FILES ${PROJECT_BINARY_DIR}/mibs/XF-CONFIG-COPY-MIB.txt
+            ${PROJECT_BINARY_DIR}/mibs/XF-COPY-HISTORY-MIB.txt
         DESTINATION ${CMAKE_INSTALL_DATADIR}/snmp/mibs COMPONENT agent)
     install(FILES ${PROJECT_SOURCE_DIR}/host/xfhost.conf.example
             ${PROJECT_SOURCE_DIR}/docs/snmpd-v3-only.conf

@@ -18,7 +18,7 @@ not_emulated=Runner.AMissingProgramIsAnError:Runner.SignalsAreAsInAFreshProcess
 quick='not mebibytes and not answer and not stops_in and not never_ends'
 quick+=' and not many_rows'
 
-# --- Net-SNMP, curl and GoogleTest ------------------------------------------
+# --- Net-SNMP, curl, Nettle and GoogleTest ----------------------------------
 
 # Sources of packages, through lists of our own: the machine's stay as they are.
 own_apt() {
@@ -85,6 +85,17 @@ build_curl() { # WORK
         make -s -C include install DESTDIR="$1/root"
 }
 
+# For the digest of a copy; on this machine it comes with curl.
+build_nettle() { # WORK
+    mkdir "$1/build" && cd "$1/build" &&
+        ../source/configure --build="$(gcc -dumpmachine)" --host="$triplet" \
+            --prefix=/usr --libdir=/usr/lib --disable-static \
+            --disable-public-key --disable-assembler --disable-openssl \
+            --disable-documentation CFLAGS=-O2 CC_FOR_BUILD=gcc &&
+        make -s -j "$(nproc)" libnettle.so &&
+        make -s install-headers install-shared-nettle DESTDIR="$1/root"
+}
+
 build_googletest() { # WORK
     cmake -S /usr/src/googletest -B "$1/build" \
         -DCMAKE_TOOLCHAIN_FILE="$top/cmake/$triplet.cmake" \
@@ -122,20 +133,23 @@ library() { # NAME VERSION [SOURCE-PACKAGE]
 }
 
 libraries() {
-    local snmp curl test first='' second=''
+    local snmp curl nettle test first='' second='' third=''
     snmp=$(source_version libsnmp-dev)
     curl=$(source_version libcurl4-openssl-dev)
+    nettle=$(source_version nettle-dev)
     test=$(source_version googletest)
     mkdir -p "$cache"
     up_to_date netsnmp "$snmp" || first=netsnmp
     up_to_date curl "$curl" || second=curl
-    if [ -n "$first$second" ]; then
+    up_to_date nettle "$nettle" || third=nettle
+    if [ -n "$first$second$third" ]; then
         prepare_own_apt >"$cache/apt.log" 2>&1 ||
             { tail -n 30 "$cache/apt.log" >&2
               die "no list of source packages"; }
     fi
-    if [ -n "$first$second" ] || ! up_to_date googletest "$test"; then
-        echo "Building Net-SNMP $snmp, curl $curl and GoogleTest $test"
+    if [ -n "$first$second$third" ] || ! up_to_date googletest "$test"; then
+        echo "Building Net-SNMP $snmp, curl $curl, Nettle $nettle and" \
+            "GoogleTest $test"
         rm -rf "$built"
     fi
     # Two at a time: most of it is configure scripts, which do one thing after
@@ -143,6 +157,7 @@ libraries() {
     { [ -z "$first" ] || library netsnmp "$snmp" net-snmp; } &
     first=$!
     { { [ -z "$second" ] || library curl "$curl" curl; } &&
+        { [ -z "$third" ] || library nettle "$nettle" nettle; } &&
         { up_to_date googletest "$test" || library googletest "$test"; }; } &
     second=$!
     wait "$first" || first=failed
@@ -224,7 +239,7 @@ libraries
 
 echo "Building and testing: build-powerpc"
 build build-powerpc "-DCMAKE_TOOLCHAIN_FILE=$top/cmake/$triplet.cmake" \
-    "-DXF_CROSS_PREFIXES=$cache/netsnmp;$cache/curl;$cache/googletest" \
+    "-DXF_CROSS_PREFIXES=$cache/netsnmp;$cache/curl;$cache/nettle;$cache/googletest" \
     -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -- \
     configcopymib xfplatform unit_tests host_tests
 ! file -b "$cache/netsnmp/usr/sbin/snmpd" "$built/host/libxfplatform.so.1" |

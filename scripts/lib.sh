@@ -5,9 +5,10 @@ top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export DEBIAN_FRONTEND=noninteractive
 
 packages=(
-    cmake g++ make libsnmp-dev libcurl4-openssl-dev libgtest-dev libgmock-dev
-    snmp snmpd snmptrapd tftpd-hpa python3 python3-pytest git
-    vsftpd openssh-client openssh-server iproute2 python3-paramiko frr frr-snmp
+    cmake g++ make libsnmp-dev libcurl4-openssl-dev nettle-dev
+    libgtest-dev libgmock-dev snmp snmpd snmptrapd tftpd-hpa
+    python3 python3-pytest python3-paramiko git
+    vsftpd openssh-client openssh-server iproute2 frr frr-snmp
     libsystemd-dev man-db mandoc pkg-config zsh ansible-core)
 daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh frr)
 

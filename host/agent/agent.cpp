@@ -17,6 +17,7 @@
 #include "host/agent/copy_child.h"
 #include "host/agent/debug_log.h"
 #include "host/agent/event_loop.h"
+#include "host/agent/history.h"
 #include "host/agent/modules.h"
 #include "host/agent/notifications.h"
 #include "host/agent/save_watch.h"
@@ -117,8 +118,10 @@ pid_t holder() {
 }
 
 bool try_to_bind() {
-    if (bind_access_point())
+    if (bind_access_point()) {
+        history_start();
         return true;
+    }
     if (errno == EADDRINUSE)
         log_message(LOG_ERR,
                     "access point %d: process %d has it; there are no copies",
@@ -133,6 +136,7 @@ bool try_to_bind() {
 }
 
 __attribute__((destructor)) void leave() {
+    history_end();
     if (access_point != nullptr)
         ipcbus_unbind(access_point, 0);
 }

@@ -37,6 +37,7 @@
 #include "host/agent/agent.h"
 #include "host/agent/descriptors.h"
 #include "host/agent/event_loop.h"
+#include "host/agent/history.h"
 #include "host/agent/modules.h"
 #include "host/agent/notifications.h"
 #include "host/agent/save_watch.h"
@@ -147,10 +148,13 @@ void finish(Children::iterator child) {
         ipcbus_sweep(); // it may leave handles to its end
     if (reported)
         return;
-    if (pid != 0)
+    if (pid != 0) {
         log_message(LOG_WARNING, "copy process %d ended without a report", pid);
-    else
+        history_copy_lost("The copy process ended without a report.");
+    } else {
         log_message(LOG_ERR, "a copy process could not be started");
+        history_copy_lost("The copy process could not be started.");
+    }
     deliver_failure();
 }
 
@@ -227,6 +231,7 @@ void before_fork() {
     learn_pid();
     newborn->store(0);
     heard = agent_keep_access_point();
+    history_forking();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
@@ -239,6 +244,7 @@ void in_parent() {
         return;
     int saved = errno; // fork's own
     forking = false;
+    history_forked();
     next_pipe[1].reset();
     auto child = spare.begin();
     children.splice(children.end(), spare, child);
@@ -285,6 +291,7 @@ void in_new_process() {
     newborn->store(getpid());
     in_child = true;
     leave_agent();
+    history_in_copy_process();
     // Its end is a failed copy, which the agent sees.
     if (!heard || !settle_in())
         _exit(1);

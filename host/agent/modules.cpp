@@ -17,6 +17,7 @@
 
 #include <net-snmp/agent/agent_callbacks.h>
 
+#include "host/agent/history.h"
 #include "host/agent/name_guard.h"
 #include "host/base/log.h"
 #include "host/base/vrf.h"
@@ -100,6 +101,16 @@ const void *read_handler(const struct variable *variable) {
                : reinterpret_cast<const void *>(variable->findVar);
 }
 
+// A variable may have room for a part of a name only.
+struct variable without_name(const struct variable &of) {
+    struct variable copy = {};
+    copy.magic = of.magic;
+    copy.type = of.type;
+    copy.acl = of.acl;
+    copy.findVar = of.findVar;
+    return copy;
+}
+
 struct Registration {
     std::vector<oid> name;
     int priority;
@@ -122,11 +133,7 @@ std::vector<Registration> registrations_of(const void *base,
                 continue;
             Registration one = {{each->name_a, each->name_a + each->namelen},
                                 each->priority,
-                                {}};
-            one.variable.magic = variable->magic;
-            one.variable.type = variable->type;
-            one.variable.acl = variable->acl;
-            one.variable.findVar = variable->findVar;
+                                without_name(*variable)};
             if (std::find(found.begin(), found.end(), one) == found.end())
                 found.push_back(std::move(one));
         }
@@ -141,23 +148,31 @@ std::vector<std::string> contexts() {
     return names;
 }
 
-// The file name of a row: the sixth column of the first table.
-bool is_file_name(const netsnmp_subtree &tree) {
-    constexpr oid column[] = {1, 1, 1, 1, 6};
+// Columns of the first table.
+constexpr oid file_name_column = 6;
+constexpr oid row_status_column = 14;
+
+bool is_column(const netsnmp_subtree &tree, oid number) {
+    const oid column[] = {1, 1, 1, 1, number};
     constexpr size_t length = OID_LENGTH(column);
     return tree.namelen >= length &&
            std::equal(std::begin(column), std::end(column),
                       tree.name_a + tree.namelen - length);
 }
 
-void guard_names_in(const char *context) {
+void watch_column(const netsnmp_subtree &tree) {
+    if (is_column(tree, file_name_column) && !guard_names(tree.reginfo))
+        log_message(LOG_ERR, "file names go unguarded: no memory");
+    if (is_column(tree, row_status_column) && !history_watch(tree.reginfo))
+        log_message(LOG_ERR, "copies go unnoted: no memory");
+}
+
+void watch_columns_in(const char *context) {
     for (netsnmp_subtree *tree = netsnmp_subtree_find_first(context); tree;
          tree = tree->next)
         for (netsnmp_subtree *each = tree; each; each = each->children)
-            if (is_file_name(*each) &&
-                known_module(read_handler(old_api_variable(each))) &&
-                !guard_names(each->reginfo))
-                log_message(LOG_ERR, "file names go unguarded: no memory");
+            if (known_module(read_handler(old_api_variable(each))))
+                watch_column(*each);
 }
 
 void offer_in(const char *context) {
@@ -169,7 +184,8 @@ void offer_in(const char *context) {
                                  each.name.data(), each.name.size(),
                                  each.priority, 0, 0, nullptr, context, -1, 0);
     }
-    guard_names_in(context);
+    watch_columns_in(context);
+    history_offer(context);
 }
 
 // Before the agent asks whether there is such a context.
@@ -203,7 +219,7 @@ const void *module_loaded(notification_handler *handler) {
     if (module == nullptr)
         return nullptr;
     leave_one_callback(*module);
-    guard_names_in("");
+    watch_columns_in("");
     set_debug(*module);
     return module->base;
 }
@@ -213,6 +229,29 @@ void module_unloaded(const void *base) {
         for (Registration &each : registrations_of(base, context.c_str()))
             unregister_mib_context(each.name.data(), each.name.size(),
                                    each.priority, 0, 0, context.c_str());
+}
+
+std::optional<std::string> read_instance(const std::vector<oid> &column,
+                                         oid index) {
+    oid name[MAX_OID_LEN] = {};
+    size_t length = column.size() + 1;
+    std::copy(column.begin(), column.end(), name);
+    name[column.size()] = index;
+    netsnmp_subtree *tree = netsnmp_subtree_find(name, length, nullptr, "");
+    const struct variable *found =
+        tree == nullptr ? nullptr : old_api_variable(tree);
+    if (!known_module(read_handler(found)))
+        return std::nullopt;
+    // As the agent's own helper calls it: with the whole name of the column.
+    struct variable one = without_name(*found);
+    std::copy(column.begin(), column.end(), one.name);
+    one.namelen = static_cast<u_char>(column.size());
+    size_t octets = 0;
+    WriteMethod *unused = nullptr;
+    const u_char *value = one.findVar(&one, name, &length, 1, &octets, &unused);
+    if (value == nullptr)
+        return std::nullopt;
+    return std::string(reinterpret_cast<const char *>(value), octets);
 }
 
 bool module_serves_set() {

@@ -3,6 +3,10 @@
 #ifndef HOST_AGENT_MODULES_H
 #define HOST_AGENT_MODULES_H
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "platform/agent_ext.h"
 
 namespace xfhost {
@@ -15,6 +19,11 @@ const void *module_loaded(notification_handler *handler);
 // A module's last subscription has ended: the columns that it left registered
 // are unregistered.
 void module_unloaded(const void *module);
+
+// The octets of an instance of a module's column, as the module has them in
+// memory; nothing if there is none. For use while a module serves a SET, too.
+std::optional<std::string> read_instance(const std::vector<oid> &column,
+                                         oid index);
 
 // Whether the request in progress is a SET that a module which subscribed has
 // a part in.

@@ -16,6 +16,7 @@
 
 #include "host/agent/agent.h"
 #include "host/agent/copy_child.h"
+#include "host/agent/history.h"
 #include "host/agent/modules.h"
 #include "host/agent/save_watch.h"
 #include "host/base/log.h"
@@ -45,6 +46,18 @@ size_t outcome_of(const ipcbus_message *message) {
     return payload.size() < SAVE_END_RESULT + 4
                ? 1
                : get_be32(payload.data() + SAVE_END_RESULT);
+}
+
+// The history hears of every end, whoever waits for it.
+void note_end(const ipcbus_message &message, bool strange) {
+    const std::vector<uint8_t> &payload = message.wire.payload;
+    const uint32_t opcode = ipcbus_opc_get(&message);
+    if (opcode == IPCBUS_OPC_PROCD_COPY_RUN2START_DONE)
+        history_save_ended(payload);
+    if (opcode == IPCBUS_OPC_CONFIG_COPY_STATUS && !strange)
+        history_copy_ended(payload.size() < COPY_STATUS_SIZE
+                               ? 1
+                               : get_be32(payload.data() + COPY_STATUS_STATUS));
 }
 
 bool module_subscribed(const void *module) {
@@ -86,6 +99,7 @@ bool deliver(ipcbus_message *message) {
         !save_watch_ends(message->wire.payload);
     bool strange = ipcbus_opc_get(message) == IPCBUS_OPC_CONFIG_COPY_STATUS &&
                    !copy_child_reported(message->sender_pid);
+    note_end(*message, strange);
     if (found == subscriptions.end() || late || strange) {
         ipcbus_drop(nullptr, message);
         return false;

@@ -1,13 +1,8 @@
-// Who is asking: session, user and context of the request in progress. A child
-// that was forked while the request was served has its own copy of all of it.
+#include "host/agent/request.h"
+
 #include <cerrno>
 #include <new>
-#include <string>
 #include <string_view>
-
-#include <net-snmp/net-snmp-config.h>
-
-#include <net-snmp/net-snmp-includes.h>
 
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
@@ -68,8 +63,11 @@ std::string mapped_name(const netsnmp_pdu *pdu) {
     return name == nullptr ? "snmp" : name;
 }
 
-std::string user_name() {
-    netsnmp_pdu *pdu = current_pdu();
+} // namespace
+
+namespace xfhost {
+
+std::string request_user(const netsnmp_pdu *pdu) {
     if (pdu == nullptr)
         return "";
     if (pdu->version != SNMP_VERSION_1 && pdu->version != SNMP_VERSION_2c)
@@ -78,7 +76,15 @@ std::string user_name() {
     return mapped_name(pdu);
 }
 
-} // namespace
+std::string request_vrf(const netsnmp_pdu *pdu) {
+    const Settings *s = settings();
+    if (pdu != nullptr && pdu->contextName != nullptr &&
+        pdu->contextNameLen > 0)
+        return {pdu->contextName, pdu->contextNameLen};
+    return pdu == nullptr || s == nullptr ? "" : s->default_vrf;
+}
+
+} // namespace xfhost
 
 const char *get_snmp_sessionid(int) {
     static std::string text;
@@ -93,7 +99,7 @@ const char *get_snmp_sessionid(int) {
 const char *get_snmp_username(int) {
     static std::string text;
     try {
-        text = user_name();
+        text = request_user(current_pdu());
     } catch (const std::bad_alloc &) {
         text.clear();
     }
@@ -102,14 +108,8 @@ const char *get_snmp_username(int) {
 
 const char *snmp_get_ctx_vrf_for_current_req(int32_t *error) {
     static std::string text;
-    netsnmp_pdu *pdu = current_pdu();
-    const Settings *s = settings();
-    text.clear();
     try {
-        if (pdu != nullptr && pdu->contextName != nullptr)
-            text.assign(pdu->contextName, pdu->contextNameLen);
-        if (pdu != nullptr && text.empty() && s != nullptr)
-            text = s->default_vrf;
+        text = request_vrf(current_pdu());
     } catch (const std::bad_alloc &) {
         text.clear();
     }

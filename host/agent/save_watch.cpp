@@ -15,6 +15,7 @@
 
 #include "host/agent/agent.h"
 #include "host/agent/event_loop.h"
+#include "host/agent/history.h"
 #include "host/agent/notifications.h"
 #include "host/agent/response_queue.h"
 #include "host/base/log.h"
@@ -190,10 +191,13 @@ bool save_watch_permits(const WireMessage &message, uint32_t sap) {
 void save_watch_sent(const WireMessage &message, uint32_t sap) {
     if (!started)
         return;
-    if (ends_early(message, sap))
+    if (ends_early(message, sap)) {
+        history_save_stopped(token);
         forget();
+    }
     if (!asks_for_save(message, sap) || message.token == 0)
         return;
+    history_save_sent(message.token);
     try {
         watch_save(message.token);
         fabric = saves_in_fabric(message);
@@ -208,9 +212,12 @@ bool save_watch_awaits(const WireMessage &answer) {
     if (answer.token != token)
         return false;
     response_queue().wait_for(Fd());
-    if (answer.payload.size() < SAVE_ANSWER_SIZE ||
-        get_be32(answer.payload.data() + SAVE_ANSWER_RESULT) !=
-            PROCD_CFG_ACTION_ACCEPTED)
+    const uint32_t result =
+        answer.payload.size() < SAVE_ANSWER_SIZE
+            ? err_save_request
+            : get_be32(answer.payload.data() + SAVE_ANSWER_RESULT);
+    history_save_answered(token, result);
+    if (result != PROCD_CFG_ACTION_ACCEPTED)
         forget();
     return true;
 }

@@ -13,7 +13,7 @@
 namespace xfhost {
 namespace {
 
-constexpr int new_file = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+constexpr int new_file = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
 
 bool is_directory(const std::string &path) {
     struct stat found;
@@ -68,6 +68,7 @@ int BoundedFile::expect(uint64_t octets) const {
 int BoundedFile::write_at(uint64_t offset, std::string_view octets) {
     if (offset > most_ || octets.size() > most_ - offset)
         return EFBIG;
+    const std::string_view all = octets;
     while (!octets.empty()) {
         const ssize_t count = pwrite(file_.get(), octets.data(), octets.size(),
                                      static_cast<off_t>(offset));
@@ -78,7 +79,25 @@ int BoundedFile::write_at(uint64_t offset, std::string_view octets) {
         octets.remove_prefix(static_cast<size_t>(count));
         offset += static_cast<uint64_t>(count);
     }
+    octets_ += all.size();
+    if (offset - all.size() == moved_.octets())
+        moved_.take(all);
     return 0;
+}
+
+// What came before its turn is read again.
+Report BoundedFile::moved() {
+    char octets[65536];
+    while (moved_.octets() < octets_) {
+        const ssize_t count = pread(file_.get(), octets, sizeof octets,
+                                    static_cast<off_t>(moved_.octets()));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return {};
+        moved_.take({octets, static_cast<size_t>(count)});
+    }
+    return moved_.report();
 }
 
 FetchedFile::FetchedFile(const std::string &path)
@@ -96,7 +115,7 @@ int FetchedFile::open(uint64_t most) {
     if (is_directory(path_))
         return EISDIR;
     unlink(part_.c_str()); // of an earlier process of this id
-    Fd fd(::open(folder_.c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600));
+    Fd fd(::open(folder_.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
     if (!fd && (errno == EOPNOTSUPP || errno == EISDIR))
         fd = Fd(::open(part_.c_str(), new_file, 0600));
     if (!fd)

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "host/base/files.h"
+#include "host/history/moved.h"
 
 namespace xfhost {
 
@@ -34,10 +35,18 @@ class BoundedFile {
     int expect(uint64_t octets) const;
     // Writes all of them at an offset. Returns 0 or an error number.
     int write_at(uint64_t offset, std::string_view octets);
+    // All that was written so far.
+    uint64_t octets() const {
+        return octets_;
+    }
+    // The same with its digest, once there is no hole in the file.
+    Report moved();
 
   private:
     Fd file_;
     uint64_t most_ = 0;
+    Moved moved_; // what was written in its order
+    uint64_t octets_ = 0;
 };
 
 // A file to fetch. It gets its name when it is whole, so that a process that is

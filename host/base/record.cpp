@@ -1,6 +1,8 @@
 #include "host/base/record.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 
@@ -10,6 +12,11 @@
 #include "host/base/files.h"
 
 namespace xfhost {
+namespace {
+
+constexpr size_t sum_size = 8;
+
+} // namespace
 
 std::string quoted(std::string_view text) {
     std::string result = "\"";
@@ -27,6 +34,32 @@ std::string quoted(std::string_view text) {
         }
     }
     return result + '"';
+}
+
+std::string line_sum(std::string_view line) {
+    uint32_t hash = 2166136261u; // FNV-1a
+    for (char c : line)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+    char sum[sum_size + 1];
+    snprintf(sum, sizeof sum, "%08x", hash);
+    return sum;
+}
+
+std::string with_sum(std::string_view line) {
+    return line_sum(line).append(" ").append(line);
+}
+
+std::string_view without_sum(std::string_view text) {
+    if (text.size() <= sum_size + 1 || text[sum_size] != ' ' ||
+        line_sum(text.substr(sum_size + 1)) != text.substr(0, sum_size))
+        return {};
+    return text.substr(sum_size + 1);
+}
+
+std::string_view cut(std::string_view &rest, char separator) {
+    const std::string_view part = rest.substr(0, rest.find(separator));
+    rest.remove_prefix(std::min(rest.size(), part.size() + 1));
+    return part;
 }
 
 std::string timestamp() {

@@ -14,6 +14,7 @@
 #include "host/base/address.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
+#include "host/history/report.h"
 
 namespace xfhost {
 
@@ -150,6 +151,8 @@ constexpr Key keys[] = {
      }},
     {"table_rows",
      [](Settings &s, V v) { return set_number(s.table_rows, v, 1, 10000000); }},
+    {"history_rows",
+     [](Settings &s, V v) { return set_number(s.history_rows, v, 0, 100000); }},
     {"shell_names",
      [](Settings &s, V v) { return set_flag(s.shell_names, v); }},
     {"management_vrf",
@@ -226,6 +229,7 @@ std::string variable_of(const Key &key) {
 
 bool is_known(const std::string &name) {
     return !name.starts_with("XF_") || name == "XF_CONFIG" ||
+           name == report_variable ||
            std::any_of(std::begin(keys), std::end(keys), [&](const Key &key) {
                return variable_of(key) == name;
            });

@@ -37,6 +37,7 @@ struct Settings {
     std::string known_hosts;    // host keys; empty: in the state directory
     int64_t download_octets = int64_t{260} << 20; // of one file, at most
     int table_rows = 10000;   // rows of the copy table, at most
+    int history_rows = 1000;  // of the copy history, at most; 0: there is none
     bool shell_names = false; // names that a shell acts on, where one sees them
     std::string management_vrf; // the VRF that "management" is
     int apply_seconds = 120;

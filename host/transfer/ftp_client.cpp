@@ -48,7 +48,8 @@ struct Session {
     int source = -1;                    // of an upload
     uint64_t source_size = 0;           // its octets
     BoundedFile *destination = nullptr; // of a download
-    uint64_t octets = 0;                // moved
+    Moved sent;                         // by an upload
+    uint64_t received = 0;              // octets of a download
     FtpReplies replies;
     int64_t deadline = 0;          // of monotonic_ms
     std::optional<Failed> stopped; // from our side
@@ -108,7 +109,15 @@ void allow(Session &session, int seconds) {
 bool late(Session &session) {
     if (monotonic_ms() < session.deadline)
         return false;
-    stop(session, failure_of(Outcome::timeout));
+    const Settings &limits = session.settings;
+    const bool in = session.replies.logged_in();
+    stop(session,
+         failure_of(Outcome::timeout)
+             .because(
+                 in ? "the file was not moved within " +
+                          std::to_string(limits.transfer_seconds) + " seconds"
+                    : "the server did not let us in within " +
+                          std::to_string(limits.login_seconds) + " seconds"));
     return true;
 }
 
@@ -118,10 +127,10 @@ size_t read_file(char *buffer, size_t size, size_t count, void *argument) {
     auto session = static_cast<Session *>(argument);
     const ssize_t got = read(session->source, buffer, size * count);
     if (got >= 0) {
-        session->octets += static_cast<uint64_t>(got);
+        session->sent.take({buffer, static_cast<size_t>(got)});
         return static_cast<size_t>(got);
     }
-    stop(*session, {Outcome::other, "the local file cannot be read"});
+    stop(*session, source_failure(Outcome::other));
     return CURL_READFUNC_ABORT;
 }
 
@@ -136,9 +145,9 @@ size_t write_file(char *buffer, size_t size, size_t count, void *argument) {
     auto session = static_cast<Session *>(argument);
     const std::string_view octets(buffer, size * count);
     if (!taken(*session,
-               session->destination->write_at(session->octets, octets)))
+               session->destination->write_at(session->received, octets)))
         return 0;
-    session->octets += octets.size();
+    session->received += octets.size();
     return octets.size();
 }
 
@@ -419,39 +428,82 @@ Outcome end_of_session(CURLcode result, long os_error) {
     }
 }
 
+uint64_t moved(const Session &session) {
+    return session.copy.upload ? session.sent.octets() : session.received;
+}
+
 bool is_whole(const Session &session) {
     const FtpReplies &replies = session.replies;
     if (!session.copy.upload)
-        return replies.received(session.octets);
-    return session.octets == session.source_size &&
-           replies.stored(session.octets) && !session.torn;
+        return replies.received(moved(session));
+    return moved(session) == session.source_size &&
+           replies.stored(moved(session)) && !session.torn;
+}
+
+// Where it was when it ended.
+Step step_of(const Session &session, CURLcode result) {
+    if (session.replies.logged_in())
+        return Step::transfer;
+    return result == CURLE_COULDNT_CONNECT ? Step::connection : Step::login;
+}
+
+// Why a file is not whole though nobody has said that something failed.
+std::string what_is_missing(const Session &session) {
+    const FtpReplies &replies = session.replies;
+    if (replies.strange_size())
+        return "the server told a size that is no number of octets";
+    if (replies.size() && *replies.size() != moved(session))
+        return "the server told a size of " + std::to_string(*replies.size()) +
+               " octets, and " + std::to_string(moved(session)) + " were moved";
+    return "the server did not show that it had the whole file";
+}
+
+std::string reason_of(const Session &session, CURLcode result, long os_error) {
+    if (session.torn)
+        return "the connection broke before the server had taken everything";
+    if (result == CURLE_OK)
+        return what_is_missing(session);
+    return os_error != 0 ? strerror(static_cast<int>(os_error))
+                         : curl_easy_strerror(result);
+}
+
+Failed failure(const Session &session, CURLcode result, long os_error) {
+    if (session.stopped)
+        return *session.stopped;
+    const FtpReplies &replies = session.replies;
+    if (!replies.sensible())
+        return failure_of(Outcome::other)
+            .because("the server said what is no reply, or too much")
+            .quote(replies.last());
+    if (replies.failure() != Outcome::done)
+        return failure_of(replies.failure()).quote(replies.last());
+    return failure_of(session.torn ? Outcome::connection
+                                   : end_of_session(result, os_error))
+        .because(reason_of(session, result, os_error));
 }
 
 // Throws Failed unless the file has been moved whole.
 void run(Session &session) {
     long os_error = 0;
     const CURLcode result = perform(session, os_error);
-    if (session.stopped)
-        throw Failed(*session.stopped);
     const FtpReplies &replies = session.replies;
-    if (!replies.sensible())
-        throw failure_of(Outcome::other);
-    if (result == CURLE_OK && is_whole(session))
+    if (!session.stopped && replies.sensible() && result == CURLE_OK &&
+        is_whole(session))
         return;
-    if (replies.failure() != Outcome::done)
-        throw failure_of(replies.failure());
-    throw failure_of(session.torn ? Outcome::connection
-                                  : end_of_session(result, os_error));
+    throw failure(session, result, os_error)
+        .at(step_of(session, result))
+        .after(moved(session));
 }
 
 void put(Session &session) {
     const Fd source = source_of(session.copy.local);
     struct stat found;
     if (fstat(source.get(), &found) != 0)
-        throw Failed(Outcome::bad_name, "the local file cannot be read");
+        throw source_failure(Outcome::bad_name);
     session.source = source.get();
     session.source_size = static_cast<uint64_t>(found.st_size);
     run(session);
+    tell(session.sent.report());
 }
 
 void get(Session &session) {
@@ -469,7 +521,8 @@ void get(Session &session) {
 // or somebody's home directory.
 std::string remote_path(const std::string &name) {
     if (name.ends_with('/') || name.find('\xff') != std::string::npos)
-        throw Failed(Outcome::bad_name, "a file name that cannot be sent");
+        throw Failed(Outcome::bad_name, "a file name that cannot be sent")
+            .at(Step::request);
     return name.starts_with('-') || name.starts_with('~') ? "./" + name : name;
 }
 
@@ -478,8 +531,9 @@ std::string remote_path(const std::string &name) {
 void copy_over_ftp(const Settings &settings, const Copy &copy) {
     const Vrf &vrf = copy.login.vrf;
     Session session(settings, copy, remote_path(copy.remote));
-    if (vrf.kind == Vrf::Kind::name_space && enter_vrf(vrf) != 0)
-        throw Failed(Outcome::other, "the VRF cannot be entered");
+    if (vrf.kind == Vrf::Kind::name_space)
+        if (const int error = enter_vrf(vrf); error != 0)
+            throw vrf_failure(vrf.name, error);
     catch_signals();
     if (copy.upload)
         put(session);

@@ -17,7 +17,7 @@ Copy parse(const std::vector<std::string> &words) {
 int main(int argc, char **argv) {
     return run_copy(
         argc, argv,
-        {6, 4,
+        {"FTP", &Settings::ftp_port, 6, 4,
          "usage: snmp.ftp.expect SERVER LOCAL REMOTE USER PASSWORD put |"
          " SERVER REMOTE LOCAL USER PASSWORD get [VRF-ID]",
          parse, copy_over_ftp});

@@ -73,6 +73,7 @@ bool FtpReplies::take(std::string_view line) {
     if (!last || (open_ != 0 && code != open_))
         return false;
     open_ = 0;
+    last_ = line;
     return take_reply(code, line.substr(4));
 }
 

@@ -1,12 +1,13 @@
 // What an FTP server has said, as the protocol defines replies: a line "226
-// text" is one, and so are the lines from "226-text" to the next "226 text".
-// Nothing of the texts is kept.
+// text" is one, and so are the lines from "226-text" to the next "226 text". Of
+// the texts only the last line is kept, for reports.
 #ifndef HOST_TRANSFER_FTP_REPLIES_H
 #define HOST_TRANSFER_FTP_REPLIES_H
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "host/transfer/transfer.h"
@@ -66,6 +67,11 @@ class FtpReplies {
     // `done`.
     Outcome failure() const;
 
+    // The line that the last reply ended with, as it came.
+    const std::string &last() const {
+        return last_;
+    }
+
   private:
     enum class Command { greeting, user, pass, size, transfer, other };
 
@@ -91,6 +97,7 @@ class FtpReplies {
     bool began_ = false;
     bool strange_size_ = false;
     std::optional<uint64_t> size_;
+    std::string last_;
 };
 
 } // namespace xfhost

@@ -65,13 +65,15 @@ void enter(char **argv) {
     Vrf vrf;
     const int32_t id = vrf_id(argv[7]);
     if (id == 0 || !find_vrf(id, vrf))
-        throw Failed(Outcome::other, "there is no VRF of that name");
+        throw Failed(Outcome::other, "there is no VRF of that name")
+            .at(Step::vrf)
+            .because(printable(argv[7]) + ": there is no VRF of that name");
     int error =
         vrf.kind == Vrf::Kind::device ? start_again(vrf, argv) : enter_vrf(vrf);
     if (error == EPERM && vrf.kind == Vrf::Kind::name_space)
         error = start_again_in_vrf(vrf, argv);
     if (error != 0)
-        throw Failed(Outcome::other, "the VRF cannot be entered");
+        throw vrf_failure(argv[7], error);
 }
 
 void check(int result) {
@@ -97,5 +99,5 @@ void run(int argc, char **argv) {
 } // namespace
 
 int main(int argc, char **argv) {
-    return run_program("ovan-tftp", [&] { run(argc, argv); });
+    return run_program("ovan-tftp", {}, [&] { run(argc, argv); });
 }

@@ -22,7 +22,7 @@ Copy parse(const std::vector<std::string> &words) {
 
 int main(int argc, char **argv) {
     return run_copy(argc, argv,
-                    {3, 2,
+                    {"SCP", &Settings::ssh_port, 3, 2,
                      "usage: scp.expect LOCAL USER@SERVER:REMOTE PASSWORD |"
                      " USER@SERVER:REMOTE LOCAL PASSWORD [VRF-ID]",
                      parse, copy_over_ssh});

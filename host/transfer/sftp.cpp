@@ -56,6 +56,18 @@ constexpr size_t window = 64;
     throw Failed(Outcome::other, "the server does not speak SFTP");
 }
 
+// Its own words for it are not looked at.
+std::string words_of(uint32_t number) {
+    constexpr const char *words[] = {
+        "ok",         "end of file", "no such file",  "permission denied",
+        "failure",    "bad message", "no connection", "connection lost",
+        "unsupported"};
+    return "the server answered " +
+           (number < std::size(words) ? '"' + std::string(words[number]) + '"'
+                                      : "with the number") +
+           " (" + std::to_string(number) + ")";
+}
+
 // A refusal; `usual` is what it is unless its number says more.
 [[noreturn]] void refused(uint32_t number, Outcome usual) {
     switch (number) {
@@ -77,8 +89,9 @@ constexpr size_t window = 64;
         break;
     }
     if (usual == Outcome::other)
-        throw Failed(usual, "the server gave up the file");
-    throw failure_of(usual);
+        throw Failed(usual, "the server gave up the file")
+            .because(words_of(number));
+    throw failure_of(usual).because(words_of(number));
 }
 
 // There is no number for a full disk: a server says "failure" then.
@@ -390,25 +403,24 @@ void check_announced(const Attributes &told, const BoundedFile &file) {
         check_local(file.expect(*told.size));
 }
 
-// Sends all of a file; gives how many octets that were.
-uint64_t send_file(Session &session, RemoteFile &remote, int file) {
+// Sends all of a file.
+void send_file(Session &session, RemoteFile &remote, int file, Moved &moved) {
     std::set<uint32_t> asked;
     std::vector<char> octets(chunk);
-    uint64_t sent = 0;
     bool ended = false;
     while (!ended || !asked.empty()) {
         while (!ended && asked.size() < window) {
             ssize_t count = pread(file, octets.data(), octets.size(),
-                                  static_cast<off_t>(sent));
+                                  static_cast<off_t>(moved.octets()));
             if (count < 0)
-                throw Failed(Outcome::bad_name,
-                             "the local file cannot be read");
+                throw source_failure(Outcome::bad_name);
             ended = count == 0;
             if (ended)
                 break;
-            auto size = static_cast<size_t>(count);
-            asked.insert(remote.ask_write(sent, {octets.data(), size}));
-            sent += size;
+            const std::string_view next(octets.data(),
+                                        static_cast<size_t>(count));
+            asked.insert(remote.ask_write(moved.octets(), next));
+            moved.take(next);
         }
         if (asked.empty())
             break;
@@ -418,7 +430,6 @@ uint64_t send_file(Session &session, RemoteFile &remote, int file) {
         if (uint32_t number = answer.status_number(); number != ok)
             not_stored(number);
     }
-    return sent;
 }
 
 } // namespace
@@ -439,20 +450,22 @@ void sftp_get(Link &link, const std::string &name, BoundedFile &file) {
         refused(number, Outcome::other);
 }
 
-void sftp_put(Link &link, const std::string &name, int file) {
+void sftp_put(Link &link, const std::string &name, int file, Moved &moved) {
     struct stat local;
     if (fstat(file, &local) != 0)
-        throw Failed(Outcome::bad_name, "the local file cannot be read");
+        throw source_failure(Outcome::bad_name);
     Session session(link);
     RemoteFile remote(session, name, to_write, local.st_mode & 0777);
-    uint64_t sent = send_file(session, remote, file);
+    send_file(session, remote, file, moved);
     uint32_t number = remote.close();
     if (number != ok)
         not_stored(number);
     // Some take the file away at once, or do not tell.
     Attributes there = look_at(session, name, number);
-    if (there.size && *there.size != sent)
-        throw Failed(Outcome::other, "the server did not keep all of the file");
+    if (there.size && *there.size != moved.octets())
+        throw Failed(Outcome::other, "the server did not keep all of the file")
+            .because("the server kept " + std::to_string(*there.size) + " of " +
+                     std::to_string(moved.octets()) + " octets");
 }
 
 } // namespace xfhost

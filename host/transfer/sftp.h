@@ -32,8 +32,8 @@ void sftp_get(Link &link, const std::string &name, BoundedFile &file);
 
 // Makes the open file `file` the server's file `name`. Throws Failed unless the
 // server has taken every octet, has closed the file, and has a file of that
-// size then, if it tells a size.
-void sftp_put(Link &link, const std::string &name, int file);
+// size then, if it tells a size. `moved` counts what was sent.
+void sftp_put(Link &link, const std::string &name, int file, Moved &moved);
 
 } // namespace xfhost
 

@@ -17,7 +17,7 @@ Copy parse(const std::vector<std::string> &words) {
 int main(int argc, char **argv) {
     return run_copy(
         argc, argv,
-        {6, 2,
+        {"SFTP", &Settings::ssh_port, 6, 2,
          "usage: sftp.expect SERVER USER PASSWORD put LOCAL REMOTE |"
          " get REMOTE LOCAL [VRF-ID]",
          parse, copy_over_ssh});

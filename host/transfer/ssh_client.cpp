@@ -85,21 +85,38 @@ std::string program_beside_us(const char *name) {
     return path.substr(0, path.rfind('/') + 1) + name;
 }
 
+void put(const Settings &settings, const Copy &copy) {
+    const Fd source = source_of(copy.local);
+    Moved moved;
+    try {
+        SshClient client(settings, copy.login);
+        sftp_put(client, copy.remote, source.get(), moved);
+    } catch (Failed &failed) {
+        failed.after(moved.octets());
+        throw;
+    }
+    tell(moved.report());
+}
+
+void get(const Settings &settings, const Copy &copy) {
+    Destination destination(settings, copy.local);
+    try {
+        SshClient client(settings, copy.login);
+        sftp_get(client, copy.remote, destination.file());
+    } catch (Failed &failed) {
+        failed.after(destination.file().octets());
+        throw;
+    }
+    destination.keep();
+}
+
 } // namespace
 
 void copy_over_ssh(const Settings &settings, const Copy &copy) {
-    if (copy.upload) {
-        Fd source = source_of(copy.local);
-        SshClient client(settings, copy.login);
-        sftp_put(client, copy.remote, source.get());
-        return;
-    }
-    Destination destination(settings, copy.local);
-    {
-        SshClient client(settings, copy.login);
-        sftp_get(client, copy.remote, destination.file());
-    }
-    destination.keep();
+    if (copy.upload)
+        put(settings, copy);
+    else
+        get(settings, copy);
 }
 
 std::string known_hosts_file(const Settings &settings, int32_t vrf) {
@@ -110,8 +127,9 @@ std::string known_hosts_file(const Settings &settings, int32_t vrf) {
 }
 
 SshClient::SshClient(const Settings &settings, const Login &login)
-    : transfer_ms_(settings.transfer_seconds * int64_t{1000}),
-      deadline_(monotonic_ms() + settings.login_seconds * int64_t{1000}),
+    : login_seconds_(settings.login_seconds),
+      transfer_seconds_(settings.transfer_seconds),
+      deadline_(monotonic_ms() + login_seconds_ * int64_t{1000}),
       to_(make_pipe()), from_(make_pipe()), log_(make_pipe()),
       let_in_(make_pipe()), password_(make_pipe()) {
     make_nonblocking(password_.in);
@@ -217,9 +235,14 @@ void SshClient::set_environment() const {
 // Milliseconds, above 0.
 int SshClient::time_left() const {
     const int left = ms_until(deadline_);
-    if (left == 0)
-        throw failure_of(Outcome::timeout);
-    return left;
+    if (left > 0)
+        return left;
+    throw failure_of(Outcome::timeout)
+        .at(is_let_in_ ? Step::transfer : Step::login)
+        .because(is_let_in_ ? "the file was not moved within " +
+                                  std::to_string(transfer_seconds_) + " seconds"
+                            : "the server did not let us in within " +
+                                  std::to_string(login_seconds_) + " seconds");
 }
 
 void SshClient::read_log() {
@@ -228,8 +251,11 @@ void SshClient::read_log() {
     if (count <= 0)
         return;
     said_.append(octets, static_cast<size_t>(count));
-    if (said_.size() > most_said)
-        said_.erase(0, said_.size() - most_said);
+    if (said_.size() <= most_said)
+        return;
+    // Whole lines stay: a report may quote one.
+    const size_t end = said_.find('\n', said_.size() - most_said);
+    said_.erase(0, end == said_.npos ? end : end + 1);
 }
 
 // Believed once.
@@ -239,7 +265,7 @@ void SshClient::was_let_in() {
         return;
     let_in_.out.reset();
     is_let_in_ = true;
-    deadline_ = monotonic_ms() + transfer_ms_;
+    deadline_ = monotonic_ms() + transfer_seconds_ * int64_t{1000};
 }
 
 // Waits until a descriptor is ready.

@@ -48,7 +48,7 @@ class SshClient : public Link {
     void was_let_in();
     [[noreturn]] void ended();
 
-    int64_t transfer_ms_;
+    const int login_seconds_, transfer_seconds_;
     int64_t deadline_; // of monotonic_ms
     // `let_in_` has an octet once the login is over; the client takes the
     // password from `password_`, where it is once.

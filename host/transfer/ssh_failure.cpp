@@ -22,20 +22,36 @@ bool of_timeout(std::string_view line) {
            matches(line, "ssh: connect to host ", " timed out");
 }
 
+Failed of_host_key(std::string_view log) {
+    Failed failed = failure_of(Outcome::host_key).at(Step::host_key);
+    if (log.find("HOST IDENTIFICATION HAS CHANGED") == log.npos)
+        return failed.because("the server's host key is not known");
+    return failed.because("the server's host key is another than the known one")
+        .advise("Find out why it has changed. Then, on the switch, take the "
+                "old key out of known_hosts and enrol the server again with "
+                "xfenrol.");
+}
+
+std::string_view last_line(std::string_view log) {
+    log = log.substr(0, log.find_last_not_of("\r\n") + 1);
+    return log.substr(log.find_last_of("\r\n") + 1);
+}
+
 } // namespace
 
 Failed ssh_failure(bool let_in, std::string_view log) {
-    while (!log.empty()) {
-        std::string_view line = log.substr(0, log.find('\n'));
-        log.remove_prefix(std::min(log.size(), line.size() + 1));
+    const Step step = let_in ? Step::transfer : Step::connection;
+    for (std::string_view rest = log; !rest.empty();) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
         if (of_timeout(line))
-            return failure_of(Outcome::timeout);
+            return failure_of(Outcome::timeout).at(step).quote(line);
         if (!let_in && line.starts_with("Host key verification failed."))
-            return failure_of(Outcome::host_key);
+            return of_host_key(log);
         if (!let_in && of_login(line))
-            return failure_of(Outcome::login);
+            return failure_of(Outcome::login).at(Step::login).quote(line);
     }
-    return failure_of(Outcome::connection);
+    return failure_of(Outcome::connection).at(step).quote(last_line(log));
 }
 
 } // namespace xfhost

@@ -51,7 +51,8 @@ void start_again_if_needed(std::string_view id, char **argv) {
         start_again_in_vrf(vrf, argv);
 }
 
-void run(std::vector<std::string> arguments, const Program &program) {
+void run(std::vector<std::string> arguments, const Program &program,
+         Attempt &attempt) {
     int32_t vrf = own_network_id;
     if (arguments.size() == program.arguments + 1) {
         vrf = parse_vrf(arguments.back());
@@ -64,8 +65,12 @@ void run(std::vector<std::string> arguments, const Program &program) {
     const Settings *s = settings();
     if (s == nullptr)
         throw Failed(Outcome::usage, "the settings cannot be read");
+    attempt = {program.protocol, s->*program.port, copy};
     if (!find_vrf(vrf, copy.login.vrf))
-        throw Failed(Outcome::other, "there is no VRF with that id");
+        throw Failed(Outcome::other, "there is no VRF with that id")
+            .at(Step::vrf)
+            .because("there is no VRF with the id " + std::to_string(vrf));
+    attempt.copy.login.vrf = copy.login.vrf;
     program.move(*s, copy);
 }
 
@@ -91,14 +96,29 @@ Failed failure_of(Outcome outcome) {
 }
 
 Failed file_failure(int error, Outcome usual, const char *text) {
-    return is_no_room(error) ? failure_of(Outcome::no_space)
-                             : Failed(usual, text);
+    Failed failed =
+        is_no_room(error) ? failure_of(Outcome::no_space) : Failed(usual, text);
+    return failed.at(Step::storing)
+        .because(std::string(failed.what()) + ": " + strerror(error));
+}
+
+Failed vrf_failure(const std::string &name, int error) {
+    return Failed(Outcome::other, "the VRF cannot be entered")
+        .at(Step::vrf)
+        .because(name + ": " + strerror(error));
+}
+
+Failed source_failure(Outcome outcome) {
+    constexpr const char *text = "the local file cannot be read";
+    return Failed(outcome, text)
+        .at(Step::source)
+        .because(std::string(text) + ": " + strerror(errno));
 }
 
 Fd source_of(const std::string &path) {
     Fd file = open_source(path);
     if (!file)
-        throw Failed(Outcome::bad_name, "the local file cannot be read");
+        throw source_failure(Outcome::bad_name);
     return file;
 }
 
@@ -115,6 +135,7 @@ void Destination::keep() {
     const int error = fetched_.keep();
     if (error != 0)
         throw file_failure(error, Outcome::other, "the file could not be kept");
+    tell(fetched_.file().moved());
 }
 
 Copy copy_of(Login login, const std::string &direction, const std::string &from,
@@ -127,7 +148,8 @@ Copy copy_of(Login login, const std::string &direction, const std::string &from,
 }
 
 int run_copy(int argc, char **argv, const Program &program) {
-    return run_program(argv[0], [&] {
+    Attempt attempt;
+    return run_program(argv[0], attempt, [&] {
         std::vector<std::string> arguments(argv + 1, argv + argc);
         if (arguments.size() == program.arguments + 1)
             start_again_if_needed(arguments.back(), argv);
@@ -135,11 +157,12 @@ int run_copy(int argc, char **argv, const Program &program) {
         if (program.password < arguments.size())
             explicit_bzero(argv[1 + program.password],
                            arguments[program.password].size());
-        run(std::move(arguments), program);
+        run(std::move(arguments), program, attempt);
     });
 }
 
-int run_program(const char *self, const std::function<void()> &what) {
+int run_program(const char *self, const Attempt &attempt,
+                const std::function<void()> &what) {
     const char *slash = strrchr(self, '/');
     const char *name = slash != nullptr ? slash + 1 : self;
     try {
@@ -147,6 +170,7 @@ int run_program(const char *self, const std::function<void()> &what) {
         return static_cast<int>(Outcome::done);
     } catch (const Failed &failed) {
         fprintf(stderr, "%s: %s\n", name, failed.what());
+        tell(failed.report(attempt));
         return static_cast<int>(failed.outcome());
     } catch (const std::exception &) {
         fprintf(stderr, "%s: no memory\n", name);

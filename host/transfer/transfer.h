@@ -1,19 +1,22 @@
 // What the programs that move files have in common. They are judged by their
 // exit code; the line that they print on standard error never has the password
-// or a text of the server in it.
+// or a text of the server in it. A report may quote the server.
 #ifndef HOST_TRANSFER_TRANSFER_H
 #define HOST_TRANSFER_TRANSFER_H
 
 #include <cstddef>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/base/local_file.h"
 #include "host/base/settings.h"
 #include "host/base/vrf.h"
+#include "host/history/report.h"
 
 namespace xfhost {
 
@@ -30,7 +33,20 @@ enum class Outcome {
     other = 8
 };
 
-// How a transfer failed. `text` lives for ever.
+// What a program was doing when it failed.
+enum class Step {
+    request, // looking at its arguments
+    vrf,
+    source, // reading the local file
+    connection,
+    host_key,
+    login,
+    transfer,
+    storing // of the local file
+};
+
+// How a transfer failed. `text` lives for ever and is what the program prints;
+// everything else is for the report alone.
 class Failed : public std::exception {
   public:
     Failed(Outcome outcome, const char *text)
@@ -42,9 +58,42 @@ class Failed : public std::exception {
         return text_;
     }
 
+    // Where it failed, unless that is known already.
+    Failed &at(Step step) {
+        if (!step_)
+            step_ = step;
+        return *this;
+    }
+    // What exactly went wrong, instead of the text.
+    Failed &because(std::string words) {
+        because_ = std::move(words);
+        return *this;
+    }
+    // What the server said, or the client that spoke with it, as it came.
+    Failed &quote(std::string_view words) {
+        quote_ = words;
+        return *this;
+    }
+    // What to do about it, if that is something special.
+    Failed &advise(std::string words) {
+        advice_ = std::move(words);
+        return *this;
+    }
+    // How much had been moved by then.
+    Failed &after(uint64_t octets) {
+        octets_ = octets;
+        return *this;
+    }
+
+    // For the report. A quotation that holds the password is left out.
+    Report report(const struct Attempt &attempt) const;
+
   private:
     Outcome outcome_;
     const char *text_;
+    std::optional<Step> step_;
+    std::optional<uint64_t> octets_;
+    std::string because_, quote_, advice_;
 };
 
 // The failures that every protocol has, each with its text. Any other outcome
@@ -53,6 +102,12 @@ Failed failure_of(Outcome outcome);
 
 // What an error number of a local file means: no_space, or else `usual`.
 Failed file_failure(int error, Outcome usual, const char *text);
+
+// A VRF that cannot be entered for this error number.
+Failed vrf_failure(const std::string &name, int error);
+
+// A local file that is sent and cannot be read, for the reason in errno.
+Failed source_failure(Outcome outcome);
 
 // As open_source, but throws Failed.
 Fd source_of(const std::string &path);
@@ -69,8 +124,8 @@ class Destination {
     const char *part() const {
         return fetched_.part().c_str();
     }
-    // Gives it its name. Throws Failed if that cannot be done; then there is no
-    // new file.
+    // Gives it its name and tells what has come. Throws Failed if that cannot
+    // be done; then there is no new file.
     void keep();
 
   private:
@@ -96,8 +151,17 @@ struct Copy {
 Copy copy_of(Login login, const std::string &direction, const std::string &from,
              const std::string &to);
 
+// What a report says of a copy beside its failure; empty before it is known.
+struct Attempt {
+    const char *protocol = "";
+    int port = 0;
+    Copy copy;
+};
+
 // A program that moves a file.
 struct Program {
+    const char *protocol;
+    int Settings::*port;
     size_t arguments; // without its own name, and without the id of a VRF,
                       // which may stand behind them
     size_t password;  // which of them that is, from 0
@@ -111,8 +175,9 @@ struct Program {
 int run_copy(int argc, char **argv, const Program &program);
 
 // Runs `what` of a program whose argv[0] is `self`; a Failed becomes the one
-// line. Returns the exit code.
-int run_program(const char *self, const std::function<void()> &what);
+// line, and a report about the attempt. Returns the exit code.
+int run_program(const char *self, const Attempt &attempt,
+                const std::function<void()> &what);
 
 } // namespace xfhost
 

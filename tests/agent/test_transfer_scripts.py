@@ -68,9 +68,11 @@ def test_every_octet_arrives(client, server, protocol, size):
     content = os.urandom(size)
     assert client.put(protocol, client.stage(content), "up") == DONE
     assert server.content("up") == content
+    client.moved(content)
     content = server.offer("down", os.urandom(size))
     assert client.get(protocol, "down", "down.cfg") == DONE
     assert client.staged()[b"down.cfg"] == content
+    client.moved(content)
     assert client.said == ""
 
 
@@ -95,6 +97,7 @@ def test_names_with_control_characters_are_refused(client, server, protocol,
     assert client.get(protocol, name, "new") == BAD_NAME
     assert client.get(protocol, "x", name) == BAD_NAME
     assert "cannot be sent" in client.said
+    client.told("Checking the request: a file name that cannot be sent")
     assert set(os.listdir(server.files)) == before
     assert set(client.staged()) == {b"local.cfg"}
 
@@ -102,6 +105,7 @@ def test_names_with_control_characters_are_refused(client, server, protocol,
 def test_ftp_refuses_what_telnet_would_change(client, usual):
     client.reach("ftp", usual["ftp"])
     assert client.put("ftp", client.stage(b"x"), b"x\xff") == BAD_NAME
+    client.told("Checking the request: a file name that cannot be sent")
     client.reach("sftp", usual["sftp"])
     assert client.put("sftp", client.stage(b"x"), b"x\xff") == DONE
 
@@ -122,6 +126,10 @@ def test_wrong_password(client, server, protocol):
     server.offer("x", b"x")
     assert client.get(protocol, "x", "new") == LOGIN
     assert client.put(protocol, client.stage(b"x"), "refused") == LOGIN
+    client.told(f'Logging in as "{USER}" at 127.0.0.2 port {server.port} '
+                f'({protocol.upper()}): the server refused the login: "',
+                "530 Login incorrect." if protocol == "ftp"
+                else "Permission denied (")
     assert not (server.files / "refused").exists()
     assert set(client.staged()) == {b"local.cfg"}
 
@@ -130,24 +138,36 @@ def test_wrong_password(client, server, protocol):
 def test_passwords_are_not_commands(client, server, protocol, password):
     client.password = password
     assert client.get(protocol, "x", "new") == LOGIN
+    client.told("the request: a password that cannot be sent"
+                if "\n" in password else "Logging in as ")
     assert client.staged() == {}
 
 
 def test_missing_file(client, server, protocol):
     client.stage(b"old", b"kept")
     assert client.get(protocol, "missing", "kept") == BAD_NAME
+    client.told('Fetching "missing" from 127.0.0.2 port',
+                '"550 Failed to open file."' if protocol == "ftp"
+                else 'the server answered "no such file" (2)')
     assert client.staged() == {b"kept": b"old"}
 
 
 def test_folder_that_is_missing(client, server, protocol):
     assert client.put(protocol, client.stage(b"x"), "missing/x") == BAD_NAME
+    client.told('Sending "missing/x" to 127.0.0.2 port', '"553 Could not'
+                if protocol == "ftp" else '"no such file" (2)')
     assert client.put(protocol, "/missing/x", "x2") == BAD_NAME
+    client.told("Reading the file to send: the local file cannot be read: No "
+                "such file or directory")
     assert not (server.files / "x2").exists()
 
 
 def test_full_disk_of_the_server(client, server, protocol):
     local = client.stage(os.urandom(500_000))
     assert client.put(protocol, local, "full/x") == NO_SPACE
+    client.told('Sending "full/x" to', '"4' if protocol == "ftp"
+                else 'the server answered "failure" (4)')
+    assert client.report["advice"] == "Make room on the server."
 
 
 def test_full_disk_here(client, server, protocol):
@@ -157,6 +177,7 @@ def test_full_disk_here(client, server, protocol):
                      ' "$@" && exit; s=$?; ls -A; exit $s', "sh"]
     assert client.get(protocol, "large", "large") == NO_SPACE
     assert "large\n" not in client.said and ".transfer" not in client.said
+    client.told("Storing the fetched file: no space for the file: No space")
 
 
 def test_disk_that_tells_no_size(client, server, protocol):
@@ -170,6 +191,7 @@ def test_limit_of_the_process(client, server, protocol):
     server.offer("large", os.urandom(500_000))
     client.prefix = ["prlimit", "--fsize=100000"]
     assert client.get(protocol, "large", "large") == NO_SPACE
+    client.told("Storing the fetched file: no space for the file: File too")
     assert client.staged() == {}
 
 
@@ -177,6 +199,7 @@ def test_local_links_lead_nowhere(client, server, protocol):
     link = client.folder / "link"
     link.symlink_to(os.fsdecode(client.stage(b"precious")))
     assert client.put(protocol, "link", "linked") == BAD_NAME
+    client.told("Reading the file to send: ", "symbolic links")
     assert not (server.files / "linked").exists()
     server.offer("x", b"new")
     assert client.get(protocol, "x", "link") == DONE
@@ -188,6 +211,9 @@ class TestHostKeys:
     def test_unknown(self, client, usual, protocol):
         client.settings["ssh_port"] = usual[protocol].port
         assert client.get(protocol, "x", "new") == HOST_KEY
+        client.told("Checking the host key of 127.0.0.2 port",
+                    "the server's host key is not known")
+        assert client.report["advice"].endswith(": xfenrol 127.0.0.2")
 
     def test_another_one(self, client, usual, servers, protocol):
         client.reach(protocol, usual[protocol])
@@ -196,6 +222,8 @@ class TestHostKeys:
             other.known_host.partition(" ")[2]
         client.trust(None, line)
         assert client.get(protocol, "x", "new") == HOST_KEY
+        client.told("host key is another than the known one")
+        assert "old key out of known_hosts" in client.report["advice"]
         assert (client.state / "known_hosts").read_text() == line
 
     def test_enrolled(self, client, usual, protocol):
@@ -227,6 +255,7 @@ class TestTroubledSsh:
         server = servers.ssh(stalls=True)
         start = time.monotonic()
         assert self.copy(client, server, protocol, direction) == TIMEOUT
+        client.told("ing \"", "the file was not moved within 2 seconds")
         assert time.monotonic() - start < 15
         assert set(client.staged()) == {b"local.cfg"}
 
@@ -235,6 +264,8 @@ class TestTroubledSsh:
         server.offer("large", bytes(5_000_000))
         relay = servers.relay(server, 1_000_000)
         assert self.copy(client, relay, protocol, direction) == CONNECTION
+        client.told("ing \"", "the connection failed or was lost")
+        assert 0 < client.report["octets"] <= 5_000_000
         assert set(client.staged()) == {b"local.cfg"}
 
 
@@ -244,6 +275,7 @@ def test_ftp_server_that_stalls(client, servers):
                  lambda: client.put("ftp", client.stage(b"x"), "x")):
         client.reach("ftp", servers.ftp_double())
         assert copy() == TIMEOUT
+        client.told("ing \"x\"", "the file was not moved within 2 seconds")
     assert set(client.staged()) == {b"local.cfg"}
 
 
@@ -253,6 +285,7 @@ def test_ftp_server_that_dies(client, servers):
                                     "x")):
         client.reach("ftp", servers.ftp_double(dies_after=100_000))
         assert copy() == CONNECTION
+        client.told("ing \"x\"")
     assert set(client.staged()) == {b"local.cfg"}
 
 
@@ -260,12 +293,15 @@ def test_server_that_says_nothing(client, servers, protocol):
     client.settings["login_seconds"] = 2
     client.reach(protocol, servers.ftp_double(silent=True))
     assert client.get(protocol, "x", "new") == TIMEOUT
+    client.told("Logging in as ", "the server did not let us in within 2 ")
 
 
 def test_no_server(client, protocol):
     port = free_tcp_port()
     client.settings.update(ftp_port=port, ssh_port=port)
     assert client.get(protocol, "x", "new") == CONNECTION
+    client.told(f"Connecting to 127.0.0.2 port {port} ({protocol.upper()}): ",
+                "Connection refused")
 
 
 @pytest.mark.skipif(not ipv6_loopback(), reason="no IPv6 loopback address")
@@ -292,6 +328,7 @@ def test_ipv6(client, servers, protocol):
     ("scp.expect", ["u@-oProxyCommand=x:a", "b", "p"])])
 def test_arguments_that_make_no_sense(client, script, arguments):
     assert client.run(script, *arguments) == USAGE
+    client.told("Checking the request: ")
     assert client.staged() == {}
 
 
@@ -331,6 +368,7 @@ def test_tftp_program_in_a_vrf_that_is_not_there(client):
     assert client.run("ovan-tftp", "1", "127.0.0.2", "69", "local.cfg", "x",
                       "1", "no-such-vrf") == OTHER
     assert "VRF" in client.said
+    client.told("Entering the VRF: no-such-vrf: there is no VRF of that name")
 
 
 def test_password_is_on_no_other_command_line(client, servers, protocol):

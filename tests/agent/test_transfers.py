@@ -5,6 +5,7 @@ import subprocess
 
 import pytest
 
+import history
 import lab
 from snmp import (BAD_FILE_NAME, CREATE_AND_WAIT, DESTROY, NETWORK, NO_CONFIG,
                   NO_MEMORY, RUNNING, STARTUP, STAY_STAGED, TIMEOUT, UNKNOWN,
@@ -420,6 +421,11 @@ def test_vrf_of_the_request(make_installed, servers, vrfs, protocol):
                                        ADDRESS, xfCopyVRFName=blue)))
     agent.succeeds(20)
     assert made[blue].content("own") == b"hostname own\n"
+    # All contexts show one history; it has the VRF of each copy.
+    copies = history.entries(in_context(agent, red))
+    assert copies == history.entries(agent.station)
+    assert [each.vrf for each in copies.values()] == \
+        [red, red, blue, blue, blue]
     assert not (made[red].files / "own").exists()
 
 

@@ -1,14 +1,19 @@
 """The programs that move files, run by themselves."""
 
+import hashlib
 import os
+import re
 import subprocess
 
 import lab
+from reports import begin_report, read_report
 from tools import clean_environment
 from transfer_servers import PASSWORD, USER
 
 (DONE, TIMEOUT, BAD_NAME, NO_SPACE, LOGIN, HOST_KEY, CONNECTION, USAGE,
  OTHER) = range(9)
+STEPS = ("Checking the (request|host key of )|Entering the VRF|Reading the file "
+         "to send|Connecting to |Logging in as |(Sending|Fetching) |Storing ")
 BIN = lab.BUILD / "root/brim/bin"
 
 
@@ -25,10 +30,17 @@ class Client:
         self.prefix = []
         self.password = PASSWORD
         self.said = ""
+        self.report = {}
+        self.report_file = folder / "report"
 
     @property
     def environment(self):
-        return clean_environment(self.settings)
+        return clean_environment(self.settings) | {
+            "XF_COPY_REPORT": str(self.report_file)}
+
+    @property
+    def reason(self):
+        return self.report.get("reason", "")
 
     def trust(self, server, line=None):
         (self.state / "known_hosts").write_text(line or server.known_host)
@@ -46,6 +58,7 @@ class Client:
             stderr=subprocess.PIPE)
 
     def run(self, program, *arguments):
+        begin_report(self.report_file)
         done = subprocess.run(
             [*self.prefix, BIN / program, *arguments], cwd=self.folder,
             env=self.environment, stdin=subprocess.DEVNULL,
@@ -54,7 +67,30 @@ class Client:
         assert not self.password or self.password not in self.said
         assert not [each for each in os.listdir(self.folder)
                     if each.startswith(".transfer-")]
+        if str(program).endswith((".expect", "tftp")):
+            self.check_report(done.returncode)
         return done.returncode
+
+    def told(self, *parts):
+        for part in parts:
+            assert part in self.reason, self.reason
+
+    def moved(self, content):
+        assert self.report["octets"] == len(content)
+        assert self.report["sha256"] == hashlib.sha256(content).hexdigest()
+
+    def check_report(self, code):
+        """Each failure has a reason that names a step, and an advice."""
+        self.report = read_report(self.report_file)
+        assert len(self.password) < 2 or \
+            self.password not in self.report_file.read_text()
+        assert (code != DONE) == bool(self.reason)
+        if code == DONE:
+            assert len(self.report["sha256"]) == 64
+            return
+        assert re.match(STEPS, self.reason), self.reason
+        assert "unknown" not in self.reason
+        assert self.report["advice"]
 
     def put(self, protocol, local, remote, server="127.0.0.2", vrf=()):
         remote = os.fsencode(remote)

@@ -109,7 +109,8 @@ void try_download(Line &line, Fd memory) {
 void try_upload(Line &line, int file) {
     FUZZ_CHECK(ftruncate(file, upload_size) == 0, "no memory");
     try {
-        sftp_put(line, "x.cfg", file);
+        Moved moved;
+        sftp_put(line, "x.cfg", file, moved);
     } catch (const Failed &failed) {
         check_failure(failed);
         return;
