@@ -21,6 +21,7 @@ constexpr const char *kept_name = "system.cfg";
 constexpr const char *frr_name = "frr.conf";
 constexpr const char *frr_new_name = ".frr.conf.new";
 constexpr const char *frr_user = "frr";
+constexpr const char *before_name = "before-apply.cfg";
 
 bool with_frr() {
     const Settings *s = settings();
@@ -162,6 +163,26 @@ std::string startup_difference() {
                ? ""
                : path + " is not the startup configuration that was saved "
                         "last: FRR starts with another one";
+}
+
+bool keep_before(const std::string &text) {
+    Fd state = open_state_directory();
+    return state && replace_durably(state.get(), before_name, text);
+}
+
+void forget_before() {
+    Fd state = open_state_directory();
+    if (state && unlinkat(state.get(), before_name, 0) != 0 && errno != ENOENT)
+        log_message(LOG_WARNING, "%s: %s", before_name, strerror(errno));
+}
+
+std::string left_by_apply() {
+    Fd state = open_state_directory();
+    if (!state || faccessat(state.get(), before_name, F_OK, 0) != 0)
+        return "";
+    return "a file was applied in part and not taken back; " +
+           settings()->state_directory + "/" + before_name +
+           " is the configuration of before";
 }
 
 } // namespace xfhost

@@ -31,6 +31,14 @@ bool keep_shown(const std::string &text,
 // alike, or if there is only one by the settings.
 std::string startup_difference();
 
+// While a text is applied all or nothing, the configuration of before is in the
+// state directory. It stays there if that was cut off. False with errno set.
+bool keep_before(const std::string &text);
+void forget_before();
+
+// What a person is told if it was cut off; empty if not.
+std::string left_by_apply();
+
 } // namespace xfhost
 
 #endif

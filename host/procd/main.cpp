@@ -63,8 +63,9 @@ int main(int count, char **) {
     Manager manager(*s);
     if (!manager.start())
         return 71;
-    if (std::string differs = startup_difference(); !differs.empty())
-        log_message(LOG_WARNING, "%s", differs.c_str());
+    for (const std::string &left : {startup_difference(), left_by_apply()})
+        if (!left.empty())
+            log_message(LOG_WARNING, "%s", left.c_str());
     tell_ready();
     manager.serve(stop.get());
     return 0;

@@ -446,13 +446,14 @@ bool FrrApply::go_back(std::string &why) {
 
 void FrrApply::note_restored(const std::string &shown, const std::string &why) {
     FrrShown now(shown);
+    went_back_ = !shown.empty() && now.paths == before_.paths;
     if (shown.empty())
         restored_ = "whether the configuration of before was put back is "
                     "not known: " +
                     why;
     else if (shown == before_text_)
         restored_ = "the configuration of before was put back";
-    else if (now.paths == before_.paths)
+    else if (went_back_)
         restored_ = "the configuration of before was put back, in another "
                     "order";
     else

@@ -60,6 +60,11 @@ class FrrApply {
     // be told, for the reason `why`.
     void note_restored(const std::string &shown, const std::string &why);
 
+    // Whether all good lines are there, or the configuration of before is.
+    bool whole() const {
+        return !must_go_back() || went_back_;
+    }
+
     // The outcome, and a text for the results file.
     void report(ApplyResult &result, std::string &results) const;
 
@@ -92,7 +97,7 @@ class FrrApply {
     std::vector<std::string> notes_; // most_notes at most
     std::string restored_;           // what note_restored() has found
     size_t searches_ = 0;
-    bool sent_ = false, stopped_ = false;
+    bool sent_ = false, stopped_ = false, went_back_ = false;
     std::chrono::steady_clock::time_point start_;
 };
 

@@ -8,7 +8,7 @@
 #include <fcntl.h>
 
 #include "host/base/record.h"
-#include "host/qsh/frr_apply.h"
+#include "host/base/startup_config.h"
 
 namespace xfhost {
 namespace {
@@ -147,27 +147,45 @@ bool FrrBackend::apply(std::string_view text, ApplyResult &result,
         return false;
     FrrApply apply(settings_, text);
     apply.start_check();
-    if (!show_locked(before, why))
+    if (!show_locked(before, why) || !all_or_nothing(before, results, why))
         return false;
     bool known = apply.run(before, why);
     std::string after;
     if (known && !show_locked(after, why))
         known = false;
-    if (!known) {
+    if (known) {
+        apply.verify(after);
+        if (settings_.apply_atomic && apply.must_go_back())
+            go_back(apply, why);
+        apply.report(result, results);
+    }
+    if (settings_.apply_atomic && (known ? apply.whole() : !apply.sent()))
+        forget_before();
+    if (!known)
         why =
             (apply.sent() ? "the configuration may have been applied in part: "
                           : "nothing was applied: ") +
             why;
-        return false;
-    }
-    apply.verify(after);
-    if (settings_.apply_atomic && apply.must_go_back()) {
-        std::string restored;
-        bool shown = apply.go_back(why) && show_locked(restored, why);
-        apply.note_restored(shown ? restored : "", why);
-    }
-    apply.report(result, results);
-    return true;
+    return known;
+}
+
+// What an earlier one has left is said, before it is lost.
+bool FrrBackend::all_or_nothing(const std::string &before, std::string &results,
+                                std::string &why) {
+    std::string left = left_by_apply();
+    if (!left.empty())
+        results += left + "\n";
+    if (!settings_.apply_atomic || keep_before(before))
+        return true;
+    why = std::string("the configuration of before cannot be kept: ") +
+          strerror(errno);
+    return false;
+}
+
+void FrrBackend::go_back(FrrApply &apply, std::string &why) {
+    std::string restored;
+    bool shown = apply.go_back(why) && show_locked(restored, why);
+    apply.note_restored(shown ? restored : "", why);
 }
 
 bool FrrBackend::accept(std::string &why) {

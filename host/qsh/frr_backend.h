@@ -7,7 +7,7 @@
 
 #include "host/base/files.h"
 #include "host/qsh/backend.h"
-#include "host/qsh/frr_reader.h"
+#include "host/qsh/frr_apply.h"
 #include "host/qsh/vtysh.h"
 
 namespace xfhost {
@@ -24,6 +24,9 @@ class FrrBackend : public Backend {
   private:
     bool lock(std::string &why);
     bool whole(const std::string &answering, std::string &why);
+    bool all_or_nothing(const std::string &before, std::string &results,
+                        std::string &why);
+    void go_back(FrrApply &apply, std::string &why);
     bool show_locked(std::string &text, std::string &why);
 
     const Settings &settings_;

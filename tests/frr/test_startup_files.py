@@ -107,6 +107,10 @@ def slow_vtysh(router):
     return make
 
 
+def left(router):
+    return router.folder / "state/before-apply.cfg"
+
+
 def sent(router):
     return len((router.folder / "count").read_text())
 
@@ -123,9 +127,7 @@ def test_taking_back_hangs(router, slow_vtysh, fault):
     assert status == SOME_FAILED
     assert "is not known: " in results[-1] and "in time" in results[-1]
     assert "10.77.0.0" in router.own_show()
-    status, results = all_or_nothing(router, slow_vtysh(9))
-    assert results[-1] == "the configuration of before was put back"
-    assert "10.77.0.0" in before or status == SOME_FAILED
+    assert left(router).read_text() == before
     fault("FRR", "with apply_atomic, vtysh hangs while the configuration of "
           "before is put back",
           "the results file says that it is not known whether it is")
@@ -141,9 +143,20 @@ def test_taking_back_does_nothing(router, slow_vtysh, fault):
           "the results file says so")
 
 
+def test_nothing_is_left_of_what_went_well(router, slow_vtysh):
+    assert router.apply(NEW, apply_atomic="yes") == (APPLIED, [])
+    assert router.apply("nonsense\n", apply_atomic="yes")[0] == SOME_FAILED
+    status, results = all_or_nothing(router, slow_vtysh(9))
+    assert results[-1] == "the configuration of before was put back"
+    status, _ = all_or_nothing(router, "/usr/bin/no-vtysh")
+    assert status == FAILED
+    assert not left(router).exists()
+    assert "not taken back" not in said_at_start(router)
+
+
 def test_killed_before_it_is_taken_back(router, slow_vtysh, fault):
-    """Nothing says so but that there are no results, and the exit status; the
-    next show has what was applied."""
+    """The next procd says so, and the next file that is applied."""
+    before = router.own_show()
     file, results = router.folder / "given.cfg", router.folder / "results"
     file.write_text(BY_DAEMON)
     program = slow_vtysh(2)
@@ -155,11 +168,18 @@ def test_killed_before_it_is_taken_back(router, slow_vtysh, fault):
     qsh.wait()
     assert not results.exists()
     assert "10.77.0.0" in router.own_show()
-    began = time.monotonic()
-    assert router.apply("no " + NEW)[0] == APPLIED
-    assert time.monotonic() - began < 20
+    assert left(router).read_text() == before
+    assert "not taken back" in said_at_start(router)
+    for _ in range(2):
+        status, words = router.apply("no " + NEW)
+        assert status == APPLIED
+        assert str(left(router)) in words[0]
+    assert router.apply("no " + NEW, apply_atomic="yes")[0] == APPLIED
+    assert not any("taken back" in each
+                   for each in router.apply("no " + NEW)[1])
     fault("FRR", "the shell is killed before the configuration of before is "
-          "put back", "the copy fails; what was applied stays and is shown")
+          "put back", "what was applied stays; the next procd and the next "
+          "file that is applied say so, and where that configuration is")
 
 
 @pytest.mark.parametrize("moment", ["show", "apply"])
