@@ -95,6 +95,7 @@ class Fleet:
         environment = {
             "PATH": f"{BUILD / 'xfcopy'}:{os.environ['PATH']}",
             "HOME": str(self.folder), "LC_ALL": "C.UTF-8",
+            "SNMP_PERSISTENT_DIR": str(self.folder / "snmp-state"),
             "ANSIBLE_COLLECTIONS_PATH": str(CONTRIB), "ANSIBLE_NOCOLOR": "1",
             "ANSIBLE_HOME": str(self.folder / "ansible"),
             "ANSIBLE_REMOTE_TEMP": str(self.folder / "ansible/tmp"),
@@ -220,6 +221,18 @@ def test_the_next_play_does_what_is_left(fleet):
     for name in again:
         assert results[name]["outcome"] == "done" and results[name]["changed"]
         assert fleet.sent(name) == f"hostname {name}\n".encode()
+
+
+def test_without_options_snmp_conf_counts(fleet):
+    play, found = re.subn(r"\n    backup_snmp:(\n      .*)+", "",
+                          block("backup.yml"))
+    assert found == 1
+    (fleet.folder / "backup.yml").write_text(play)
+    (fleet.folder / ".snmp").mkdir()
+    (fleet.folder / ".snmp/snmp.conf").write_text(
+        "defVersion 2c\ndefCommunity private\n")
+    done, results = fleet.play("--limit", "sw4", backup_records="")
+    assert done.returncode == 0 and results["sw4"]["outcome"] == "done"
 
 
 def test_a_password_for_the_server(fleet):
