@@ -95,6 +95,7 @@ class Fleet:
         environment = {
             "PATH": f"{BUILD / 'xfcopy'}:{os.environ['PATH']}",
             "HOME": str(self.folder), "LC_ALL": "C.UTF-8",
+            "SNMP_PERSISTENT_DIR": str(self.folder / "snmp-state"),
             "ANSIBLE_COLLECTIONS_PATH": str(CONTRIB), "ANSIBLE_NOCOLOR": "1",
             "ANSIBLE_HOME": str(self.folder / "ansible"),
             "ANSIBLE_REMOTE_TEMP": str(self.folder / "ansible/tmp"),
@@ -134,6 +135,12 @@ class Fleet:
                    for name, file in self.results().items()}
         return done, results
 
+    def module(self, *words, **options):
+        """The module alone, for the first switch."""
+        return self.ansible(
+            "ansible", "localhost", *words, "-m", "xf.switch.config_copy",
+            "-a", json.dumps({"agent": self.peers["sw1"], **options}))
+
     def sent(self, name):
         file = self.server.files / f"{name}.cfg"
         return file.read_bytes() if file.exists() else None
@@ -150,13 +157,19 @@ def fleet(tmp_path_factory):
 
 
 def test_check_mode_copies_nothing(fleet):
-    done, results = fleet.play("--check", "--limit", f"sw1,{DOWN},localhost")
-    assert done.returncode == 2
-    assert results["sw1"]["changed"] and results["sw1"]["outcome"] == "check"
-    assert results[DOWN]["outcome"] == "no-answer"
-    assert not results[DOWN]["changed"]
-    assert fleet.sent("sw1") is None
-    assert fleet.agents["sw1"].station.rows() == []
+    """Nor can it tell who may only read."""
+    done, results = fleet.play("--check", "--limit", f"sw1,{REFUSING}")
+    assert done.returncode == 0
+    for name in ("sw1", REFUSING):
+        assert results[name]["changed"] and results[name]["outcome"] == "check"
+        assert fleet.sent(name) is None
+        assert fleet.agents[name].station.rows() == []
+
+
+def test_check_mode_finds_an_unknown_user(fleet):
+    done = fleet.module("--check", destination="startup", version=3,
+                        user="nobody", level="noAuthNoPriv")
+    assert done.returncode == 2 and '"outcome": "access"' in done.stdout
 
 
 def keep_busy(fleet):
@@ -193,35 +206,45 @@ def test_one_play(fleet):
 
 
 def test_the_next_play_does_what_is_left(fleet):
-    """After the first one."""
-    (fleet.server.files / "sw1.cfg").unlink()
-    done, results = fleet.play("--limit", f"sw1,sw2,{BUSY},localhost")
+    """After the first one: what has failed, what was done long ago, and what
+    was another copy."""
+    records = fleet.folder / "done"
+    os.utime(records / "sw2", (0, 0))
+    shutil.copy(records / "sw1", records / "sw3")
+    again = {"sw2", "sw3", BUSY}
+    for name in {"sw1", *again} - {BUSY}:
+        (fleet.server.files / f"{name}.cfg").unlink()
+    done, results = fleet.play("--limit", f"sw1,{','.join(again)},localhost")
     assert done.returncode == 0
-    for name in ("sw1", "sw2"):
-        assert not results[name]["changed"]
-        assert results[name]["outcome"] == "fresh"
-    assert results[BUSY]["changed"] and fleet.sent(BUSY) == b"hostname busy\n"
-    assert fleet.sent("sw1") is None
-    # A copy to another file is another one, and a record gets old.
-    for more in ({"backup_url": "tftp://127.0.0.2/other.cfg"},
-                 {"backup_fresh": 0}):
-        done, results = fleet.play("--limit", "sw1", **more)
-        assert results["sw1"]["changed"], more
+    assert results["sw1"]["outcome"] == "fresh"
+    assert not results["sw1"]["changed"] and fleet.sent("sw1") is None
+    for name in again:
+        assert results[name]["outcome"] == "done" and results[name]["changed"]
+        assert fleet.sent(name) == f"hostname {name}\n".encode()
+
+
+def test_without_options_snmp_conf_counts(fleet):
+    play, found = re.subn(r"\n    backup_snmp:(\n      .*)+", "",
+                          block("backup.yml"))
+    assert found == 1
+    (fleet.folder / "backup.yml").write_text(play)
+    (fleet.folder / ".snmp").mkdir()
+    (fleet.folder / ".snmp/snmp.conf").write_text(
+        "defVersion 2c\ndefCommunity private\n")
+    done, results = fleet.play("--limit", "sw4", backup_records="")
+    assert done.returncode == 0 and results["sw4"]["outcome"] == "done"
 
 
 def test_a_password_for_the_server(fleet):
-    done = fleet.ansible(
-        "ansible", "localhost", "-vvv", "-m", "xf.switch.config_copy", "-a",
-        f"agent={fleet.peers['sw1']} destination=ftp://joe@127.0.0.2/x "
-        "password=Zq7-never-seen version=2c community=private")
+    done = fleet.module("-vvv", destination="ftp://joe@127.0.0.2/x",
+                        password="Zq7-never-seen", version="2c",
+                        community="private")
     assert done.returncode == 2
     assert '"outcome": "failed"' in done.stdout
     assert "FTP sends the password" in done.stdout + done.stderr
 
 
 def test_wrong_options_are_told(fleet):
-    done = fleet.ansible(
-        "ansible", "localhost", "-m", "xf.switch.config_copy", "-a",
-        f"agent={fleet.peers['sw1']} destination=nowhere")
+    done = fleet.module(destination="nowhere")
     assert done.returncode == 2
     assert "nowhere" in done.stdout and "Traceback" not in done.stdout
