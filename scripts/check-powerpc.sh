@@ -262,6 +262,10 @@ unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
 wait "$copies" || failed+=("agent tests of copies")
 wait "$rows" || failed+=("agent tests of rows")
+# As docs/powerpc.md tells.
+(cd "$top" && while IFS= read -r line; do bash -c "$line" || exit; done < <(
+    /usr/bin/python3 "$top/tests/docs/documents.py" docs/powerpc.md "One thing by hand")) \
+    >"$built/by-hand.log" 2>&1 </dev/null || failed+=("the document's commands")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"

@@ -40,6 +40,7 @@ STANDS_FOR = {
     "VRF": r"\bVRF\b",
     "FOLDER": r"/tmp/xf\b",
     "BUILD": r"\$PWD/build\b|(?<!\S)build(?=/)",
+    "SECONDS": r"(?<=fuzz\.sh )60\b",
     "CRASH": r"\bcrash-\.\.\.",
 }
 

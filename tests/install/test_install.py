@@ -163,6 +163,15 @@ def test_procd_tells_when_it_is_ready(agent, tmp_path):
             assert process.wait(20) == 0
 
 
+def test_what_a_unit_opens_is_made_before(agent):
+    """systemd opens standard error before it would make a directory for it."""
+    made = re.findall(r"^d (\S+)", one(agent, "xfplatform.conf").read_text(),
+                      re.M)
+    drop_in = one(agent, "config-copy.conf").read_text()
+    for path in re.findall(r"^Standard\w+=append:(\S+)", drop_in, re.M):
+        assert os.path.dirname(path) in made
+
+
 @pytest.mark.skipif(not shutil.which("systemd-analyze"),
                     reason="no systemd on this machine")
 def test_units_are_verified(agent):
