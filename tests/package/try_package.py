@@ -53,6 +53,9 @@ def step(what):
     print(f"  {what} ... ", end="", flush=True)
     try:
         yield
+    except NotBooted as reason:
+        print(f"skipped, and FRR with it, because {reason}", flush=True)
+        raise
     except BaseException:
         print("FAILED", flush=True)
         raise
@@ -593,8 +596,7 @@ def main(folder, package, next_package, *options):
     try:
         with step("the agent as Debian has it"):
             trial.start_system(booted)
-    except NotBooted as reason:
-        print(f"  skipped with FRR, because {reason}")
+    except NotBooted:
         return
     before = root.contents()
     with step("servers for SFTP, SCP, FTP and TFTP"):
