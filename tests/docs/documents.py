@@ -22,14 +22,14 @@ TOP = pathlib.Path(__file__).resolve().parents[2]
 # Programs that a span of `code` begins with if it is a command.
 PROGRAMS = {
     "apt", "cat", "cmake", "cp", "ctest", "docker", "dpkg-buildpackage",
-    "dpkg-statoverride", "git", "ip", "journalctl", "ln", "logrotate", "man",
-    "mkdir", "mount", "mv", "procd", "python3", "qemu-ppc", "qsh", "runuser",
-    "setcap", "snmpbulkwalk", "snmpd", "snmpget", "snmpset", "snmpwalk",
+    "dpkg-statoverride", "git", "journalctl", "ln", "logrotate", "man", "mkdir",
+    "mount", "mv", "pkg-config", "procd", "python3", "qemu-ppc", "qsh",
+    "runuser", "setcap", "snmpbulkwalk", "snmpd", "snmpget", "snmpset", "snmpwalk",
     "ssh-keyscan", "sudo", "systemctl", "systemd-analyze", "systemd-tmpfiles",
     "usermod", "vtysh", "xfcopy", "xfenrol", "xfsettings", "xftrace",
     "xfvrf"}
 # Spans of code that tell of a command without the words that it would need.
-SPOKEN_OF = {"cat -v", "ip netns", "ip vrf exec", "qsh --apply"}
+SPOKEN_OF = {"cat -v", "qsh --apply"}
 # What the documents write for something that is another one at each reader's:
 # tests say what it is theirs.
 STANDS_FOR = {
@@ -41,6 +41,8 @@ STANDS_FOR = {
     "FOLDER": r"/tmp/xf\b",
     "BUILD": r"\$PWD/build\b|(?<!\S)build(?=/)",
     "SECONDS": r"(?<=fuzz\.sh )60\b",
+    "SHARE": r"/usr/share/libconfigcopymib\b",
+    "LIBRARY": r"/path/of/libxfplatform\.so\.1",
     "CRASH": r"\bcrash-\.\.\.",
 }
 

@@ -87,6 +87,13 @@ def test_powerpc():
         assert is_step_of_ci(told.take("scripts/"))
 
 
+def test_the_suite_for_makers():
+    """The commands before this one are run by tests/install."""
+    with chapter("docs/platform.md", "Testing it") as told:
+        told.take("cmake")
+        assert "100% tests passed" in run(told.take("ctest"))
+
+
 def test_fuzzing(copy):
     with chapter("docs/fuzzing.md", "Fuzzing") as told:
         every, some = scripts_of(told.take("scripts/fuzz.sh"))

@@ -286,8 +286,11 @@ class Trial:
     def follow_operation(self):
         """Chapters whose commands need nothing else."""
         with chapter("docs/man/qsh.8", "EXAMPLES") as page, \
+                chapter("docs/platform.md",
+                        "What holds beyond the comments") as makers, \
                 chapter("docs/operation.md", "Users") as told:
-            for command in (page.take("runuser"), told.take("runuser")):
+            for command in (page.take("runuser"), told.take("runuser"),
+                            f"runuser -u {USER} -- {makers.take('qsh')}"):
                 assert "hostname" in self.root.run(command)
         with chapter("docs/man/xfenrol.8", "EXAMPLES") as page:
             assert "is known now" in self.root.run(
