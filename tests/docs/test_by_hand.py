@@ -117,7 +117,7 @@ def test_by_hand(network, tmp_path):
         assert "xfCopySourceFileType.1" in shown
         for row in (1, 2):
             wait_for(lambda r=row: station.get("xfCopyState", r) == SUCCESSFUL,
-                     f"row {row}")
+                     f"row {row}", 60)
         sent = tmp_path / "server/switch.cfg"
         assert sent.read_text() == "hostname one\n"
         sent.unlink()
