@@ -83,13 +83,14 @@ function(xf_install_system_files)
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
         set(units /lib/systemd/system)
     endif()
+    set(tmpfiles ${CMAKE_INSTALL_PREFIX}/lib/tmpfiles.d)
     set(from ${PROJECT_SOURCE_DIR}/host/system)
     set(XF_UNIT_USER ${XF_AGENT_USER})
     if(XF_UNIT_USER STREQUAL "")
         set(XF_UNIT_USER root)
     endif()
     set(to ${PROJECT_BINARY_DIR}/system)
-    foreach(name xfprocd.service snmpd.conf)
+    foreach(name xfprocd.service snmpd.conf tmpfiles.conf)
         configure_file(${from}/${name}.in ${to}/${name} @ONLY)
     endforeach()
     install(FILES ${to}/xfprocd.service
@@ -97,6 +98,8 @@ function(xf_install_system_files)
     install(FILES ${from}/snmpd-drop-in.conf
         DESTINATION ${units}/snmpd.service.d RENAME config-copy.conf
         COMPONENT agent)
+    install(FILES ${to}/tmpfiles.conf
+        DESTINATION ${tmpfiles} RENAME xfplatform.conf COMPONENT agent)
     install(FILES ${to}/snmpd.conf
         DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME} COMPONENT agent)
 endfunction()

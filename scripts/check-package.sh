@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds the Debian packages from what git knows, looks at them with lintian, and
-# tries them in a bare Debian 12: README's commands, copies, an upgrade, a purge. Says what it did, or why it was skipped. Needs root; the
-# bare root stays in .cache/package.
+# tries them in a bare Debian 12: the commands of README and docs/operation.md,
+# copies, an upgrade, a purge. That once with the services run as their units say,
+# and once, with FRR, under systemd itself. Says what it did, or why it was skipped.
+# Needs root; the bare root stays in .cache/package.
 source "$(dirname "$0")/lib.sh"
 
 tools=(debhelper debootstrap dpkg-dev libsystemd-dev lintian)
@@ -11,6 +13,7 @@ suite=bookworm
 # What a switch has before. The others are only fetched, for apt to find.
 before=(snmpd systemd)
 agent=snmpd-config-copy
+router=frr
 
 skip() {
     echo "Packages: skipped, because $*"
@@ -39,12 +42,17 @@ copy_source() {
     (cd "$top" && git ls-files -z | xargs -0 cp -a --parents -t "$source/tree")
 }
 
-build_packages() {
-    # The same flags and tree each time: where ccache is, it helps.
+build_packages() { # COMMAND
+    # Nobody debugs these.
+    export DEB_BUILD_OPTIONS="parallel=$(nproc) noautodbgsym"
+    # The same flags and tree each time: where ccache is, it helps. debhelper
+    # gives its programs another home.
     if command -v ccache >/dev/null; then
         export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+        CCACHE_DIR=$(ccache --get-config cache_dir)
+        export CCACHE_DIR CCACHE_BASEDIR=$source/tree
     fi
-    cd "$source/tree" && nice dpkg-buildpackage -us -uc -b
+    cd "$source/tree" && nice bash -c "$1"
 }
 
 # The same contents with a version above the first one's.
@@ -57,11 +65,12 @@ next_version() {
         dpkg-deb --root-owner-group -b "$files" "$source/next.deb"
 }
 
+# All that it has to say; errors and warnings count.
 check_lintian() {
     local found
-    found=$(lintian --allow-root --tag-display-limit 0 "$source"/*.changes)
-    printf '%s' "${found:+$found
-}"
+    found=$(lintian --allow-root --display-info --pedantic --show-overrides \
+        --tag-display-limit 0 "$source"/*.changes)
+    printf '\n%s\n    ' "$found"
     ! grep -q '^[EW]:' <<<"$found"
 }
 
@@ -110,13 +119,28 @@ reachable() { # MIRROR
 # Into apt's cache of the bare root: installing happens without a network.
 fetch_dependencies() {
     cp "$source/$agent"_*.deb "$bare/root/$agent.deb"
-    in_root "$bare" apt-get -q install --download-only "/root/$agent.deb"
+    in_root "$bare" apt-get -q install --download-only "/root/$agent.deb" \
+        libcap2-bin "$router"
 }
 
 copy_root() {
     rm -rf "$root"
     cp -a "$bare" "$root"
+    # It need not outlive a power cut.
+    echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/check"
     rm -f "$root/root/$agent.deb"
+}
+
+try_packages() { # WHAT OPTION...
+    echo " $1:"
+    shift
+    step "a copy of the bare root" copy_root
+    unshare --mount --net --pid --fork --kill-child --mount-proc \
+        env PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 \
+        "$top/tests/package/try_package.py" "$root" \
+        "$(echo "$source/$agent"_*.deb)" "$source/next.deb" "$@" </dev/null ||
+        die "the packages do not do what the documents say"
+    rm -rf "$root"
 }
 
 # ----------------------------------------------------------------------------
@@ -131,7 +155,9 @@ mkdir -p "$cache"
 
 echo "Packages: built, and tried in a bare Debian $suite"
 step "copy what git knows" copy_source
-step "dpkg-buildpackage -us -uc -b" log build build_packages
+command=$(/usr/bin/python3 "$top/tests/docs/documents.py" \
+    README.md "On a router" dpkg-buildpackage)
+step "$command" log build build_packages "$command"
 step "lintian" check_lintian
 step "a second version" log next next_version
 if [ ! -d "$bare" ]; then
@@ -144,11 +170,6 @@ if ! log fetch fetch_dependencies 2>/dev/null; then
     log update update "$bare" || skip "the mirror of apt cannot be reached"
     step "its dependencies are fetched" log fetch fetch_dependencies
 fi
-step "a copy of the bare root" copy_root
-unshare --mount --net --pid --fork --kill-child --mount-proc \
-    env PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 \
-    "$top/tests/package/try_package.py" "$root" \
-    "$(echo "$source/$agent"_*.deb)" "$source/next.deb" "$top/README.md" \
-    </dev/null || die "the packages do not do what README says"
-rm -rf "$root"
+try_packages "with the services run as their units say"
+try_packages "under systemd, and with FRR" --systemd
 echo "Packages: all of it was checked"

@@ -229,6 +229,12 @@ agent_tests() { # NAME PYTEST-ARGUMENT...
         >"$built/agent-$name.result" 2>&1 </dev/null)
 }
 
+by_hand() {
+    local lines
+    lines=$(/usr/bin/python3 "$top/tests/docs/documents.py" \
+        docs/powerpc.md "One thing by hand") && (cd "$top" && bash -ec "$lines")
+}
+
 install_packages
 if ! (install_packages "${cross_packages[@]}"); then
     echo "PowerPC: skipped, because these packages cannot be installed here:" \
@@ -262,6 +268,8 @@ unit_tests "$top/build" "$built/unit-native" || failed+=("native unit tests")
 wait "$host" || failed+=("host tests")
 wait "$copies" || failed+=("agent tests of copies")
 wait "$rows" || failed+=("agent tests of rows")
+by_hand >"$built/by-hand.log" 2>&1 </dev/null ||
+    failed+=("the commands of docs/powerpc.md")
 echo "Host platform, emulated:"
 cat "$built/host-tests.result"
 echo "Agent, emulated:"

@@ -84,7 +84,7 @@ minimise_corpus() { # NAME
 install_packages
 install_clang
 echo "Building: build-fuzz"
-CC=clang CXX=clang++ build build-fuzz -DXF_FUZZ=ON -- fuzzers
+CC=clang CXX=clang++ build build-fuzz -DXF_FUZZ=ON -- "${fuzzers[@]}"
 mkdir -p "$work"
 
 if $minimise; then

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <linux/ethtool.h>
 #include <linux/magic.h>
+#include <linux/nsfs.h>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <sched.h>
@@ -30,12 +31,14 @@ namespace {
 constexpr const char *namespaces = "/run/netns";
 constexpr int32_t first_namespace_id = 1 << 30;
 
-// The directory entry that `ip netns add` makes; empty for anything else.
+// The file that `ip netns add` makes; empty for anything else, other kinds of
+// namespaces and links too: a link leads where it leads later on.
 Fd open_namespace(std::string_view name) {
     std::string path = std::string(namespaces) + "/" + std::string(name);
-    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     struct statfs fs;
-    if (!fd || fstatfs(fd.get(), &fs) != 0 || fs.f_type != NSFS_MAGIC)
+    if (!fd || fstatfs(fd.get(), &fs) != 0 || fs.f_type != NSFS_MAGIC ||
+        ioctl(fd.get(), NS_GET_NSTYPE) != CLONE_NEWNET)
         return Fd();
     return fd;
 }

@@ -7,8 +7,12 @@ import re
 import shutil
 import socket
 import subprocess
+import sys
 
 import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "docs"))
+from documents import chapter, fill  # noqa: E402
 
 BUILD = pathlib.Path(os.environ["XF_TEST_BUILD"])
 
@@ -87,30 +91,35 @@ def test_the_two_components_share_nothing(agent, dev):
         {each.relative_to(dev) for each in files(dev)}
 
 
-MAKER = """\
-cmake_minimum_required(VERSION 3.25)
-project(maker CXX)
-find_package(xfplatform REQUIRED)
-add_library(maker SHARED maker.cpp)
-target_link_libraries(maker PRIVATE xfplatform::platform)
-xfplatform_library(maker)
-install(TARGETS maker LIBRARY DESTINATION ${xfplatform_MAKER_DIR} NAMELINK_SKIP)
-"""
+def maker_environment(dev):
+    """Where a maker's tools find what is installed elsewhere here."""
+    return {**os.environ, "CMAKE_BUILD_TYPE": "Debug",
+            "CMAKE_BUILD_PARALLEL_LEVEL": "2",
+            "xfplatform_DIR": str(one(dev, "xfplatform-config.cmake").parent),
+            "PKG_CONFIG_PATH": str(one(dev, "xfplatform.pc").parent)}
 
 
 def test_a_maker_builds_a_library_with_the_other(dev, tmp_path):
-    """With every header, by CMake; it has the name and the exports that the
-    module asks for."""
+    """As docs/platform.md has it, with every header; it has the name and the
+    exports that the module asks for, and goes where that looks."""
+    environment = maker_environment(dev)
+    with chapter("docs/platform.md", "Building and installing") as told:
+        lines = told.take("find_package").replace("...", "maker.cpp")
+        place = output("bash", "-c", told.take("pkg-config"), env=environment)
     headers = sorted(each.name for each in (one(dev, "platform")).iterdir())
     assert len(headers) > 10
-    (tmp_path / "CMakeLists.txt").write_text(MAKER)
+    (tmp_path / "CMakeLists.txt").write_text(
+        f"cmake_minimum_required(VERSION 3.25)\nproject(maker CXX)\n{lines}\n")
     (tmp_path / "maker.cpp").write_text(
         "".join(f'#include "platform/{each}"\n' for each in headers) +
         "void snmp_heartbeat_send(void) {}\nvoid not_asked_for(void) {}\n")
     output("cmake", "-S", str(tmp_path), "-B", str(tmp_path / "build"),
-           f"-Dxfplatform_DIR={one(dev, 'xfplatform-config.cmake').parent}")
+           env=environment)
     output("cmake", "--build", str(tmp_path / "build"))
-    library = one(tmp_path, "libxfplatform.so.1")
+    output("cmake", "--install", str(tmp_path / "build"),
+           env={**environment, "DESTDIR": str(tmp_path / "installed")})
+    library = one(tmp_path / "installed", "libxfplatform.so.1")
+    assert str(library.parent).endswith(place.strip())
     exported = output("nm", "-D", "--defined-only", str(library)).split()[2::3]
     assert exported == ["snmp_heartbeat_send"]
     assert "[libxfplatform.so.1]" in output("readelf", "-d", str(library))
@@ -119,18 +128,21 @@ def test_a_maker_builds_a_library_with_the_other(dev, tmp_path):
 def test_a_maker_tests_a_library_with_the_other(agent, dev, tmp_path):
     """Builds the suite as docs/platform.md has it and runs a part of it. The
     rest of it is the same as in tests/platform."""
-    output("cmake", "-S", str(one(dev, "platform-tests")), "-B", str(tmp_path),
-           f"-Dxfplatform_DIR={one(dev, 'xfplatform-config.cmake').parent}",
-           "-DCMAKE_BUILD_TYPE=Debug")
-    output("cmake", "--build", str(tmp_path), "-j2")
+    suite = one(dev, "platform-tests")
     library = one(agent, "libxfplatform.so.1")
-    for options, environment in (
-            ([f"--library={library}"], {}),
-            ([], {"LD_LIBRARY_PATH": str(library.parent)})):
-        told = output(str(tmp_path / "platform_tests"), *options,
-                      "--gtest_filter=Library.*:Ordset*:Netaddr.TextAndBack",
-                      env={**os.environ, **environment})
-        assert re.search(r"PASSED  \] 13 tests", told), told
+    environment = {**maker_environment(dev),
+                   "GTEST_FILTER": "Library.*:Ordset*:Netaddr.TextAndBack"}
+
+    def run(command, **more):
+        return output("bash", "-ec", command, cwd=tmp_path,
+                      env={**environment, **more})
+    with chapter("docs/platform.md", "Testing it") as told:
+        command = fill(told.take("cmake"), SHARE=suite.parent, LIBRARY=library)
+        told.take("ctest")  # by scripts/check-documents.sh
+    found = run(command), run("platform-tests/platform_tests",
+                              LD_LIBRARY_PATH=str(library.parent))
+    for each in found:
+        assert re.search(r"PASSED  \] 13 tests", each), each
 
 
 def test_pkg_config_names_the_headers(dev):
@@ -161,6 +173,15 @@ def test_procd_tells_when_it_is_ready(agent, tmp_path):
         finally:
             process.terminate()
             assert process.wait(20) == 0
+
+
+def test_what_a_unit_opens_is_made_before(agent):
+    """systemd opens standard error before it would make a directory for it."""
+    made = re.findall(r"^d (\S+)", one(agent, "xfplatform.conf").read_text(),
+                      re.M)
+    drop_in = one(agent, "config-copy.conf").read_text()
+    for path in re.findall(r"^Standard\w+=append:(\S+)", drop_in, re.M):
+        assert os.path.dirname(path) in made
 
 
 @pytest.mark.skipif(not shutil.which("systemd-analyze"),

@@ -1,9 +1,13 @@
-"""Tries the packages in a bare root: README's commands, copies, an upgrade while
-a copy runs, a maker's platform, a purge. Started by scripts/check-package.sh in
-network, mount and process namespaces of its own, so that the standard ports are
-free and nothing is left running.
+"""Tries the packages in a bare root: the commands of README, docs/operation.md and
+the manual pages, copies, an upgrade while a copy runs, a maker's platform, another
+installation, a purge, and FRR. Started by scripts/check-package.sh in network,
+mount and process namespaces of its own, so that the standard ports are free and
+nothing is left running.
 
-usage: try_package.py ROOT PACKAGE NEXT-PACKAGE README"""
+usage: try_package.py ROOT PACKAGE NEXT-PACKAGE [--systemd]
+
+With --systemd, systemd itself is process 1 of the root; without, units.py does
+what the units say."""
 
 import contextlib
 import os
@@ -11,14 +15,19 @@ import pathlib
 import re
 import shutil
 import signal
-import stat
 import subprocess
 import sys
 import time
+import traceback
 
 HERE = pathlib.Path(__file__).resolve().parent
-sys.path.insert(0, str(HERE.parent / "agent"))
+for each in ("agent", "docs"):
+    sys.path.insert(0, str(HERE.parent / each))
 
+from attacks import XFVRF, try_xfvrf  # noqa: E402
+from booted import Booted, NotBooted  # noqa: E402
+from documents import chapter, fill, lines_of  # noqa: E402
+from root import Root, USER, compare  # noqa: E402
 from snmp import (FAILED, IN_PROGRESS, RUNNING, STARTUP,  # noqa: E402
                   SUCCESSFUL, Station, download, go, row, upload)
 from tools import Program, wait_for  # noqa: E402
@@ -29,14 +38,13 @@ SERVER = "192.0.2.1"
 SERVER_IN_RED = "198.51.100.1"
 TFTP, FTP, SCP, SFTP = 1, 2, 4, 5
 VRF_CHASSIS = 29
-USER = "Debian-snmp"
 LIBRARY = "libxfplatform.so.1"
-ENABLED = "etc/snmp/snmpd.conf.d/config-copy.conf"
+ENABLED = "/etc/snmp/snmpd.conf.d/config-copy.conf"
+OVERRIDDEN = "/etc/systemd/system/xfprocd.service.d/frr.conf"
 CONFIGURATION = "hostname router\ncontact operations\nvlan 10\n  name users\n"
-# What dpkg and apt note, and what they were given.
-NOT_COMPARED = re.compile(
-    r"var/(log|cache)/(?!xfplatform)|var/lib/(dpkg|apt)/|root/|"
-    r"etc/ld\.so\.cache$|etc/(passwd|group|g?shadow)-$")
+ROUTES = b"ip route 10.1.0.0/24 blackhole\nip route 10.2.0.0/24 blackhole\n"
+# The most that `systemd-analyze security` may say of xfprocd, from 0 to 10.
+EXPOSURE = 2.0
 
 
 @contextlib.contextmanager
@@ -45,77 +53,13 @@ def step(what):
     print(f"  {what} ... ", end="", flush=True)
     try:
         yield
+    except NotBooted as reason:
+        print(f"skipped, and FRR with it, because {reason}", flush=True)
+        raise
     except BaseException:
         print("FAILED", flush=True)
         raise
     print(f"ok ({time.monotonic() - begun:.0f} s)", flush=True)
-
-
-class Root:
-    """The system in a folder."""
-
-    def __init__(self, folder):
-        self.folder = pathlib.Path(folder)
-
-    def mount(self):
-        subprocess.run(["mount", "--make-rprivate", "/"], check=True)
-        # Its root is a mount of its own, which ip netns asks for.
-        subprocess.run(["mount", "--bind", self.folder, self.folder],
-                       check=True)
-        for kind, place in (("proc", "proc"), ("tmpfs", "run")):
-            subprocess.run(["mount", "-t", kind, kind, self.folder / place],
-                           check=True)
-        subprocess.run(["mount", "--rbind", "/dev", self.folder / "dev"],
-                       check=True)
-
-    def path(self, name):
-        return self.folder / name.lstrip("/")
-
-    def run(self, command, check=True, text=None, **options):
-        """A line of shell in the root; its output."""
-        done = subprocess.run(
-            ["chroot", self.folder, "/bin/bash", "-c", f"cd /root; {command}"],
-            input=text or "", capture_output=True, text=True, timeout=300,
-            errors="replace", env={
-                "PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root",
-                "DEBIAN_FRONTEND": "noninteractive", "LC_ALL": "C.UTF-8"},
-            **options)
-        if check and done.returncode != 0:
-            raise AssertionError(f"{command}\n{done.stdout}{done.stderr}")
-        return done.stdout if check else done
-
-    def as_agent(self, command, **more):
-        return self.run(f"runuser -u {USER} -- {command}", **more)
-
-    def files(self):
-        """Each file but those of the kernel, with what it is."""
-        found = {}
-        for folder, names, files in os.walk(self.folder):
-            if pathlib.Path(folder) == self.folder:
-                names[:] = [each for each in names
-                            if each not in ("proc", "sys", "dev", "run")]
-            for name in names + files:
-                path = pathlib.Path(folder) / name
-                inside = str(path.relative_to(self.folder))
-                if not NOT_COMPARED.match(inside):
-                    found[inside] = what_is(path)
-        return found
-
-
-def what_is(path):
-    status = path.lstat()
-    link = os.readlink(path) if path.is_symlink() else ""
-    return stat.filemode(status.st_mode), status.st_uid, status.st_gid, link
-
-
-def readme_commands(readme):
-    """The indented lines of the chapter; each is a command, or goes on with
-    the one before."""
-    chapter = re.search(r"^## On a router\n(.*?)(?=^## |\Z)", readme,
-                        re.M | re.S)[1]
-    lines = re.findall(r"^    (.*)$", chapter, re.M)
-    assert 5 <= len(lines) <= 10, f"{len(lines)} lines"
-    return "\n".join(lines).replace("\\\n", " ").splitlines()
 
 
 class TftpServer(Program):
@@ -134,12 +78,11 @@ class TftpServer(Program):
 class Trial:
     """The switch, its servers and its station."""
 
-    def __init__(self, root, readme):
-        self.root = Root(root)
-        self.readme = readme
+    def __init__(self, folder):
+        self.root = Root(folder)
         self.folder = self.root.folder.parent / "servers"
         shutil.rmtree(self.folder, ignore_errors=True)
-        self.manager = Manager(root)
+        self.manager = None
         self.station = None
         self.last_row = 1
 
@@ -156,22 +99,42 @@ class Trial:
         self.ftpd = transfer_servers.FtpServer(folder("ftp"), SERVER, 21)
         self.tftpd = TftpServer(folder("tftpd"))
 
+    def start_system(self, booted):
+        self.root.bind()
+        self.start_network()
+        if booted:
+            # As on any machine: packages may start what they like.
+            self.root.path("/usr/sbin/policy-rc.d").unlink()
+            self.manager = Booted(self.root)
+        else:
+            self.root.mount()
+            self.manager = Manager(self.root.folder)
+        self.manager.run(["start", "snmpd"])
+
     # --- README -------------------------------------------------------------
 
-    def follow_readme(self):
-        known = {"FINGERPRINT": self.sshd.fingerprint.removeprefix("SHA256:"),
-                 "USER": transfer_servers.USER,
-                 "PASSWORD": "'" + transfer_servers.PASSWORD + "'"}
-        for line in readme_commands(self.readme):
+    def follow_readme(self, prepare):
+        """`prepare` does what an operator has done before the units start."""
+        with chapter("README.md", "On a router") as told:
+            told.take("dpkg-buildpackage")  # by scripts/check-package.sh
+            lines = [line for block in told.take_all()
+                     for line in lines_of(block)]
+        assert 5 <= len(lines) <= 10, f"{len(lines)} lines"
+        for line in lines:
             if line.startswith("systemctl enable"):
                 self.verify_units()
-                self.configure()
-            for name, value in known.items():
-                line = re.sub(rf"\b{name}\b", lambda _, v=value: v, line)
+                prepare()
+            line = self.filled(line)
             with step(line[:66]):
                 self.follow(line)
 
+    def filled(self, text):
+        return fill(text, USER=transfer_servers.USER,
+                    PASSWORD="'" + transfer_servers.PASSWORD + "'",
+                    FINGERPRINT=self.sshd.fingerprint.removeprefix("SHA256:"))
+
     def follow(self, line):
+        """A command of a document."""
         if line.startswith("systemctl "):
             self.manager.run(line.split()[1:])
         elif "snmpset" in line:
@@ -184,13 +147,14 @@ class Trial:
     def configure(self):
         """What an operator has of his own: a configuration and a setting."""
         with step("a configuration, and a setting in /etc/xfhost.conf"):
-            with open(self.root.path("/etc/xfhost.conf"), "a") as settings:
-                settings.write("login_seconds 250\n")
+            self.set("login_seconds 250\n")
             self.root.path("/tmp/first.cfg").write_text(CONFIGURATION)
-            self.root.path("/var/lib/xfplatform").mkdir(mode=0o700)
-            self.root.run(f"chown {USER}:{USER} /var/lib/xfplatform")
             self.root.as_agent("qsh --apply /tmp/first.cfg /tmp/results")
             self.root.run("rm /tmp/first.cfg /tmp/results")
+
+    def set(self, text):
+        with open(self.root.path("/etc/xfhost.conf"), "a") as settings:
+            settings.write(text)
 
     def verify_units(self):
         """What systemd says about the units, those of others left out."""
@@ -200,11 +164,14 @@ class Trial:
             told = [each for each in (done.stdout + done.stderr).splitlines()
                     if re.search("xfprocd|config-copy", each)]
             assert not told, "\n".join(told)
+
+    def check_exposure(self):
+        """All that systemd has to say of the sandbox; judged by the sum."""
         shown = self.root.run("systemd-analyze security --offline=true "
                               "--no-pager xfprocd.service")
+        print(f"\n{shown}", end="    ")
         exposure = re.search(r"Overall exposure level.*: ([\d.]+) ", shown)
-        assert float(exposure[1]) < 2, exposure[0]
-        print(f"  {exposure[0]}")
+        assert float(exposure[1]) <= EXPOSURE, exposure[0]
 
     # --- copies -------------------------------------------------------------
 
@@ -221,7 +188,8 @@ class Trial:
             raise AssertionError(
                 f"row {index} failed, cause "
                 f"{self.station.get('xfCopyFailCause', index)}\n" +
-                self.root.path("/var/log/xfplatform/snmpd.err").read_text())
+                self.root.path("/var/log/xfplatform/snmpd.err").read_text() +
+                self.manager.unit("xfprocd").said())
 
     def copy(self, varbinds, protocol=None):
         """Starts a copy; the index of its row."""
@@ -270,7 +238,7 @@ class Trial:
         user = self.root.run(f"id -u {USER}").strip()
         for name in ("snmpd", "xfprocd"):
             pid = self.manager.unit(name).pid
-            status = pathlib.Path(f"/proc/{pid}/status").read_text()
+            status = self.root.path(f"/proc/{pid}/status").read_text()
             assert f"Uid:\t{user}\t{user}\t{user}\t{user}\n" in status, status
             assert re.search(r"^CapEff:\t0+$", status, re.M), status
         assert self.platform() == \
@@ -283,11 +251,14 @@ class Trial:
 
     def platform(self):
         """The platform library that the agent has loaded."""
-        maps = pathlib.Path(
-            f"/proc/{self.manager.unit('snmpd').pid}/maps").read_text()
-        found = set(re.findall(rf"\S*{re.escape(LIBRARY)}\S*", maps))
+        found = self.platforms()
         assert len(found) == 1, found
-        return "/" + os.path.relpath(found.pop(), self.root.folder)
+        return found.pop()
+
+    def platforms(self):
+        pid = self.manager.unit("snmpd").pid
+        return set(self.root.run(
+            f"grep -o '/.*{LIBRARY}' /proc/{pid}/maps || true").split())
 
     def check_private(self):
         """Nobody else reads what the agent keeps and says."""
@@ -297,8 +268,51 @@ class Trial:
             assert mode == 0o700, f"{folder} {mode:o}"
         log = self.root.path("/var/log/xfplatform/snmpd.err").read_text()
         assert "sftp" in log.lower(), log
-        agent = self.manager.unit("snmpd").log.read_text(errors="replace")
-        assert transfer_servers.PASSWORD not in agent
+        assert transfer_servers.PASSWORD not in self.manager.unit("snmpd").said()
+
+    def check_sandbox(self):
+        """What only systemd does: the sandbox, and to start it again."""
+        procd = self.manager.unit("xfprocd")
+        before = procd.pid
+        status = self.root.path(f"/proc/{before}/status").read_text()
+        assert "NoNewPrivs:\t1\n" in status and "Seccomp:\t2\n" in status
+        self.root.run(f"kill -KILL {before}")
+        wait_for(lambda: procd.running() and procd.pid not in (0, before),
+                 "another procd")
+        self.check_save()
+
+    # --- docs/operation.md --------------------------------------------------
+
+    def follow_operation(self):
+        """Chapters whose commands need nothing else."""
+        with chapter("docs/man/qsh.8", "EXAMPLES") as page, \
+                chapter("docs/platform.md",
+                        "What holds beyond the comments") as makers, \
+                chapter("docs/operation.md", "Users") as told:
+            for command in (page.take("runuser"), told.take("runuser"),
+                            f"runuser -u {USER} -- {makers.take('qsh')}"):
+                assert "hostname" in self.root.run(command)
+        with chapter("docs/man/xfenrol.8", "EXAMPLES") as page:
+            assert "is known now" in self.root.run(
+                self.filled(page.take("runuser")))
+        logs = self.root.path("/var/log/xfplatform")
+        with chapter("docs/operation.md", "Units") as told:
+            shutil.rmtree(logs)
+            self.root.run(told.take("systemd-tmpfiles"))
+            assert logs.stat().st_mode & 0o777 == 0o700
+            self.manager.run(["restart", "snmpd"])
+
+    def look_at_a_failure(self):
+        with chapter("docs/operation.md", "When a copy fails") as told:
+            command = told.take("journalctl")
+            if isinstance(self.manager, Booted):
+                assert "(SUCCESS)" in self.root.run(command)
+            copied = self.root.run(self.filled(told.take("cd ")))
+            assert copied == "0\n", copied
+            assert self.sshd.content("test").decode() == \
+                self.root.run("cat /etc/hostname")
+            self.follow(told.take("systemctl restart"))
+        self.check_save()
 
     # --- VRFs ---------------------------------------------------------------
 
@@ -315,6 +329,7 @@ class Trial:
             other = self.root.run(f"runuser -u nobody -- {show}", check=False)
             assert other.returncode != 0 and \
                 "Permission denied" in other.stderr, other
+            try_xfvrf(self.root, number)
             self.check_copies_in_vrf()
         finally:
             self.root.run("ip netns del red")
@@ -347,12 +362,16 @@ class Trial:
     def check_copies_in_vrf(self):
         """On a chassis where the module knows VRFs, and calls the program for
         TFTP by its literal name."""
-        with open(self.root.path("/etc/xfhost.conf"), "a") as settings:
-            settings.write(f"chassis_type {VRF_CHASSIS}\n")
-        self.root.run("ln -s /usr/libexec/libconfigcopymib/brim /brim")
+        self.set(f"chassis_type {VRF_CHASSIS}\n")
+        with chapter("docs/operation.md", "`/brim/bin`") as told, \
+                chapter("docs/man/ovan-tftp.8", "DESCRIPTION") as page:
+            for command in (told.take("ln "), page.take("ln ")):
+                self.root.run(f"rm -f /brim; {command}")
         servers = self.servers_in_red()
-        self.root.as_agent(f"xfenrol {SERVER_IN_RED} "
-                           f"{servers[SFTP].fingerprint} -v red")
+        with chapter("docs/operation.md", "Host keys") as told:
+            enrol = fill(told.take("xfenrol"), VRF="red")
+        self.root.as_agent(f"{enrol} {SERVER_IN_RED} "
+                           f"{servers[SFTP].fingerprint}")
         self.manager.run(["restart", "snmpd"])
         for protocol, server in servers.items():
             index = self.copy(upload(self.next_row(), "vrf.cfg", SERVER_IN_RED,
@@ -395,7 +414,8 @@ class Trial:
             "dpkg-query -W -f '${Version}' snmpd-config-copy")
 
     def restart(self):
-        self.manager.run(["restart", "snmpd", "xfprocd"])
+        with chapter("docs/operation.md", "Upgrading") as told:
+            self.follow(told.take("systemctl restart"))
         self.check_protocol(SFTP, self.sshd)
         self.check_save()
 
@@ -412,13 +432,101 @@ class Trial:
         self.manager.run(["restart", "snmpd"])
         assert self.platform() == own
 
+    # --- installed again and again ------------------------------------------
+
+    def reconfigure(self):
+        """As often as one likes, and what the operator has decided stays."""
+        rights = f"stat -c '%U %G %a' {XFVRF}; getcap {XFVRF}"
+        ours = self.root.run(rights)
+        for _ in range(2):
+            self.root.run("dpkg-reconfigure snmpd-config-copy")
+        assert self.root.run(rights) == ours
+        with chapter("docs/operation.md", "VRFs") as told:
+            self.root.run("set -e; " + told.take("dpkg-statoverride"))
+        self.root.run("dpkg-reconfigure snmpd-config-copy")
+        assert self.root.run(rights) == "root root 755\n"
+        self.root.as_agent("xfvrf 1 true")
+        self.root.run(f"dpkg-statoverride --remove {XFVRF}; "
+                      "dpkg-reconfigure snmpd-config-copy")
+        assert self.root.run(rights) == ours
+
+    def remove_and_install(self, package):
+        """Removed, the agent goes on without it; installed again, it is off
+        until the link is there, and then everything is as it was."""
+        shown = self.running_config()
+        agent = self.manager.unit("snmpd")
+        before = agent.pid
+        with chapter("docs/operation.md", "Removing") as told:
+            self.root.run(f"{told.take('apt remove')} snmpd-config-copy")
+            told.take("apt purge")  # at the end
+        for name in (ENABLED, "/brim"):
+            assert not os.path.lexists(self.root.path(name)), name
+        if isinstance(self.manager, Booted):
+            assert agent.running() and agent.pid != before
+            assert not self.manager.unit("xfprocd").running()
+        else:
+            self.manager.run(["stop", "xfprocd"])
+            self.manager.run(["restart", "snmpd"])
+        assert self.platforms() == set()
+        self.root.run(f"apt install ./{package}")
+        self.manager.run(["restart", "snmpd"])
+        assert self.platforms() == set()
+        with chapter("docs/man/config_copy_mib.8", "DESCRIPTION") as page:
+            self.root.run(page.take("ln "))
+        self.manager.run(["restart", "snmpd", "xfprocd"])
+        assert self.running_config() == shown
+        self.check_protocol(SFTP, self.sshd)
+        self.check_save()
+
     def purge(self):
-        self.manager.run(["stop", "xfprocd", "snmpd"])
+        """With the links that the operator has made."""
+        self.root.run("ln -s /usr/libexec/libconfigcopymib/brim /brim")
+        agent = self.manager.unit("snmpd")
+        before = agent.pid
+        if not isinstance(self.manager, Booted):
+            self.manager.run(["stop", "xfprocd", "snmpd"])
         # The operator's own, not the package's.
         self.root.run("rm /etc/snmp/snmpd.conf.d/snmpd-v3-only.conf")
         self.root.run("apt purge --autoremove snmpd-config-copy")
         for folder in ("/run/xfplatform", "/var/log/xfplatform"):
             assert not self.root.path(folder).exists(), folder
+        if isinstance(self.manager, Booted):
+            assert agent.running() and agent.pid != before
+            assert not self.manager.unit("xfprocd").running()
+
+    # --- FRR ----------------------------------------------------------------
+
+    def configure_frr(self):
+        """What docs/operation.md says of it, with settings of docs/frr.md."""
+        with step("FRR is told of, as docs/operation.md says"):
+            self.root.run("systemctl restart frr")
+            self.set("backend frr\nfrr_daemons zebra staticd\n")
+            self.root.path(OVERRIDDEN).parent.mkdir()
+            with chapter("docs/operation.md", "FRR") as told:
+                self.root.run(told.take("usermod"))
+                self.root.path(OVERRIDDEN).write_text(told.take("[Service]"))
+                for line in lines_of(told.take("systemctl daemon-reload")):
+                    self.follow(line)
+
+    def own_show(self):
+        return self.root.run("vtysh -c 'show running-config no-header'")
+
+    def check_frr(self):
+        """There and back, and kept."""
+        self.succeeds(1)
+        assert self.sshd.content("router.cfg").decode() == self.own_show()
+        self.sshd.offer("routes.cfg", ROUTES)
+        self.succeeds(self.copy(
+            download(self.next_row(), "routes.cfg", SERVER), SFTP))
+        assert ROUTES.decode() in self.own_show()
+        self.check_protocol(SFTP, self.sshd)
+        self.check_save()
+        kept = self.root.path("/etc/frr/frr.conf")
+        assert kept.read_text() == self.own_show()
+        assert self.root.run(f"stat -c '%U %G %a' /etc/frr/frr.conf") == \
+            "frr frr 640\n"
+        for name in ("xfprocd", "snmpd"):
+            assert self.manager.unit(name).running()
 
 
 def station_options(line):
@@ -436,37 +544,7 @@ def listening(port):
     return int(re.search(r"pid=(\d+)", output)[1])
 
 
-def compare(before, after, users_before, users_after):
-    lines = [f"left: {each}" for each in sorted(after.keys() - before.keys())]
-    lines += [f"gone: {each}" for each in sorted(before.keys() - after.keys())]
-    lines += [f"changed: {each} {before[each]} {after[each]}"
-              for each in sorted(before.keys() & after.keys())
-              if before[each] != after[each]]
-    assert not lines, "\n".join(lines)
-    changed = users_before ^ users_after
-    assert not changed, f"users or groups: {changed}"
-
-
-def users(root):
-    """Lines of the users and groups, but for the group that Debian's
-    openssh-client leaves behind."""
-    return {line for each in ("passwd", "group")
-            for line in root.path(f"/etc/{each}").read_text().splitlines()
-            if not line.startswith("_ssh:")}
-
-
-def main(folder, package, next_package, readme):
-    trial = Trial(folder, pathlib.Path(readme).read_text())
-    root = trial.root
-    root.mount()
-    trial.start_network()
-    with step("the agent as Debian has it"):
-        trial.manager.run(["start", "snmpd"])
-    before, users_before = root.files(), users(root)
-    with step("servers for SFTP, SCP, FTP and TFTP"):
-        trial.start_servers()
-    shutil.copy(package, root.path("/root/"))
-    trial.follow_readme()
+def try_copies(trial):
     with step("the first backup is the running configuration"):
         trial.check_backup()
     with step("processes: whose, no capabilities, which library"):
@@ -482,9 +560,14 @@ def main(folder, package, next_package, readme):
         trial.check_save()
     with step("directories and logs are private"):
         trial.check_private()
+    with step("commands of docs/operation.md and the manual pages"):
+        trial.follow_operation()
+        trial.look_at_a_failure()
+
+
+def try_changes(trial, next_package):
     with step("upgrade while a copy runs: the copy and all rows stay"):
-        shutil.copy(next_package, root.path("/root/"))
-        trial.upgrade(pathlib.Path(next_package).name)
+        trial.upgrade(next_package)
     with step("restart: copies and saves go on with the new version"):
         trial.restart()
     with step("VRF: the agent's user enters it, nobody else does; copies by\n"
@@ -492,14 +575,55 @@ def main(folder, package, next_package, readme):
         trial.check_vrf()
     with step("a maker's platform takes the place of ours"):
         trial.replace_platform()
-    with step("purge"):
+    with step("dpkg-reconfigure twice; an operator's dpkg-statoverride stays"):
+        trial.reconfigure()
+    with step("remove, and install again: off, then as it was"):
+        trial.remove_and_install(next_package)
+    with step("purge, with the operator's links"):
         trial.purge()
-    with step("files, users and groups are as before"):
-        compare(before, root.files(), users_before, users(root))
+
+
+def try_frr(trial):
+    with step("apt install frr"):
+        trial.root.run("apt install frr")
+    trial.last_row = 1
+    trial.follow_readme(trial.configure_frr)
+    with step("FRR: to the server and back, and saved in frr.conf"):
+        trial.check_frr()
+
+
+def main(folder, package, next_package, *options):
+    trial = Trial(folder)
+    root = trial.root
+    booted = "--systemd" in options
+    try:
+        with step("the agent as Debian has it"):
+            trial.start_system(booted)
+    except NotBooted:
+        return
+    before = root.contents()
+    with step("servers for SFTP, SCP, FTP and TFTP"):
+        trial.start_servers()
+    for each in (package, next_package):
+        shutil.copy(each, root.path("/root/"))
+    trial.follow_readme(trial.configure)
+    if not booted:
+        with step(f"systemd-analyze security xfprocd, at most {EXPOSURE}"):
+            trial.check_exposure()
+    try_copies(trial)
+    if booted:
+        with step("the sandbox of xfprocd, and that it is started again"):
+            trial.check_sandbox()
+    try_changes(trial, pathlib.Path(next_package).name)
+    with step("files, users, alternatives and the like are as before"):
+        compare(before, root.contents())
+    if booted:
+        try_frr(trial)
+    trial.manager.stop()
 
 
 if __name__ == "__main__":
     try:
         main(*sys.argv[1:])
     except AssertionError as error:
-        sys.exit(f"{error}")
+        sys.exit(str(error) or traceback.format_exc())

@@ -22,8 +22,7 @@ NOT_DONE = {
     "RestrictNamespaces", "RestrictRealtime", "RestrictSUIDSGID",
     "RuntimeDirectoryPreserve", "SystemCallArchitectures", "SystemCallFilter",
 }
-DIRECTORIES = {"RuntimeDirectory": "run", "StateDirectory": "var/lib",
-               "LogsDirectory": "var/log"}
+DIRECTORIES = {"RuntimeDirectory": "run", "StateDirectory": "var/lib"}
 DONE = {"Type", "ExecStart", "User", "Group", "UMask", "LimitCORE",
         "NoNewPrivileges", "CapabilityBoundingSet", "StandardError",
         *DIRECTORIES, *(f"{each}Mode" for each in DIRECTORIES)}
@@ -84,10 +83,13 @@ class Unit:
         if self.running():
             return
         settings = settings_of(self.root, self.name)
-        self.make_directories(settings)
         with contextlib.ExitStack() as stack:
             ready = stack.enter_context(self.readiness())
-            self.launch(settings, stack)
+            log = stack.enter_context(open(self.log, "ab"))
+            # systemd has the directories made later than that.
+            errors = self.standard_error(settings, log, stack)
+            self.make_directories(settings)
+            self.launch(settings, log, errors)
             if settings.get("Type") == "notify":
                 self.wait_until(ready)
 
@@ -127,9 +129,9 @@ class Unit:
             if not self.running():
                 break
         raise UnitError(f"{self.name} does not get ready:\n" +
-                        self.log.read_text(errors="replace"))
+                        self.said())
 
-    def launch(self, settings, stack):
+    def launch(self, settings, log, errors):
         words = ["setpriv"]
         if "User" in settings:
             user = settings["User"]
@@ -143,11 +145,9 @@ class Unit:
         script = (f"umask {settings.get('UMask', '0022')}; cd /; "
                   f"exec prlimit --core={limit} {shlex.join(words)} "
                   f"{settings['ExecStart']}")
-        log = stack.enter_context(open(self.log, "ab"))
         self.process = subprocess.Popen(
             ["chroot", self.root, "/bin/sh", "-c", script],
-            stdin=subprocess.DEVNULL, stdout=log,
-            stderr=self.standard_error(settings, log, stack),
+            stdin=subprocess.DEVNULL, stdout=log, stderr=errors,
             env={"PATH": PATH, "NOTIFY_SOCKET": "/run/notify"})
 
     def standard_error(self, settings, log, stack):
@@ -160,6 +160,10 @@ class Unit:
         descriptor = os.open(self.root / path.lstrip("/"),
                              os.O_WRONLY | os.O_APPEND | os.O_CREAT, mode)
         return stack.enter_context(os.fdopen(descriptor, "ab"))
+
+    def said(self):
+        """What the journal would have."""
+        return self.log.read_text(errors="replace")
 
     def stop(self):
         if not self.running():
@@ -198,3 +202,7 @@ class Manager:
                 self.unit(name).stop()
             if command in ("start", "restart"):
                 self.unit(name).start()
+
+    def stop(self):
+        for each in self.units.values():
+            each.stop()
