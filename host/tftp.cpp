@@ -17,6 +17,7 @@
 #include "host/base/settings.h"
 #include "host/tftp/channel.h"
 #include "host/tftp/conversation.h"
+#include "host/tftp/explain.h"
 
 using namespace xfhost;
 using namespace xfhost::tftp;
@@ -56,11 +57,16 @@ class SentFile : public LocalFile {
         }
         int error = got < 0 ? system_error(errno) : 0;
         octets.resize(filled);
+        moved_.take(octets);
         return error;
+    }
+    Report moved() const {
+        return moved_.report();
     }
 
   private:
     const Fd &file_;
+    Moved moved_;
 };
 
 class ReceivedFile : public LocalFile {
@@ -97,13 +103,21 @@ bool listen_once(Channel &channel, Conversation &talk, int64_t deadline) {
     return news;
 }
 
+End in_time(const Conversation &talk, int64_t now, int64_t end) {
+    const int seconds =
+        now < end ? server.packet_seconds : settings()->tftp_total_seconds;
+    return {system_error(ETIMEDOUT), talk.awaited() + " did not come within " +
+                                         std::to_string(seconds) + " seconds"};
+}
+
 // Holds the conversation until it has ended. `end` bounds all of it, the wait
 // for each answer that brings it on is packet_seconds.
-int converse(Conversation &talk, int64_t end) {
+End converse(Conversation &talk, int64_t end) {
     Channel channel;
     if (!channel.open(server.address, static_cast<uint16_t>(server.port)) ||
         !channel.send(talk.packet()))
-        return system_error(errno);
+        return local_end(system_error(errno), "the request cannot be sent",
+                         errno);
     const int64_t patience = server.packet_seconds * int64_t{1000};
     const int64_t pause = std::clamp<int64_t>(patience / 4, 1000, 5000);
     int64_t now = monotonic_ms();
@@ -116,49 +130,92 @@ int converse(Conversation &talk, int64_t end) {
         if (!news && (talk.ended() || now < again))
             continue;
         if (!channel.send(talk.packet()) && !talk.ended())
-            return system_error(errno);
+            return local_end(system_error(errno), "the request cannot be sent",
+                             errno);
         again = now + pause;
     }
-    return talk.ended() ? talk.result() : system_error(ETIMEDOUT);
+    return talk.ended() ? End{talk.result(), talk.why()}
+                        : in_time(talk, now, end);
 }
 
-int transfer(Request request, LocalFile &file) {
+End transfer(Request request, LocalFile &file) {
     const int64_t end =
         monotonic_ms() + settings()->tftp_total_seconds * int64_t{1000};
     request.options = true;
     Conversation talk(request, file);
-    int result = converse(talk, end);
+    End ended = converse(talk, end);
     if (!talk.options_refused())
-        return result;
+        return ended;
     request.options = false; // nothing has moved so far
     Conversation plain(request, file);
     return converse(plain, end);
 }
 
-int check_call(const char *remote) {
-    if (settings() == nullptr || remote == nullptr || *remote == 0)
-        return system_error(EINVAL);
-    return server.address.empty() ? system_error(ENOTCONN) : 0;
+// Tells how it ended, and what was moved; gives the result.
+int told(const Attempt &attempt, const End &end, const Report &moved) {
+    Report report;
+    if (end.result != 0)
+        report = explain(attempt, end);
+    report.octets = moved.octets;
+    if (end.result == 0)
+        report.sha256 = moved.sha256;
+    tell(report);
+    return end.result;
 }
 
-int put(const char *local, const char *remote) {
+int refused(const Attempt &attempt, const End &end) {
+    return told(attempt, end, {});
+}
+
+int put(const Attempt &attempt, const char *local) {
     const Fd file = open_source(local);
     struct stat st;
     if (!file || fstat(file.get(), &st) != 0)
-        return system_error(errno);
+        return refused(attempt,
+                       local_end(system_error(errno),
+                                 "the local file cannot be read", errno));
     SentFile sent(file);
-    return transfer({true, remote, static_cast<uint64_t>(st.st_size)}, sent);
+    const End end = transfer(
+        {true, attempt.remote, static_cast<uint64_t>(st.st_size)}, sent);
+    return told(attempt, end, sent.moved());
 }
 
-int get(const char *remote, const char *local) {
+int get(const Attempt &attempt, const char *local) {
     FetchedFile fetched(local);
-    const int error =
+    int error =
         fetched.open(static_cast<uint64_t>(settings()->download_octets));
     if (error != 0)
-        return file_result(error);
+        return refused(attempt,
+                       local_end(file_result(error),
+                                 "the local file cannot be written", error));
     ReceivedFile received(fetched.file());
-    const int result = transfer({false, remote}, received);
-    return result == 0 ? file_result(fetched.keep()) : result;
+    End end = transfer({false, attempt.remote}, received);
+    if (end.result == 0 && (error = fetched.keep()) != 0)
+        end =
+            local_end(file_result(error), "the file could not be kept", error);
+    return told(attempt, end, fetched.file().moved());
+}
+
+int invalid(const Attempt &attempt, const char *why) {
+    return refused(attempt, {system_error(EINVAL), why});
+}
+
+// A call of the platform for one file.
+int move(bool send, const char *local, const char *remote) {
+    try {
+        const Attempt attempt = {send, remote == nullptr ? "" : remote,
+                                 server.address, server.port};
+        if (settings() == nullptr)
+            return invalid(attempt, "the settings cannot be read");
+        if (attempt.remote.empty())
+            return invalid(attempt, "the file has no name");
+        if (server.address.empty())
+            return refused(attempt,
+                           {system_error(ENOTCONN), "there is no server"});
+        return send ? put(attempt, local) : get(attempt, local);
+    } catch (const std::bad_alloc &) {
+        return system_error(ENOMEM);
+    }
 }
 
 } // namespace
@@ -178,8 +235,14 @@ int tftp_connect(const char *address, int port) {
     if (s == nullptr || port < -1 || port == 0 || port > 65535)
         return system_error(EINVAL);
     try {
-        if (!is_address(address))
+        if (!is_address(address)) {
+            Report report;
+            report.reason = "Checking the request: the server is no IPv4 or "
+                            "IPv6 address";
+            report.advice = "Look at the address of the server and its type.";
+            tell(report);
             return system_error(EINVAL);
+        }
         server.address = address;
     } catch (const std::bad_alloc &) {
         return system_error(ENOMEM);
@@ -189,25 +252,11 @@ int tftp_connect(const char *address, int port) {
 }
 
 int tftp_put2(const char *local, const char *remote, int) {
-    int error = check_call(remote);
-    if (error != 0)
-        return error;
-    try {
-        return put(local, remote);
-    } catch (const std::bad_alloc &) {
-        return system_error(ENOMEM);
-    }
+    return move(true, local, remote);
 }
 
 int tftp_get2(const char *remote, const char *local, int) {
-    int error = check_call(remote);
-    if (error != 0)
-        return error;
-    try {
-        return get(remote, local);
-    } catch (const std::bad_alloc &) {
-        return system_error(ENOMEM);
-    }
+    return move(false, local, remote);
 }
 
 const char *tftp_strerror(int code) {

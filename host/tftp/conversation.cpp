@@ -2,9 +2,12 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <limits>
 
 #include <strings.h>
+
+#include "host/history/report.h"
 
 namespace xfhost::tftp {
 namespace {
@@ -28,6 +31,7 @@ enum ErrorCode : unsigned {
 
 constexpr size_t header_size = 4;
 constexpr size_t smallest_block = 8;
+constexpr size_t longest_quote = 120;
 
 std::string word(unsigned value) {
     return {static_cast<char>(value >> 8 & 0xff),
@@ -93,7 +97,7 @@ bool Conversation::take(uint16_t port, std::string_view datagram) {
         return false;
     unsigned opcode = word_at(datagram, 0), number = word_at(datagram, 2);
     if (opcode == error) {
-        take_error(number);
+        take_error(number, datagram.substr(header_size));
         return false;
     }
     if (opcode == options_taken && request_.options)
@@ -125,7 +129,9 @@ bool Conversation::can_be_first(std::string_view datagram) const {
 }
 
 // There is nothing to be said to it.
-void Conversation::take_error(unsigned code) {
+void Conversation::take_error(unsigned code, std::string_view text) {
+    why_ = "the server said error " + std::to_string(code) + ": \"" +
+           printable(text.substr(0, text.find('\0')), longest_quote) + '"';
     options_refused_ = request_.options && !begun_ &&
                        (code == not_defined || code == illegal_operation ||
                         code == bad_options);
@@ -143,8 +149,9 @@ bool Conversation::take_options(std::string_view options) {
         int problem = system_error(EPROTO);
         if (!take_text(options, name) || !take_text(options, value) ||
             !set_option(name, value, problem))
-            return fail(problem == no_room ? disk_full : bad_options,
-                        "not with these options", problem);
+            return problem == no_room
+                       ? fail_here(disk_full, "not with these options", problem)
+                       : fail(bad_options, "not with these options", problem);
     }
     if (request_.send)
         send_next();
@@ -183,8 +190,8 @@ bool Conversation::take_data(unsigned block, std::string_view octets) {
     begun_ = true;
     int result = file_.append(octets);
     if (result != 0)
-        return fail(result == no_room ? disk_full : not_defined, "not kept",
-                    result);
+        return fail_here(result == no_room ? disk_full : not_defined,
+                         "not kept", result);
     moved_ += octets.size();
     bool whole = octets.size() < block_size_;
     if (announced_ && (whole ? moved_ != *announced_ : moved_ > *announced_))
@@ -221,7 +228,7 @@ void Conversation::send_next() {
         (last_ ? moved_ != request_.size : moved_ > request_.size))
         result = system_error(EIO);
     if (result != 0) {
-        fail(not_defined, "cannot be read", result);
+        fail_here(not_defined, "cannot be read", result);
         return;
     }
     block_++;
@@ -233,8 +240,26 @@ void Conversation::end(int result) {
     result_ = result;
 }
 
+std::string Conversation::awaited() const {
+    if (!begun_)
+        return "the answer to the request";
+    return request_.send
+               ? "the acknowledgement of block " + std::to_string(block_)
+               : "block " + std::to_string(uint16_t(block_ + 1));
+}
+
+// Of the local file.
+bool Conversation::fail_here(unsigned code, const char *text, int result) {
+    const char *problem =
+        result == no_room ? "no space for it" : strerror(-result - 100);
+    why_ = std::string("the local file: ") + problem;
+    return fail(code, text, result);
+}
+
 // Ends it, and has the server told why. Gives true: there is a new packet.
 bool Conversation::fail(unsigned code, const char *text, int result) {
+    if (why_.empty())
+        why_ = std::string("the server sent what does not fit: ") + text;
     packet_ = word(error) + word(code) + text + '\0';
     end(result);
     return true;

@@ -68,6 +68,12 @@ class Conversation {
     int result() const {
         return result_;
     }
+    // Why it ended with another result than 0.
+    const std::string &why() const {
+        return why_;
+    }
+    // What the next datagram has to be, for a person.
+    std::string awaited() const;
     // Whether it has ended because the server dislikes options.
     bool options_refused() const {
         return options_refused_;
@@ -75,7 +81,7 @@ class Conversation {
 
   private:
     bool can_be_first(std::string_view datagram) const;
-    void take_error(unsigned code);
+    void take_error(unsigned code, std::string_view text);
     bool take_options(std::string_view options);
     bool set_option(const std::string &name, std::string_view value,
                     int &problem);
@@ -85,6 +91,7 @@ class Conversation {
     void send_next();
     void end(int result);
     bool fail(unsigned code, const char *text, int result);
+    bool fail_here(unsigned code, const char *text, int result);
 
     Request request_;
     LocalFile &file_;
@@ -98,6 +105,7 @@ class Conversation {
     std::optional<uint64_t> announced_;
     bool ended_ = false;
     int result_ = 0;
+    std::string why_;
     bool options_refused_ = false;
 };
 

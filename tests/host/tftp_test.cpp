@@ -17,6 +17,7 @@
 
 #include "host/base/clock.h"
 #include "host/base/spawn.h"
+#include "host/history/moved.h"
 #include "host/tftp/conversation.h"
 #include "tests/host/support.h"
 #include "tests/host/tftp_server.h"
@@ -78,14 +79,27 @@ class Tftp : public testing::Test {
     void SetUp() override {
         local = support::directory() + "/local.bin";
         unlink(local.c_str());
+        setenv(xfhost::report_variable, report.c_str(), 1);
         ASSERT_EQ(tftp_timeout_set(20), 0);
+    }
+    void TearDown() override {
+        unsetenv(xfhost::report_variable);
+    }
+    // What was told since put() or get() began, which has to be a failure.
+    std::string reason() {
+        const xfhost::Report told = xfhost::read_report(report);
+        EXPECT_EQ(told.sha256, "");
+        EXPECT_NE(told.advice, "");
+        return told.reason.substr(told.reason.find("(TFTP): ") + 8);
     }
     int put(const std::string &data, const char *remote) {
         support::write_file(local, data);
+        EXPECT_TRUE(xfhost::begin_report(report));
         return tftp_put2(local.c_str(), remote, 0);
     }
     int get(const char *remote) {
         unlink(local.c_str());
+        EXPECT_TRUE(xfhost::begin_report(report));
         return tftp_get2(remote, local.c_str(), 0);
     }
     // Neither the file nor a part of it.
@@ -95,6 +109,7 @@ class Tftp : public testing::Test {
                                      std::to_string(getpid()) + ".part"));
     }
     std::string local;
+    const std::string report = support::directory() + "/reports/tftp.report";
 };
 
 // A real server on a loopback address and a port of its own.
@@ -116,6 +131,7 @@ class TftpDaemon : public Tftp {
         ASSERT_EQ(tftp_connect("127.0.0.2", port), 0);
     }
     void TearDown() override {
+        Tftp::TearDown();
         if (server <= 0)
             return;
         kill(server, SIGTERM);
@@ -140,14 +156,20 @@ TEST_F(TftpDaemon, EverySizeArrivesInBothDirections) {
         std::string name = "size-" + std::to_string(size);
         ASSERT_EQ(put(data, name.c_str()), 0) << size;
         ASSERT_TRUE(support::read_file(files + "/" + name) == data) << size;
+        const std::string digest = xfhost::moved_report(data).sha256;
+        EXPECT_EQ(xfhost::read_report(report).sha256, digest) << size;
         ASSERT_EQ(get(name.c_str()), 0) << size;
         ASSERT_TRUE(support::read_file(local) == data) << size;
+        EXPECT_EQ(xfhost::read_report(report).sha256, digest) << size;
+        EXPECT_EQ(xfhost::read_report(report).octets, size);
+        EXPECT_EQ(xfhost::read_report(report).reason, "");
     }
     EXPECT_EQ(support::mode_of(local), 0600u);
 }
 
 TEST_F(TftpDaemon, AMissingFile) {
     EXPECT_EQ(get("missing"), -1);
+    EXPECT_EQ(reason(), "the server said error 1: \"File not found\"");
     expect_nothing_left();
 }
 
@@ -232,6 +254,8 @@ TEST_F(TftpTest, AServerThatNeverAnswers) {
     connect(server);
     double start = now();
     EXPECT_EQ(get("x"), -210);
+    EXPECT_EQ(reason(), "the answer to the request did not come within 2 "
+                        "seconds");
     EXPECT_EQ(put("data", "x"), -210);
     EXPECT_LT(now() - start, 15); // 2 s a transfer are configured
     unlink(local.c_str());
@@ -244,8 +268,12 @@ TEST_F(TftpTest, AServerThatStopsInTheMiddle) {
     connect(server);
     double start = now();
     EXPECT_EQ(get("x"), -210);
+    EXPECT_TRUE(reason().starts_with("block ")) << reason();
     expect_nothing_left();
     EXPECT_EQ(put(content_of(100000), "x"), -210);
+    EXPECT_TRUE(reason().starts_with("the acknowledgement of block "))
+        << reason();
+    EXPECT_GT(xfhost::read_report(report).octets, 0u);
     EXPECT_LT(now() - start, 20);
 }
 
@@ -255,6 +283,8 @@ TEST_F(TftpTest, ErrorsOfTheProtocol) {
     for (int code : {1, 2, 3, 4, 5, 6, 7}) {
         server.code = static_cast<uint16_t>(code);
         EXPECT_EQ(get("x"), -code);
+        EXPECT_EQ(reason(), "the server said error " + std::to_string(code) +
+                                ": \"refused\"");
         EXPECT_EQ(put("x", "x"), -code);
     }
     server.code = 0; // "not defined": no code of its own
@@ -287,7 +317,10 @@ TEST_F(TftpTest, ALocalLinkLeadsNowhere) {
 TEST_F(TftpTest, LocalErrors) {
     TftpServer server(Manner::plain);
     connect(server);
+    EXPECT_TRUE(xfhost::begin_report(report));
     EXPECT_EQ(tftp_put2("/no/such/file", "x", 0), -(100 + ENOENT));
+    EXPECT_EQ(reason(), "the local file cannot be read: No such file or "
+                        "directory");
     EXPECT_EQ(tftp_get2("x", "/no/such/directory/file", 0), -(100 + ENOENT));
     EXPECT_EQ(tftp_put2("/tmp", "x", 0), -(100 + EINVAL));
     EXPECT_EQ(tftp_get2("", local.c_str(), 0), -(100 + EINVAL));
@@ -313,6 +346,7 @@ TEST_F(TftpTest, AFileThatCannotBeStored) {
     server.content = content_of(5000);
     refused_by_fsync = ENOSPC;
     EXPECT_EQ(get("x"), -3);
+    EXPECT_EQ(reason(), "the file could not be kept: No space left on device");
     refused_by_fsync = EIO;
     EXPECT_EQ(get("x"), -(100 + EIO));
     refused_by_fsync = 0;
@@ -333,6 +367,7 @@ TEST_F(TftpTest, AFileAboveTheLimitOfTheProcess) {
     int result = get("x");
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
     EXPECT_EQ(result, -3);
+    EXPECT_EQ(reason(), "the local file: no space for it");
     expect_nothing_left();
     EXPECT_EQ(get("x"), 0);
 }
@@ -425,7 +460,9 @@ TEST(TftpConversation, TheLastBlockHasToBeAcknowledged) {
 
 TEST_F(TftpTest, BadServers) {
     EXPECT_EQ(tftp_connect("host.example", -1), -(100 + EINVAL));
+    EXPECT_TRUE(xfhost::begin_report(report));
     EXPECT_EQ(tftp_connect("", -1), -(100 + EINVAL));
+    EXPECT_NE(xfhost::read_report(report).reason, "");
     EXPECT_EQ(tftp_connect("127.0.0.1", 0), -(100 + EINVAL));
     EXPECT_EQ(tftp_connect("127.0.0.1", 65536), -(100 + EINVAL));
     EXPECT_EQ(tftp_timeout_set(0), -(100 + EINVAL));
