@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <string_view>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -11,6 +12,7 @@
 
 #include "host/base/clock.h"
 #include "host/base/files.h"
+#include "host/history/report.h"
 
 namespace xfhost {
 namespace {
@@ -82,6 +84,18 @@ int await_children() {
     return sigaction(SIGCHLD, &action, nullptr) == 0 ? 0 : errno;
 }
 
+// For as long as this process does not change its own.
+std::vector<char *> environment_for(const std::string &path) {
+    const std::string report = std::string(report_variable) + "=";
+    std::vector<char *> variables;
+    for (char **each = environ; *each != nullptr; each++)
+        if (path.starts_with("/brim/") ||
+            !std::string_view(*each).starts_with(report))
+            variables.push_back(*each);
+    variables.push_back(nullptr);
+    return variables;
+}
+
 } // namespace
 
 int spawn_program(const SpawnRequest &request, pid_t &pid) {
@@ -106,7 +120,8 @@ int spawn_program(const SpawnRequest &request, pid_t &pid) {
         arguments.push_back(const_cast<char *>(argument.c_str()));
     arguments.push_back(nullptr);
     return posix_spawn(&pid, program_path(request.path).c_str(), actions.get(),
-                       attributes.get(), arguments.data(), environ);
+                       attributes.get(), arguments.data(),
+                       environment_for(request.path).data());
 }
 
 int wait_for(pid_t pid, int &status) {

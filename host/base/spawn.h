@@ -16,8 +16,10 @@ struct SpawnRequest {
 };
 
 // Starts a program: no descriptors above 2, all signals at their default and
-// none blocked. From then on this process does not ignore SIGCHLD, which would
-// lose how the program ends. Returns 0 and its process id, or an error number.
+// none blocked. One of /brim/ tells of a copy what this process tells of it;
+// the environment of any other one does not name the report. From then on this
+// process does not ignore SIGCHLD, which would lose how the program ends.
+// Returns 0 and its process id, or an error number.
 int spawn_program(const SpawnRequest &request, pid_t &pid);
 
 // Waits for one child. Returns 0 and its wait status, or an error number.

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -14,6 +15,7 @@
 
 #include "host/base/log.h"
 #include "host/base/startup_config.h"
+#include "host/history/report.h"
 #include "host/procd/manager.h"
 
 using namespace xfhost;
@@ -51,6 +53,8 @@ int main(int count, char **) {
     const Settings *s = settings();
     if (s == nullptr)
         return 78;
+    // What it tells of a save, and what the shell does that it runs.
+    setenv(report_variable, save_report_path().c_str(), 1);
     Fd stop = stop_signals();
     if (!stop) {
         log_message(LOG_ERR, "signals: %s", strerror(errno));

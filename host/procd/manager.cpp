@@ -12,6 +12,7 @@
 #include "host/base/log.h"
 #include "host/base/record.h"
 #include "host/errors.h"
+#include "host/history/report.h"
 #include "host/procd/save_journal.h"
 #include "platform/messages.h"
 
@@ -52,6 +53,12 @@ bool Manager::start() {
     // Only now: the access points are ours, no other system manager works.
     if (uint32_t token = noted_save()) {
         log_message(LOG_WARNING, "an earlier save was not finished");
+        Report interrupted;
+        interrupted.reason = "Saving on this switch: the system manager ended "
+                             "in the middle, and was started again.";
+        interrupted.advice =
+            "Save again; the log of procd may tell why it ended.";
+        tell(interrupted);
         report(err_save_interrupted, token);
     }
     return true;
@@ -135,10 +142,15 @@ void Manager::request_save(ipcbus_message *message) {
 
 uint32_t Manager::begin_save(const ipcbus_message &message) {
     auto request = parse_save_request(message.wire.payload);
+    if (job_)
+        return request ? err_save_busy : err_save_request;
+    // Also for a request that is refused: what an earlier save told must not
+    // pass for this one's.
+    if (!begin_report(save_report_path()))
+        log_message(LOG_WARNING, "%s: %s", save_report_path().c_str(),
+                    strerror(errno));
     if (!request)
         return err_save_request;
-    if (job_)
-        return err_save_busy;
     std::vector<FabricSwitch> switches;
     uint32_t error = choose_switches(*request, switches);
     if (error != 0)
@@ -173,6 +185,11 @@ uint32_t Manager::choose_switches(const SaveRequest &request,
     if (error.empty())
         return 0;
     log_message(LOG_ERR, "fabric: %s", error.c_str());
+    Report none;
+    none.reason = "Looking for the switches of the fabric: " + error;
+    none.advice = "Look at the settings fabric_file, fabric_key_file and "
+                  "fabric_known_hosts of the switch.";
+    tell(none);
     return err_no_fabric;
 }
 

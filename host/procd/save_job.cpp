@@ -15,6 +15,7 @@
 #include "host/base/startup_config.h"
 #include "host/errors.h"
 #include "host/fabric/results.h"
+#include "host/history/moved.h"
 #include "host/procd/remote.h"
 
 namespace xfhost {
@@ -54,6 +55,23 @@ class Results {
                                 "The save ended before this switch answered."});
     }
 
+    // For the report: how many failed, and the first of them.
+    void tell_failures() const {
+        const auto failed = [](const auto &each) { return each.failed; };
+        const auto first =
+            std::find_if(results_.begin(), results_.end(), failed);
+        const auto count =
+            std::count_if(results_.begin(), results_.end(), failed);
+        Report report;
+        report.reason = "Saving in the fabric: " + std::to_string(count) +
+                        " of " + std::to_string(results_.size()) +
+                        " switches failed, the first is " + first->address +
+                        ": " + first->text;
+        report.advice = "The error table has an entry for each of them; mend "
+                        "what it says, and save again.";
+        tell(report);
+    }
+
     void store() {
         if (!store_results(results_))
             log_message(LOG_ERR, "fabric results: %s", strerror(errno));
@@ -76,6 +94,14 @@ class Results {
     std::mutex mutex_;
     std::vector<FabricResult> results_;
 };
+
+void tell_failure(const std::string &why) {
+    Report report;
+    report.reason = "Saving on this switch: " + why;
+    report.advice = "Look at the disk and the state directory of the switch, "
+                    "and into the log of its system manager (procd).";
+    tell(report);
+}
 
 void save_on_others(const Settings &settings,
                     const std::vector<FabricSwitch> &switches,
@@ -106,16 +132,19 @@ uint32_t save_here(const Settings &settings, const std::stop_token &stop,
         return err_startup_not_read;
     }
     auto proceed = [&] { return pause(settings.save_delay_seconds, stop); };
-    if (error == 0 && keep_shown(text, proceed))
+    if (error == 0 && keep_shown(text, proceed)) {
+        tell(moved_report(text));
         return 0;
-    if (error == ECANCELED || errno == ECANCELED) {
+    }
+    const int problem = error != 0 ? error : errno;
+    if (problem == ECANCELED) {
         why = "The save was aborted.";
         return err_save_aborted;
     }
-    why = errno == ENOSPC ? "The disk of this switch is full."
-                          : std::string("The startup configuration cannot be "
-                                        "kept: ") +
-                                strerror(errno);
+    why = problem == ENOSPC ? "The disk of this switch is full."
+                            : std::string("The startup configuration cannot be "
+                                          "kept: ") +
+                                  strerror(problem);
     log_message(LOG_ERR, "%s", why.c_str());
     return err_startup_not_kept;
 }
@@ -135,6 +164,7 @@ uint32_t save_in_fabric(const Settings &settings,
     save_on_others(settings, switches, stop, results);
     if (results.all_done())
         return 0;
+    results.tell_failures();
     return stop.stop_requested() ? err_save_aborted : err_fabric_failed;
 }
 
@@ -155,6 +185,8 @@ void SaveJob::run(const std::stop_token &stop) {
         result_ = switches_.empty()
                       ? save_here(settings_, stop, why)
                       : save_in_fabric(settings_, switches_, stop);
+        if (!why.empty())
+            tell_failure(why);
     } catch (const std::bad_alloc &) {
         result_ = err_startup_not_kept;
     } catch (const std::system_error &error) {

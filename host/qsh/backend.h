@@ -15,6 +15,8 @@ struct ApplyResult {
     size_t lines = 0;   // lines of configuration: no comments, no blank lines
     size_t refused = 0; // of them
     bool stopped = false;
+    size_t first_refused = 0; // its number in the text
+    std::string refusal;      // and why
 };
 
 // So many refused lines, and the rest is not looked at.

@@ -14,6 +14,7 @@
 #include "host/base/settings.h"
 #include "host/base/spawn.h"
 #include "host/errors.h"
+#include "host/history/report.h"
 #include "host/ipcbus/wire.h"
 #include "host/procd/protocol.h"
 #include "host/qsh/exit_codes.h"
@@ -86,11 +87,41 @@ int result_of(int status) {
     }
 }
 
+// For a shell that cannot say it itself.
+void tell_failure(const std::string &what) {
+    Report report;
+    report.reason = "Applying the configuration: " + what;
+    report.advice = "Look at the running configuration, whether it was applied "
+                    "in part, and into the log of the agent.";
+    tell(report);
+}
+
+// Gives the result.
+int end_of(int error, int status, const Settings &settings) {
+    if (error == ETIMEDOUT) {
+        tell_failure("the shell had not ended after " +
+                     std::to_string(settings.apply_seconds) +
+                     " seconds (setting apply_seconds) and was stopped");
+        return as_result(err_apply_time_limit);
+    }
+    if (error != 0)
+        tell_failure(std::string("the shell is lost: ") + strerror(error));
+    else if (WIFSIGNALED(status))
+        tell_failure(std::string("the shell was ended by a signal: ") +
+                     strsignal(WTERMSIG(status)));
+    else if (WEXITSTATUS(status) != 0)
+        tell_failure("the shell ended with status " +
+                     std::to_string(WEXITSTATUS(status)));
+    return error != 0 ? as_result(err_apply_failed) : result_of(status);
+}
+
 int run(const qsh_cfg_file_request &request, const Settings &settings) {
     std::string path = whole_path(text_of(request.cfg_file), settings);
     if (path.empty()) {
         log_message(LOG_ERR, "%s...: no telling which file this is",
                     text_of(request.cfg_file).c_str());
+        tell_failure("no telling which file " + text_of(request.cfg_file) +
+                     "... is");
         return as_result(err_apply_failed);
     }
     SpawnRequest shell;
@@ -100,13 +131,12 @@ int run(const qsh_cfg_file_request &request, const Settings &settings) {
     int error = spawn_program(shell, pid);
     if (error != 0) {
         log_message(LOG_ERR, "%s: %s", shell.path.c_str(), strerror(error));
+        tell_failure(shell.path + " cannot be run: " + strerror(error));
         return as_result(err_shell_not_run);
     }
     int status = 0;
     error = wait_with_limit(pid, settings.apply_seconds, status);
-    if (error == ETIMEDOUT)
-        return as_result(err_apply_time_limit);
-    return error != 0 ? as_result(err_apply_failed) : result_of(status);
+    return end_of(error, status, settings);
 }
 
 } // namespace

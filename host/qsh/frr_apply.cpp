@@ -430,11 +430,20 @@ void FrrApply::note_restored(const std::string &shown, const std::string &why) {
 }
 
 void FrrApply::report(ApplyResult &result, std::string &results) const {
-    result = {lines_.size(), refused(), stopped_};
+    result.lines = lines_.size();
+    result.refused = refused();
+    result.stopped = stopped_;
     size_t told = 0;
-    for (const FrrLine &line : lines_)
-        if (!line.refusal.empty() && told++ < most_refused)
+    for (const FrrLine &line : lines_) {
+        if (line.refusal.empty())
+            continue;
+        if (told == 0) {
+            result.first_refused = line.number;
+            result.refusal = line.refusal;
+        }
+        if (told++ < most_refused)
             results += result_line(line.number, line.text, line.refusal);
+    }
     if (told > most_refused)
         results +=
             std::to_string(told - most_refused) + " more lines were refused\n";

@@ -13,6 +13,7 @@
 #include "host/base/record.h"
 #include "host/base/settings.h"
 #include "host/base/startup_config.h"
+#include "host/history/moved.h"
 #include "host/qsh/backend.h"
 #include "host/qsh/exit_codes.h"
 
@@ -29,14 +30,21 @@ constexpr const char *usage =
     "The fourth form merges the lines of FILE into the running configuration;\n"
     "RESULTS receives one line for each line that was refused.\n";
 
-int fail(const char *what) {
-    fprintf(stderr, "qsh: %s: %s\n", what, strerror(errno));
-    return exit_failed;
-}
+// What the shell was asked for, for a report.
+const char *step = "";
 
 int refuse(const std::string &why) {
     fprintf(stderr, "qsh: %s\n", why.c_str());
+    Report report;
+    report.reason = std::string(step) + ": " + why;
+    report.advice = "Look at the switch: at its disk, at its state directory, "
+                    "and at the log of its agent.";
+    tell(report);
     return exit_failed;
+}
+
+int fail(const char *what) {
+    return refuse(std::string(what) + ": " + strerror(errno));
 }
 
 int print(const std::string &text) {
@@ -44,11 +52,13 @@ int print(const std::string &text) {
 }
 
 int show_running(Backend &backend) {
+    step = "Showing the running configuration";
     std::string text, why;
     return backend.show(text, why) ? print(text) : refuse(why);
 }
 
 int show_startup() {
+    step = "Showing the startup configuration";
     Fd directory = open_startup_directory();
     if (!directory)
         return fail("state directory");
@@ -60,6 +70,7 @@ int show_startup() {
 }
 
 int save(Backend &backend) {
+    step = "Saving the running configuration";
     std::string text, why;
     if (!backend.show(text, why))
         return refuse(why);
@@ -110,7 +121,36 @@ void write_results(const std::string &path, const std::string &results) {
         fprintf(stderr, "qsh: %s: %s\n", path.c_str(), strerror(errno));
 }
 
+std::string lines_text(const ApplyResult &result) {
+    if (result.lines == 0)
+        return "there is no line of configuration in it";
+    std::string text =
+        std::to_string(result.refused) + " of " + std::to_string(result.lines) +
+        " lines were refused, the first is line " +
+        std::to_string(result.first_refused) + ": " + result.refusal;
+    if (result.stopped)
+        text += "; the lines behind the last of these were not looked at";
+    return text;
+}
+
+void tell_applied(const ApplyResult &result, const std::string &text,
+                  const char *results_path) {
+    Report report = moved_report(text);
+    report.refused = result.refused;
+    report.first_refused = result.first_refused;
+    report.refusal = result.refusal;
+    if (exit_code(result) != 0)
+        report.reason = std::string(step) + ": " + lines_text(result);
+    if (result.lines == 0)
+        report.advice = "Look whether the right file was copied.";
+    else if (result.refused > 0)
+        report.advice = std::string("Mend these lines; on the switch, ") +
+                        results_path + " lists them.";
+    tell(report);
+}
+
 int apply(Backend &backend, const char *path, const char *results_path) {
+    step = "Applying the configuration";
     std::string text, results, why;
     if (!read_named(path, text))
         return fail(path);
@@ -121,6 +161,7 @@ int apply(Backend &backend, const char *path, const char *results_path) {
         results += "stopped after " + std::to_string(result.refused) +
                    " refused lines; the rest was not looked at\n";
     write_results(results_path, results);
+    tell_applied(result, text, results_path);
     return exit_code(result);
 }
 

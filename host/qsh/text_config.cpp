@@ -141,7 +141,10 @@ ApplyResult TextConfig::apply(std::string_view text, const Refusal &refusal) {
         }
         result.lines++;
         if (const char *why = reader.take(line)) {
-            result.refused++;
+            if (result.refused++ == 0) {
+                result.first_refused = number;
+                result.refusal = why;
+            }
             refusal(number, line, why);
         }
         return true;
