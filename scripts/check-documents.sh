@@ -8,5 +8,5 @@ install_packages
 fetch_base_mibs
 build build
 cd "$top/tests/docs"
-XF_TEST_BUILD=$top/build PYTHONDONTWRITEBYTECODE=1 exec /usr/bin/python3 -m pytest \
+PYTHONDONTWRITEBYTECODE=1 exec /usr/bin/python3 -m pytest \
     -q -p no:cacheprovider --durations=5 try_scripts.py

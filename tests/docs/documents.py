@@ -60,9 +60,11 @@ class Command(NamedTuple):
 
 
 def documents():
-    """Their names, as chapter() takes them."""
+    """Their names, as chapter() takes them; without those that a test writes of
+    what it has done."""
     found = [TOP / "README.md", *TOP.glob("docs/*.md"), *TOP.glob("docs/man/*")]
-    return sorted(str(each.relative_to(TOP)) for each in found)
+    return sorted(str(each.relative_to(TOP)) for each in found
+                  if not each.read_text().startswith("<!-- Written by a test"))
 
 
 def is_command(span):

@@ -19,7 +19,7 @@ def taken():
     found = set()
     for files, words in (
             (TESTS, r'\bchapter\(\s*"([^"]+)",\s*"([^"]+)"'),
-            (SCRIPTS, r'documents\.py"? (\S+) "([^"]+)"')):
+            (SCRIPTS, r'documents\.py"?[\s\\]+(\S+) "([^"]+)"')):
         for each in files:
             found |= set(re.findall(words, each.read_text()))
     return found
