@@ -94,7 +94,7 @@ def exit_codes():
         for body in re.findall(r"array set exit_code \{([^}]*)\}", text):
             words = body.split()
             found[path.name] = numbered(zip(words[::2], words[1::2]))
-        for body in re.findall(r"enum class \w+ \{([^}]*host_key[^}]*)\}", text):
+        for body in re.findall(r"enum class \w+ \{([^}]*host_key = [^}]*)\}", text):
             found[path.name] = numbered(re.findall(r"(\w+)(?: = (\d+))?", body))
     return found
 
