@@ -10,13 +10,14 @@ import pytest
 
 import routers
 import tftp
+from documents import commands
 from routers import APPLIED, FAILED, QSH
 from saves import save
 from snmp import NETWORK, RUNNING, STARTUP, download, go, row, upload
 from switches import FrrAgent
 from tools import Program, wait_for
 
-DOCUMENT = pathlib.Path(__file__).parents[2] / "docs/frr.md"
+DOCUMENT = "docs/frr.md"
 USER = "Debian-snmp"
 DAEMONS = ("zebra", "staticd", "bgpd", "ospfd")
 
@@ -33,24 +34,16 @@ install -d -o {USER} -g {USER} -m 700 /var/lib/xfplatform /run/xfplatform
 """
 
 
-def commands():
-    """The indented blocks, and what stands in the text with its arguments."""
-    text = DOCUMENT.read_text()
-    blocks = re.findall(r"\n\n((?:    .*\n)+)", text)
-    spans = re.findall(r"`((?:qsh|vtysh|runuser|usermod) [^`]+)`", text)
-    return [re.sub(r"(?m)^    ", "", block) for block in blocks] + spans
-
-
 @pytest.fixture(scope="module")
 def told():
     """Takes the command that begins so; in the end none may be left."""
-    left = commands()
+    left = [each.text for each in commands(DOCUMENT)]
 
     def take(begin):
-        found = [each for each in left if each.startswith(begin)]
+        found = {each for each in left if each.startswith(begin)}
+        assert len(found) == 1, begin
         left[:] = [each for each in left if each not in found]
-        assert found and len(set(each.strip() for each in found)) == 1, begin
-        return found[0]
+        return found.pop()
     take.left = left
     return take
 
@@ -67,7 +60,7 @@ def machine(tmp_path_factory, told):
     subprocess.run(["cp", "-a", "/etc", str(folder / "machine")], check=True)
     (folder / "machine/xfhost.conf").write_text(
         told("backend frr") +
-        f"root {QSH.parents[2]}\nuser {USER}\nvtysh_seconds 4\n")
+        f"\nroot {QSH.parents[2]}\nuser {USER}\nvtysh_seconds 4\n")
     subprocess.run([*router.enter, "sh", "-c", MACHINE.format(folder=folder)],
                    check=True, capture_output=True)
     yield router
@@ -107,13 +100,18 @@ def with_groups(machine, told):
     return machine
 
 
-def test_who_saves(with_groups, told):
-    machine, copy = with_groups, told("qsh -c 'copy")
-    as_user = run(machine, f"runuser -u {USER} -- {copy}")
+@pytest.fixture(scope="module")
+def keep(told):
+    return told("qsh -c 'copy")
+
+
+def test_who_saves(with_groups, keep):
+    machine = with_groups
+    as_user = run(machine, f"runuser -u {USER} -- {keep}")
     assert as_user.returncode == FAILED
     assert "Permission denied" in as_user.stderr
     assert not machine.frr_conf.exists()
-    good(run(machine, copy))
+    good(run(machine, keep))
     assert machine.frr_conf.read_text() == machine.own_show()
     assert machine.frr_conf.owner() == machine.frr_conf.group() == "frr"
 
@@ -178,10 +176,9 @@ def procd_says(machine):
     return procd.log
 
 
-def test_when_the_two_startup_files_differ(with_groups, told):
+def test_when_the_two_startup_files_differ(with_groups, keep, told):
     machine = with_groups
-    compare, keep = told("diff"), commands()
-    keep = next(each for each in keep if each.startswith("qsh -c 'copy"))
+    compare = told("diff")
     good(run(machine, keep))
     assert run(machine, compare).returncode == 0
     assert "frr.conf" not in procd_says(machine)
