@@ -9,7 +9,6 @@ import subprocess
 import pytest
 
 import routers
-import tftp
 from documents import commands
 from routers import APPLIED, FAILED, QSH
 from saves import save
@@ -126,10 +125,7 @@ def agent(with_groups, tmp_path):
     subprocess.run(["chown", "-R", f"{USER}:", str(agent.folder)], check=True)
     for each in (tmp_path, *tmp_path.parents):
         each.chmod(each.stat().st_mode | 0o011)
-    agent.start()
-    agent.double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
-    yield agent
-    agent.double.close()
+    yield agent.start()
     agent.close()
 
 
