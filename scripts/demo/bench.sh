@@ -227,6 +227,8 @@ start_switch() { # NAME ADDRESS
 
 # The folders and settings of the switch, and the keys; nothing is started.
 prepare_bench() {
+    # No settings of whoever runs it.
+    unset "${!XF_@}"
     [ -e /tmp/configcopy.txt ] || results_are_ours=yes
     bench=$(mktemp -d /tmp/xfdemo.XXXXXX)
     chmod 755 "$bench"

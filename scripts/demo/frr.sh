@@ -34,7 +34,6 @@ fi
 # --- inside: this process is on the router edge -----------------------------
 
 server=127.0.0.2 agent=127.0.0.1 trap_port=162 fabric_port=2022
-export XF_SSH_PORT=22
 
 # The checkout may be in /tmp itself.
 hide_tmp() {
@@ -58,7 +57,7 @@ start_here() {
     hide_tmp
     prepare_bench
     # vtysh would keep a history in the user's home.
-    export HOME=$bench XF_CONFIG=$bench/xfhost.conf
+    export HOME=$bench XF_CONFIG=$bench/xfhost.conf XF_SSH_PORT=22
     unset VTYSH_PAGER VTYSH_LOG VTYSH_HISTFILE
     printf '%s\n' 'backend frr' "frr_daemons ${frr_daemons[*]}" \
         'vtysh_seconds 3' >"$XF_CONFIG"

@@ -5,7 +5,7 @@ import sys
 
 import pytest
 
-for each in ("hostile", "agent"):
+for each in ("hostile", "agent", "docs"):
     sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / each))
 import routers  # noqa: E402
 from recorder import fault, pytest_runtest_makereport  # noqa: E402, F401

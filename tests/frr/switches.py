@@ -2,11 +2,13 @@
 
 import manager
 import routers
+import tftp
 
 
 class FrrAgent(manager.SavingAgent):
     """An agent and its procd with the router's sockets and its /etc/frr. They
-    are on the network of the tests, so stations and servers reach them."""
+    are on the network of the tests, so stations and servers reach them; one of
+    them is `double`, for TFTP."""
 
     def __init__(self, folder, router, **settings):
         folder.mkdir()
@@ -21,6 +23,7 @@ class FrrAgent(manager.SavingAgent):
     def start(self):
         super().start()
         self.manager.start()
+        self.double = tftp.TftpDouble("127.0.0.3", self.tftp_port)
         return self
 
     @property
@@ -28,6 +31,7 @@ class FrrAgent(manager.SavingAgent):
         return self.state / "startup" / "system.cfg"
 
     def close(self):
+        self.double.close()
         self.manager.close()
         super().close()
 

@@ -4,7 +4,6 @@ import time
 
 import pytest
 
-import tftp
 from saves import save
 from snmp import FAILED, RUNNING, STARTUP, download, go, row, upload
 from switches import FrrAgent
@@ -13,10 +12,7 @@ from switches import FrrAgent
 @pytest.fixture
 def switch(make_router, tmp_path):
     agent = FrrAgent(tmp_path / "agent", make_router())
-    agent.start()
-    agent.double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
-    yield agent
-    agent.double.close()
+    yield agent.start()
     agent.close()
 
 

@@ -6,7 +6,6 @@ import time
 
 import pytest
 
-import tftp
 from saves import save
 from snmp import FAILED, IN_PROGRESS, Failure, download, go, upload
 from switches import FrrAgent
@@ -36,10 +35,7 @@ def switch(make_router, tmp_path):
     router.settings["frr_daemons"] = " ".join(router.daemons)
     agent = FrrAgent(tmp_path / "agent", router, vtysh_seconds=2, extra_configuration=(
         f"master agentx\nagentXSocket unix:{socket}\nagentXPerms 0777\n"))
-    agent.start()
-    agent.double = tftp.TftpDouble("127.0.0.3", agent.tftp_port)
-    yield agent
-    agent.double.close()
+    yield agent.start()
     agent.close()
 
 
