@@ -21,15 +21,16 @@ namespace {
 // tell a copy's own fork from others.
 class Attributes {
   public:
-    Attributes() {
+    explicit Attributes(bool own_session) {
         posix_spawnattr_init(&attributes_);
         sigset_t all, none;
         sigfillset(&all);
         sigemptyset(&none);
         posix_spawnattr_setsigdefault(&attributes_, &all);
         posix_spawnattr_setsigmask(&attributes_, &none);
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF |
-                                                   POSIX_SPAWN_SETSIGMASK);
+        int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
+                    (own_session ? POSIX_SPAWN_SETSID : 0);
+        posix_spawnattr_setflags(&attributes_, static_cast<short>(flags));
     }
     ~Attributes() {
         posix_spawnattr_destroy(&attributes_);
@@ -99,7 +100,7 @@ std::vector<char *> environment_for(const std::string &path) {
 } // namespace
 
 int spawn_program(const SpawnRequest &request, pid_t &pid) {
-    Attributes attributes;
+    Attributes attributes(request.own_session);
     Actions actions;
     Fd copies[3];
     int error = await_children();

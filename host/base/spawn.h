@@ -13,6 +13,7 @@ struct SpawnRequest {
     std::string path; // /brim/... is looked for below the root prefix
     std::vector<std::string> arguments; // without the program's own name
     int in = -1, out = -1, err = -1;    // -1: the caller's
+    bool own_session = false; // leads one, so that its group can be killed
 };
 
 // Starts a program: no descriptors above 2, all signals at their default and

@@ -7,6 +7,7 @@
 
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,28 +35,33 @@ bool read_back(const Fd &fd, std::string &text) {
            read_whole(fd.get(), largest_config, text);
 }
 
-// setsid: a group that can be killed as one. prlimit: what it prints stays in
-// memory. setpriv: it does not outlive this process. env: VTYSH_PAGER,
-// VTYSH_LOG and HOME would be used.
+// setpriv: it does not outlive this process. env: VTYSH_PAGER, VTYSH_LOG and
+// HOME would be used.
 SpawnRequest request_for(const Settings &settings,
                          const std::vector<std::string> &arguments) {
     SpawnRequest request;
-    request.path = "/usr/bin/setsid";
-    request.arguments = {"/usr/bin/prlimit",
-                         "--fsize=" + std::to_string(largest_config),
-                         "/usr/bin/setpriv",
-                         "--pdeathsig",
-                         "KILL",
-                         "--",
-                         "/usr/bin/env",
-                         "-i",
-                         "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
-                         "HOME=/nonexistent",
-                         "LC_ALL=C",
-                         settings.vtysh_program};
+    request.path = "/usr/bin/setpriv";
+    request.arguments = {
+        "--pdeathsig",       "KILL",     "--",
+        "/usr/bin/env",      "-i",       "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+        "HOME=/nonexistent", "LC_ALL=C", settings.vtysh_program};
     request.arguments.insert(request.arguments.end(), arguments.begin(),
                              arguments.end());
+    request.own_session = true;
     return request;
+}
+
+// What it prints stays in memory: only so much of it.
+int spawn_limited(const SpawnRequest &request, pid_t &pid) {
+    struct rlimit before = {};
+    if (getrlimit(RLIMIT_FSIZE, &before) != 0)
+        return errno;
+    struct rlimit limited = before;
+    limited.rlim_cur = std::min<rlim_t>(largest_config, before.rlim_cur);
+    if (setrlimit(RLIMIT_FSIZE, &limited) != 0)
+        return errno;
+    int error = spawn_program(request, pid);
+    return setrlimit(RLIMIT_FSIZE, &before) != 0 ? errno : error;
 }
 
 // Its number is its own until it has been waited for.
@@ -89,13 +95,14 @@ Vtysh::Vtysh(const Settings &settings,
     request.in = in_.get();
     request.out = out_.get();
     request.err = err_.get();
-    error_ = in_ && out_ && err_ ? spawn_program(request, pid_) : errno;
+    error_ = in_ && out_ && err_ ? spawn_limited(request, pid_) : errno;
 }
 
 Vtysh::~Vtysh() {
+    if (error_ != 0 || pid_ < 0)
+        return;
     int status = 0;
-    if (error_ == 0 && pid_ > 0)
-        end_group(pid_, status);
+    end_group(pid_, status);
 }
 
 VtyshEnd Vtysh::finish(int seconds) {

@@ -7,7 +7,7 @@ import random
 import pytest
 
 import table
-from routers import APPLIED
+from routers import APPLIED, needed
 
 EXAMPLES = sorted(
     file for folder in ("/etc/frr", "/usr/share/doc/frr", "/usr/share/frr")
@@ -184,6 +184,7 @@ that it was applied to, without regard to the order.
 
 def test_table(request):
     """Of the tests above; not if only some of them were run."""
+    needed()
     names = [str(file) for file in EXAMPLES] + \
         [f"generated, {seed}" for seed in SEEDS]
     if len(request.session.items) < len(names) + 1:

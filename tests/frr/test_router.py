@@ -163,7 +163,7 @@ def test_lines_that_open_files_are_a_setting(router):
     applied(router.apply(router.show()))
 
 
-def test_a_daemon_that_does_not_run(make_router):
+def test_a_daemon_that_does_not_run(make_router, fault):
     """vtysh drops its lines without a word."""
     router = make_router(daemons=("zebra", "staticd"))
     status, results = router.apply(
@@ -173,9 +173,11 @@ def test_a_daemon_that_does_not_run(make_router):
     assert results == ["line 2: taken, but not in the configuration "
                        'afterwards: "bgp router-id 1.2.3.4"']
     assert "10.1.0.0" in router.show()
+    fault("FRR", "lines for a daemon that does not run",
+          "reported as not in the configuration; the others are applied")
 
 
-def test_a_killed_daemon(router):
+def test_a_killed_daemon(router, fault):
     applied(router.apply(SITE))
     assert router.save() == (0, "")
     kept = router.startup.read_bytes()
@@ -189,9 +191,11 @@ def test_a_killed_daemon(router):
     assert router.frr_conf.read_bytes() == kept
     status, results = router.apply("ip route 10.9.0.0/24 blackhole\n")
     assert status == FAILED and "bgpd" in results[0]
+    fault("FRR", "bgpd is killed before a show, a save and a file",
+          "each fails and names bgpd; what was saved stays")
 
 
-def test_a_daemon_killed_while_it_is_applied(router):
+def test_a_daemon_killed_while_it_is_applied(router, fault):
     neighbours = "".join(f" neighbor 10.0.{n // 250}.{n % 250 + 1} "
                          f"remote-as {n + 1}\n" for n in range(3000))
     file = router.folder / "given.cfg"
@@ -206,9 +210,11 @@ def test_a_daemon_killed_while_it_is_applied(router):
     _, words = qsh.communicate(timeout=120)
     assert qsh.returncode == FAILED
     assert "bgpd" in words and "in part" in words
+    fault("FRR", "bgpd is killed while 3,000 neighbours are applied",
+          "fails, names bgpd, and says that it may have been applied in part")
 
 
-def test_a_daemon_that_hangs(router):
+def test_a_daemon_that_hangs(router, fault):
     router.stop_daemon("bgpd")
     began = time.monotonic()
     status, text, words = router.qsh("-c", "show running-config",
@@ -218,18 +224,22 @@ def test_a_daemon_that_hangs(router):
     assert "no answer from bgpd" in words
     router.go_on("bgpd")
     assert router.show() == router.own_show()
+    fault("FRR", "bgpd hangs", "the show fails in time and names bgpd; goes on "
+          "when bgpd does")
 
 
-def test_no_vtysh(router):
+def test_no_vtysh(router, fault):
     status, _, words = router.qsh("-c", "show running-config",
                                   vtysh_program="/usr/bin/no-vtysh")
     assert status == FAILED and "/usr/bin/no-vtysh" in words
     status, _ = router.apply(SITE, vtysh_program="/usr/bin/no-vtysh")
     assert status == FAILED
     assert "65001" not in router.own_show()
+    fault("FRR", "there is no vtysh when a file is applied",
+          "fails and names it; nothing is applied")
 
 
-def test_a_user_without_the_groups(router):
+def test_a_user_without_the_groups(router, fault):
     for name in ("state", "sockets"):
         subprocess.run(["chown", "-R", "nobody", str(router.folder / name)],
                        check=True)
@@ -239,6 +249,8 @@ def test_a_user_without_the_groups(router):
         as_user=["setpriv", "--reuid", "nobody", "--clear-groups"])
     assert (status, text) == (FAILED, "")
     assert "vtysh" in words
+    fault("FRR", "a user without FRR's groups", "no configuration; vtysh's "
+          "own words are in the error")
 
 
 def test_no_configuration(router):
@@ -347,7 +359,7 @@ def test_a_hostile_startup_configuration_is_not_kept(router):
 
 
 @pytest.mark.parametrize("place", ["etc", "state"])
-def test_a_full_disk(router, place):
+def test_a_full_disk(router, place, fault):
     """Both startup files stay what they were."""
     applied(router.apply(SITE))
     folder = router.folder / place
@@ -381,6 +393,9 @@ def test_a_full_disk(router, place):
     subprocess.run([*inside, "rm", f"{mounted}/filler"], check=True)
     assert router.save() == (0, "")
     assert b"10.44.0.0" in read(conf) == read(str(router.startup))
+    where = {"etc": "FRR's folder", "state": "the state directory"}[place]
+    fault("FRR", f"no room in {where} during a save",
+          "both startup files stay what they were; goes on when there is room")
 
 
 def test_procd_says_that_the_startup_files_differ(router):
