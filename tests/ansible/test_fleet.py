@@ -198,6 +198,7 @@ def test_one_play(fleet):
         assert re.search(words, results[name]["msg"]), results[name]
         assert fleet.sent(name) is None
     # The second play of README has them all.
+    assert set(results) == {*fleet.peers, "localhost"} and len(results) == 21
     for name, result in results.items():
         if name != "localhost":
             assert f'"{name}: {result["outcome"]}. ' in done.stdout, name

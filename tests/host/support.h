@@ -4,17 +4,9 @@
 
 #include <string>
 
+#include "tests/platform/suite/files.h"
+
 namespace support {
-
-// A directory of this test process, removed at its end.
-const std::string &directory();
-
-void write_file(const std::string &path, const std::string &data);
-
-// The content of a file; "(missing)" if there is none.
-std::string read_file(const std::string &path);
-
-bool exists(const std::string &path);
 
 // Permission bits of a file, without following a link.
 unsigned mode_of(const std::string &path);

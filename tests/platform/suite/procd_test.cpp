@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "main_loop.h"
 #include "platform/errlog.h"
 #include "platform/qsh.h"
@@ -42,22 +43,22 @@ class Procd : public testing::Test {
 
 TEST_F(Procd, ATextBecomesTheStartupConfiguration) {
     ASSERT_NE(procd_cli_dir_get(handle, 2), nullptr);
-    const std::string path = suite::directory() + "/startup.cfg";
+    const std::string path = support::directory() + "/startup.cfg";
     for (const char *text : {"first\n", "second, longer\n", "3\n"}) {
-        suite::write_file(path, text);
+        support::write_file(path, text);
         EXPECT_EQ(procd_cli_write_ascii_cfg(handle, path.c_str()), 0);
-        EXPECT_EQ(suite::read_file(startup_file()), text);
+        EXPECT_EQ(support::read_file(startup_file()), text);
     }
 }
 
 TEST_F(Procd, AMissingTextLeavesTheStartupConfiguration) {
-    const std::string path = suite::directory() + "/startup.cfg";
-    suite::write_file(path, "kept\n");
+    const std::string path = support::directory() + "/startup.cfg";
+    support::write_file(path, "kept\n");
     ASSERT_EQ(procd_cli_write_ascii_cfg(handle, path.c_str()), 0);
     const int result = procd_cli_write_ascii_cfg(handle, "/no/such/file");
     EXPECT_NE(result, 0);
     EXPECT_NE(syserr_format(static_cast<uint32_t>(result)), nullptr);
-    EXPECT_EQ(suite::read_file(startup_file()), "kept\n");
+    EXPECT_EQ(support::read_file(startup_file()), "kept\n");
 }
 
 TEST_F(Procd, SignsOfLifeDoNotBlockAndAreASecondApart) {
@@ -167,8 +168,8 @@ TEST_F(Manager, SavesTheRunningConfigurationAndTellsTheEnd) {
     ASSERT_EQ(register_for_notification(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE,
                                         save_ended),
               0);
-    const std::string path = suite::directory() + "/before.cfg";
-    suite::write_file(path, "before the save\n");
+    const std::string path = support::directory() + "/before.cfg";
+    support::write_file(path, "before the save\n");
     ASSERT_EQ(procd_cli_write_ascii_cfg(handle, path.c_str()), 0);
     const double begun = suite::now();
     const uint32_t result = ask(save_request(SAVE_ACTION_RUNNING_TO_STARTUP));
@@ -178,7 +179,7 @@ TEST_F(Manager, SavesTheRunningConfigurationAndTellsTheEnd) {
         EXPECT_TRUE(turn_until([] { return !ends.empty(); }));
         EXPECT_EQ(ends, std::vector<size_t>{0});
     }
-    EXPECT_NE(suite::read_file(startup_file()), "before the save\n");
+    EXPECT_NE(support::read_file(startup_file()), "before the save\n");
     unregister_for_notification(IPCBUS_OPC_PROCD_COPY_RUN2START_DONE);
 }
 

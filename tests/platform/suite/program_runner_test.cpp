@@ -9,14 +9,14 @@
 
 #include <gtest/gtest.h>
 
-#include "suite.h"
+#include "files.h"
 
 namespace {
 
 class ProgramRunner : public testing::Test {
   protected:
     void SetUp() override {
-        path = suite::directory() + "/runner.out";
+        path = support::directory() + "/runner.out";
         out = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         ASSERT_GE(out, 0);
     }
@@ -48,19 +48,19 @@ TEST_F(ProgramRunner, ArgumentsReachNoShell) {
     execute_program_and_wait_redirect(-1, out, -1, "/bin/sh", "-c",
                                       "printf '<%s>' \"$@\"", "sh", "a b",
                                       "$HOME;`id`", "", "\"", nullptr);
-    EXPECT_EQ(suite::read_file(path), "<a b><$HOME;`id`><><\">");
+    EXPECT_EQ(support::read_file(path), "<a b><$HOME;`id`><><\">");
 }
 
 TEST_F(ProgramRunner, RedirectsEachStream) {
-    const std::string input = suite::directory() + "/runner.in";
-    suite::write_file(input, "from the file");
+    const std::string input = support::directory() + "/runner.in";
+    support::write_file(input, "from the file");
     const int in = open(input.c_str(), O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(execute_program_and_wait_redirect(in, out, out, "/bin/sh", "-c",
                                                 "cat; echo ' and error' >&2",
                                                 nullptr),
               0);
     close(in);
-    EXPECT_EQ(suite::read_file(path), "from the file and error\n");
+    EXPECT_EQ(support::read_file(path), "from the file and error\n");
 }
 
 TEST_F(ProgramRunner, LeavesTheCallersStreams) {
@@ -73,7 +73,7 @@ TEST_F(ProgramRunner, LeavesTheCallersStreams) {
     dup2(before, STDOUT_FILENO);
     close(before);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(suite::read_file(path), "to the caller's\n");
+    EXPECT_EQ(support::read_file(path), "to the caller's\n");
 }
 
 } // namespace

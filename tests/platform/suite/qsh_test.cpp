@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "platform/program_runner.h"
 #include "suite.h"
 
@@ -18,8 +19,8 @@ class Qsh : public testing::Test {
     void SetUp() override {
         if (suite::options().accepted.empty())
             GTEST_SKIP() << "no --accepted line was named";
-        configuration = suite::directory() + "/qsh.cfg";
-        results = suite::directory() + "/qsh.results";
+        configuration = support::directory() + "/qsh.cfg";
+        results = support::directory() + "/qsh.results";
         unlink(configuration.c_str());
         unlink(results.c_str());
     }
@@ -32,7 +33,7 @@ class Qsh : public testing::Test {
         return qsh_execute_cfg_file2(&request);
     }
     int apply(const std::string &text) const {
-        suite::write_file(configuration, text);
+        support::write_file(configuration, text);
         return apply();
     }
     std::string configuration, results;
@@ -41,7 +42,7 @@ class Qsh : public testing::Test {
 TEST_F(Qsh, AppliesWhatItKnowsAndShowsIt) {
     const std::string &line = suite::options().accepted;
     EXPECT_EQ(apply(line + "\n"), 0);
-    const std::string path = suite::directory() + "/shown";
+    const std::string path = support::directory() + "/shown";
     const int out =
         open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     EXPECT_EQ(execute_program_and_wait_redirect(-1, out, -1, "/brim/bin/qsh",
@@ -49,8 +50,8 @@ TEST_F(Qsh, AppliesWhatItKnowsAndShowsIt) {
                                                 nullptr),
               0);
     close(out);
-    EXPECT_NE(suite::read_file(path).find(line), std::string::npos)
-        << suite::read_file(path);
+    EXPECT_NE(support::read_file(path).find(line), std::string::npos)
+        << support::read_file(path);
 }
 
 TEST_F(Qsh, SaysThatAFileHasNoConfiguration) {
@@ -63,8 +64,8 @@ TEST_F(Qsh, SaysThatLinesWereRefusedAndWhich) {
         GTEST_SKIP() << "no --refused line was named";
     EXPECT_EQ(apply(line + "\n" + suite::options().accepted + "\n"),
               QSH_ERR_CFG_LINES_REFUSED);
-    EXPECT_TRUE(suite::exists(results));
-    EXPECT_NE(suite::read_file(results), "");
+    EXPECT_TRUE(support::exists(results));
+    EXPECT_NE(support::read_file(results), "");
 }
 
 TEST_F(Qsh, AMissingFileIsAnErrorOfItsOwn) {

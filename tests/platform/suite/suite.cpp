@@ -1,14 +1,12 @@
 #include "suite.h"
+#include "files.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include <getopt.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,39 +75,6 @@ void *library() {
     return tested;
 }
 
-const std::string &directory() {
-    static const std::string made = [] {
-        std::string path =
-            (std::filesystem::temp_directory_path() / "platform.XXXXXX")
-                .string();
-        if (mkdtemp(path.data()) == nullptr)
-            abort();
-        return path;
-    }();
-    return made;
-}
-
-void write_file(const std::string &path, const std::string &data) {
-    std::ofstream out(path, std::ios::binary);
-    out << data;
-    out.close();
-    ASSERT_TRUE(out) << path;
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return "(missing)";
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-bool exists(const std::string &path) {
-    struct stat st;
-    return lstat(path.c_str(), &st) == 0;
-}
-
 double now() {
     struct timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
@@ -134,7 +99,7 @@ run_suite(int count, char **arguments, void *library) {
         fputs(usage, stderr);
         return 2;
     }
-    const std::string &directory = suite::directory();
+    const std::string &directory = support::directory();
     const pid_t self = getpid();
     const int result = RUN_ALL_TESTS();
     if (self == getpid())

@@ -22,16 +22,6 @@ const Options &options();
 // The library that is tested, as dlopen opened it.
 void *library();
 
-// A directory of this run, removed at its end.
-const std::string &directory();
-
-void write_file(const std::string &path, const std::string &data);
-
-// The content of a file; "(missing)" if there is none.
-std::string read_file(const std::string &path);
-
-bool exists(const std::string &path);
-
 // Seconds of the monotonic clock.
 double now();
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "files.h"
 #include "suite.h"
 #include "tftp_server.h"
 
@@ -27,7 +28,7 @@ std::string content_of(size_t size) {
 class Tftp : public testing::Test {
   protected:
     void SetUp() override {
-        local = suite::directory() + "/local.bin";
+        local = support::directory() + "/local.bin";
         unlink(local.c_str());
         ASSERT_GE(tftp_timeout_set(20), 0);
     }
@@ -35,7 +36,7 @@ class Tftp : public testing::Test {
         ASSERT_GE(tftp_connect("127.0.0.1", server.port()), 0);
     }
     int put(const std::string &data, const char *remote) {
-        suite::write_file(local, data);
+        support::write_file(local, data);
         return tftp_put2(local.c_str(), remote, 0);
     }
     int get(const char *remote) {
@@ -53,7 +54,7 @@ TEST_F(Tftp, EverySizeArrivesInBothDirections) {
         ASSERT_GE(put(data, "x"), 0) << size;
         EXPECT_TRUE(server.content == data) << size;
         ASSERT_GE(get("x"), 0) << size;
-        EXPECT_TRUE(suite::read_file(local) == data) << size;
+        EXPECT_TRUE(support::read_file(local) == data) << size;
     }
 }
 
@@ -95,7 +96,7 @@ TEST_F(Tftp, AFailureLeavesNoPartOfAFile) {
     connect(server);
     ASSERT_GE(tftp_timeout_set(1), 0);
     EXPECT_EQ(get("x"), timeout);
-    EXPECT_FALSE(suite::exists(local));
+    EXPECT_FALSE(support::exists(local));
 }
 
 TEST_F(Tftp, AServerThatStopsTakingIsNoSuccess) {
@@ -108,7 +109,7 @@ TEST_F(Tftp, AServerThatStopsTakingIsNoSuccess) {
 TEST_F(Tftp, ErrorsOfTheSystemLieBelowThoseOfTheProtocol) {
     TftpServer server(Manner::plain);
     connect(server);
-    const std::string nowhere = suite::directory() + "/none/file";
+    const std::string nowhere = support::directory() + "/none/file";
     EXPECT_EQ(tftp_put2(nowhere.c_str(), "x", 0),
               -(TFTP_LARGEST_CODE + ENOENT));
     EXPECT_EQ(tftp_get2("x", nowhere.c_str(), 0),
