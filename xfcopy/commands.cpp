@@ -63,13 +63,54 @@ Outcome about_row(const RowCommand &command, CopyTable &table,
     return command.run(table, report, looked.row);
 }
 
+Outcome no_history(const Answer &why) {
+    if (why.kind != Answer::values)
+        return answer_words(why);
+    return {Status::refused, "the agent shows no history of copies",
+            "look whether its platform keeps one (history_rows), at its root "
+            "(--history-root), and whether this user may read it"};
+}
+
+Outcome past_copy(History &history, const std::string &word, Report &report) {
+    const auto number =
+        parse_number(word, 1, std::numeric_limits<uint32_t>::max());
+    if (!number)
+        return {Status::usage,
+                shown(word) + ": it is no number from 1 to 4294967295", ""};
+    Answer why;
+    const auto copy = history.look(static_cast<uint32_t>(*number), why);
+    if (copy) {
+        report.past_copy(*copy);
+        return {};
+    }
+    if (why.kind != Answer::values)
+        return answer_words(why);
+    return {Status::gone, "there is no copy " + word + " in the history",
+            "xfcopy history shows those that are there"};
+}
+
+Outcome past_copies(History &history, const Options &options, Report &report) {
+    Answer why;
+    if (!history.newest(why))
+        return no_history(why);
+    if (options.words.size() > 1)
+        return past_copy(history, options.words[1], report);
+    std::vector<PastCopy> copies;
+    const auto problem = history.all(copies);
+    report.past_copies(copies);
+    return problem ? answer_words(*problem) : Outcome{};
+}
+
 } // namespace
 
-Status run_command(CopyTable &table, const Options &options, Report &report) {
+Status run_command(CopyTable &table, History &history, const Options &options,
+                   Report &report) {
     MaybeIndex index;
     Outcome outcome;
     if (options.command == "list")
         outcome = list(table, report);
+    if (options.command == "history")
+        outcome = past_copies(history, options, report);
     for (const RowCommand &each : row_commands)
         if (options.command == each.name)
             outcome = about_row(each, table, options.words[1], report, index);

@@ -71,10 +71,10 @@ bool read_yes() {
 
 class Copy {
   public:
-    Copy(Session &session, CopyTable &table, const Options &options,
-         CopyRequest request, Report &report)
-        : session_(session), table_(table), options_(options), report_(report),
-          request_(std::move(request)) {}
+    Copy(Session &session, CopyTable &table, History &history,
+         const Options &options, CopyRequest request, Report &report)
+        : session_(session), table_(table), history_(history),
+          options_(options), report_(report), request_(std::move(request)) {}
 
     Status run();
 
@@ -93,6 +93,8 @@ class Copy {
     End interruption();
     Outcome cancel();
     Outcome finish(const Row &row);
+    Outcome failure(const Row &row);
+    void count_octets();
     Outcome started_only();
     bool is_mine(const Row &row) const;
     bool is_leftover(const Row &row) const;
@@ -101,6 +103,7 @@ class Copy {
 
     Session &session_;
     CopyTable &table_;
+    History &history_;
     const Options &options_;
     Report &report_;
     CopyRequest request_;
@@ -112,6 +115,9 @@ class Copy {
     MaybeIndex busy_with_;
     Clock::time_point started_at_;
     MaybeTime took_;
+    std::optional<uint32_t> in_history_;
+    bool looked_in_history_ = false;
+    uint64_t octets_ = 0;
     const char *state_ = "running";
     Clock::time_point busy_since_;
     bool busy_ = false;
@@ -295,6 +301,21 @@ void Copy::remove() {
         report_.removed(index_);
 }
 
+// The agent's own words, where it keeps a history, else those for the cause.
+Outcome Copy::failure(const Row &row) {
+    Outcome outcome =
+        failed_words(row.cause, request_.source, request_.destination);
+    Answer unused;
+    const auto number = history_.find(index_);
+    const auto past = number ? history_.look(*number, unused) : std::nullopt;
+    if (past && past->row.state == failed && !past->reason.empty()) {
+        outcome.text = sentence_part(past->reason);
+        if (!past->advice.empty())
+            outcome.advice = sentence_part(past->advice);
+    }
+    return outcome;
+}
+
 Outcome Copy::finish(const Row &row) {
     took_ = row.took();
     if (!took_)
@@ -304,8 +325,7 @@ Outcome Copy::finish(const Row &row) {
                            " to " + shown(location_text(request_.destination)),
                        ""};
     if (row.state == failed) {
-        outcome =
-            failed_words(row.cause, request_.source, request_.destination);
+        outcome = failure(row);
         std::vector<FailedSwitch> switches;
         table_.switches(index_, switches);
         report_.switches(switches);
@@ -361,7 +381,18 @@ Copy::End Copy::interruption() {
 
 void Copy::show_progress() {
     if (created_)
-        report_.running(index_, state_, since(started_at_));
+        report_.running(index_, state_, since(started_at_), octets_);
+}
+
+// Only for a line that changes: elsewhere nobody sees them.
+void Copy::count_octets() {
+    if (!report_.live() || !request_.with_server())
+        return;
+    if (!looked_in_history_)
+        in_history_ = history_.find(index_);
+    looked_in_history_ = true;
+    if (in_history_)
+        octets_ = history_.octets(*in_history_);
 }
 
 // One look at the row; the end if it has come.
@@ -408,6 +439,7 @@ Outcome Copy::follow() {
         if (End end = step())
             return *end;
         const uint64_t elapsed = since(started_at_);
+        count_octets();
         show_progress();
         if (options_.timeout &&
             elapsed >= static_cast<uint64_t>(*options_.timeout) * 100)
@@ -461,9 +493,10 @@ std::optional<Outcome> take_request(const Options &options,
     return Outcome{Status::usage, word + ": " + problem, ""};
 }
 
-Status copy(Session &session, CopyTable &table, const Options &options,
-            CopyRequest request, Report &report) {
-    return Copy(session, table, options, std::move(request), report).run();
+Status copy(Session &session, CopyTable &table, History &history,
+            const Options &options, CopyRequest request, Report &report) {
+    return Copy(session, table, history, options, std::move(request), report)
+        .run();
 }
 
 Outcome answer_words(const Answer &answer, oid column) {

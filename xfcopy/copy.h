@@ -2,6 +2,7 @@
 #ifndef XFCOPY_COPY_H
 #define XFCOPY_COPY_H
 
+#include "xfcopy/history.h"
 #include "xfcopy/options.h"
 #include "xfcopy/report.h"
 #include "xfcopy/table.h"
@@ -15,8 +16,8 @@ std::optional<Outcome> take_request(const Options &options,
                                     CopyRequest &request);
 
 // Does it, and reports it. Signals have to be held back.
-Status copy(Session &session, CopyTable &table, const Options &options,
-            CopyRequest request, Report &report);
+Status copy(Session &session, CopyTable &table, History &history,
+            const Options &options, CopyRequest request, Report &report);
 
 // What a question about a row ended with that has not found it.
 Outcome not_found_words(const Looked &looked, int32_t index);

@@ -66,9 +66,10 @@ int run(const Options &options) {
         return status;
     hold_signals();
     CopyTable table(*session, options.root);
-    return written(
-        copies ? copy(*session, table, options, std::move(request), report)
-               : run_command(table, options, report));
+    History history(*session, options.history_root);
+    return written(copies ? copy(*session, table, history, options,
+                                 std::move(request), report)
+                          : run_command(table, history, options, report));
 }
 
 } // namespace

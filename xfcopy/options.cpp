@@ -15,11 +15,12 @@ constexpr int64_t most_int = std::numeric_limits<int32_t>::max();
 constexpr size_t most_oid = 100;
 
 constexpr Command commands[] = {
-    {copy_command, "AGENT SOURCE DESTINATION", 3},
-    {"list", "AGENT", 1},
-    {"show", "AGENT N", 2},
-    {"cancel", "AGENT N", 2},
-    {"errors", "AGENT N", 2},
+    {copy_command, "AGENT SOURCE DESTINATION", 3, 3},
+    {"list", "AGENT", 1, 1},
+    {"show", "AGENT N", 2, 2},
+    {"cancel", "AGENT N", 2, 2},
+    {"errors", "AGENT N", 2, 2},
+    {"history", "AGENT [N]", 1, 2},
 };
 
 template <auto Member> bool take_flag(Options &options, const std::string &) {
@@ -52,10 +53,11 @@ bool take_password_fd(Options &options, const std::string &text) {
     return number.has_value();
 }
 
+template <auto Member>
 bool take_root(Options &options, const std::string &text) {
     auto root = parse_oid(text);
     if (root)
-        options.root = std::move(*root);
+        options.*Member = std::move(*root);
     return root.has_value();
 }
 
@@ -94,8 +96,11 @@ constexpr LongOption long_options[] = {
      take_flag<&Options::json>, nullptr, false},
     {"quiet", nullptr, "print errors only", take_flag<&Options::quiet>, nullptr,
      false},
-    {"root", "OID", "where the agent has the module", take_root,
+    {"root", "OID", "where the agent has the module", take_root<&Options::root>,
      "an OID such as 1.3.6.1.4.1.32473.1.1", false},
+    {"history-root", "OID", "where it has the history of copies",
+     take_root<&Options::history_root>, "an OID such as 1.3.6.1.4.1.32473.1.2",
+     false},
     {"help", nullptr, "print this", take_flag<&Options::help>, nullptr, false},
     {"version", nullptr, "print the version", take_flag<&Options::version>,
      nullptr, false},
@@ -220,7 +225,8 @@ std::string take_command(Options &options, const std::string &for_copies) {
     else
         command = find_command(copy_command);
     options.command = command->name;
-    if (options.words.size() != command->words)
+    if (options.words.size() < command->words ||
+        options.words.size() > command->most_words)
         return std::string(options.words.size() < command->words
                                ? "something is missing: "
                                : "there is too much: ") +
@@ -242,13 +248,19 @@ std::string check(const Options &options) {
     return "";
 }
 
+// Commands with the same arguments share a line.
 std::string usage_lines() {
     std::string text;
-    for (const Command &each : commands) {
-        text += text.empty() ? "usage: xfcopy [OPTION]... " : "       xfcopy ";
-        if (strcmp(each.name, copy_command) != 0)
-            text += std::string(each.name) + " [OPTION]... ";
-        text += std::string(each.arguments) + "\n";
+    std::string names;
+    for (size_t i = 0; i < std::size(commands); ++i) {
+        const Command &each = commands[i];
+        names += std::string(names.empty() ? "" : "|") + each.name;
+        if (i + 1 < std::size(commands) &&
+            strcmp(commands[i + 1].arguments, each.arguments) == 0)
+            continue;
+        text += text.empty() ? "usage: xfcopy" : "       xfcopy " + names;
+        text += std::string(" [OPTION]... ") + each.arguments + "\n";
+        names.clear();
     }
     return text;
 }
@@ -287,6 +299,7 @@ std::optional<Oid> parse_oid(std::string_view text) {
 
 std::string parse_options(int count, char **arguments, Options &options) {
     options.root = *parse_oid(XFCOPY_ROOT);
+    options.history_root = *parse_oid(XFCOPY_HISTORY_ROOT);
     Parser parser(count, arguments, options);
     std::string problem = parser.parse();
     if (!problem.empty() || options.help || options.version)

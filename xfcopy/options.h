@@ -19,6 +19,7 @@ struct Command {
     const char *name;
     const char *arguments;
     size_t words;
+    size_t most_words;
 };
 
 // The command that is meant if none is named.
@@ -29,6 +30,7 @@ struct Options {
     std::vector<std::string> words;
     std::vector<std::string> library; // Net-SNMP's own options
     Oid root;
+    Oid history_root;
     std::string vrf;
     PasswordSource password;
     std::optional<int32_t> index;

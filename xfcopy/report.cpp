@@ -61,6 +61,39 @@ std::string details(const Row &row) {
     return aligned(lines);
 }
 
+std::string details(const PastCopy &copy) {
+    const Row &row = copy.row;
+    std::vector<std::vector<std::string>> lines = {
+        {"copy", std::to_string(copy.number)},
+        {"row", std::to_string(row.index)},
+        {"state", copy.state()},
+        {"from", shown(location_text(row.from()))},
+        {"to", shown(location_text(row.to()))}};
+    const auto add = [&](const char *name, const std::string &text) {
+        if (!text.empty())
+            lines.push_back({name, shown(text)});
+    };
+    const auto add_number = [&](const char *name, uint64_t number) {
+        add(name, number == 0 ? "" : std::to_string(number));
+    };
+    add("VRF", row.vrf);
+    add_number("port", static_cast<uint64_t>(copy.port));
+    add("asked by", copy.asker);
+    add("asked", copy.asked);
+    add("started", copy.started);
+    add("ended", copy.ended);
+    add("cause", row.state == failed ? cause_name(row.cause) : "");
+    add("reason", copy.reason);
+    add("advice", copy.advice);
+    add_number("octets", copy.octets);
+    add("SHA-256", copy.sha256);
+    add_number("lines refused", static_cast<uint64_t>(copy.refused));
+    if (copy.refused_line != 0)
+        add("the first", "line " + std::to_string(copy.refused_line) + ": " +
+                             copy.refused_reason);
+    return aligned(lines);
+}
+
 } // namespace
 
 Report::Report(bool json, bool quiet, std::string agent)
@@ -134,7 +167,8 @@ void Report::progress(const std::string &line, uint64_t elapsed) {
     }
 }
 
-void Report::running(int32_t index, const char *state, uint64_t elapsed) {
+void Report::running(int32_t index, const char *state, uint64_t elapsed,
+                     uint64_t octets) {
     if (json_ && last_state_ != state)
         print(event("state")
                   .number("index", index)
@@ -142,8 +176,10 @@ void Report::running(int32_t index, const char *state, uint64_t elapsed) {
                   .seconds("elapsed", elapsed)
                   .line());
     last_state_ = state;
-    progress(seconds_text(elapsed) + "  " + state + "  " + shown(source_) +
-                 " to " + shown(destination_),
+    const std::string moved =
+        octets == 0 ? "" : "  " + std::to_string(octets) + " octets";
+    progress(seconds_text(elapsed) + "  " + state + moved + "  " +
+                 shown(source_) + " to " + shown(destination_),
              elapsed);
 }
 
@@ -205,6 +241,61 @@ void Report::row(const Row &row) {
         print_json_row(row);
     else
         print(details(row));
+}
+
+void Report::print_json_past_copy(const PastCopy &copy) {
+    const Row &row = copy.row;
+    const auto text_or_null = [](JsonObject &to, const char *key,
+                                 const std::string &text) {
+        text.empty() ? to.null(key) : to.text(key, text);
+    };
+    JsonObject object = event("copy");
+    object.number("number", copy.number)
+        .number("index", row.index)
+        .text("state", copy.state())
+        .text("source", location_text(row.from()))
+        .text("destination", location_text(row.to()))
+        .text("vrf", row.vrf)
+        .number("port", copy.port)
+        .text("asker", copy.asker);
+    text_or_null(object, "asked", copy.asked);
+    text_or_null(object, "started", copy.started);
+    text_or_null(object, "ended", copy.ended);
+    row.state == failed ? object.text("cause", cause_name(row.cause))
+                        : object.null("cause");
+    object.text("reason", copy.reason)
+        .text("advice", copy.advice)
+        .number("octets", static_cast<int64_t>(copy.octets));
+    text_or_null(object, "sha256", copy.sha256);
+    object.number("refused", copy.refused)
+        .number("refused_line", copy.refused_line)
+        .text("refused_reason", copy.refused_reason);
+    print(object.line());
+}
+
+void Report::past_copies(const std::vector<PastCopy> &copies) {
+    if (json_) {
+        for (const PastCopy &each : copies)
+            print_json_past_copy(each);
+        return;
+    }
+    if (copies.empty())
+        return print(quiet_ ? "" : "there were no copies\n");
+    std::vector<std::vector<std::string>> lines = {
+        {"COPY", "ROW", "ASKED", "STATE", "FROM", "TO", "REASON"}};
+    for (const PastCopy &each : copies)
+        lines.push_back(
+            {std::to_string(each.number), std::to_string(each.row.index),
+             each.asked, each.state(), shown(location_text(each.row.from())),
+             shown(location_text(each.row.to())), shown(each.reason)});
+    print(aligned(lines));
+}
+
+void Report::past_copy(const PastCopy &copy) {
+    if (json_)
+        print_json_past_copy(copy);
+    else
+        print(details(copy));
 }
 
 void Report::switches(const std::vector<FailedSwitch> &switches) {

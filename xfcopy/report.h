@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "xfcopy/history.h"
 #include "xfcopy/table.h"
 #include "xfcopy/text.h"
 #include "xfcopy/words.h"
@@ -32,12 +33,19 @@ class Report {
     void warning(const std::string &text);
     void started(int32_t index);
     // Where the copy stands; called again and again.
-    void running(int32_t index, const char *state, uint64_t elapsed);
+    void running(int32_t index, const char *state, uint64_t elapsed,
+                 uint64_t octets);
+    // Whether that is shown as a line that changes.
+    bool live() const {
+        return live_;
+    }
     // Another copy, perhaps of that row, keeps this one from starting.
     void busy(MaybeIndex other, uint64_t elapsed);
     void removed(int32_t index);
     void rows(const std::vector<Row> &rows);
     void row(const Row &row);
+    void past_copies(const std::vector<PastCopy> &copies);
+    void past_copy(const PastCopy &copy);
     void switches(const std::vector<FailedSwitch> &switches);
     void end(const Outcome &outcome, MaybeIndex index = std::nullopt,
              MaybeTime elapsed = std::nullopt);
@@ -49,6 +57,7 @@ class Report {
     void progress(const std::string &line, uint64_t elapsed);
     void print(const std::string &text);
     void print_json_row(const Row &row);
+    void print_json_past_copy(const PastCopy &copy);
     JsonObject event(const char *name) const;
 
     bool json_;

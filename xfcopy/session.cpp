@@ -34,7 +34,11 @@ Value value_of(const netsnmp_variable_list &variable) {
     Value value;
     value.name.assign(variable.name, variable.name + variable.name_length);
     value.type = variable.type;
-    if (value.is_number() && variable.val.integer != nullptr)
+    if (value.type == ASN_COUNTER64 && variable.val.counter64 != nullptr)
+        value.number =
+            static_cast<int64_t>(uint64_t{variable.val.counter64->high} << 32 |
+                                 variable.val.counter64->low);
+    else if (value.is_number() && variable.val.integer != nullptr)
         value.number = *variable.val.integer;
     else if (value.is_octets() && variable.val.string != nullptr)
         value.octets.assign(reinterpret_cast<const char *>(variable.val.string),

@@ -2,6 +2,7 @@
 #ifndef XFCOPY_SESSION_H
 #define XFCOPY_SESSION_H
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,11 +22,12 @@ using Oid = std::vector<oid>;
 struct Value {
     Oid name;
     u_char type = SNMP_NOSUCHINSTANCE;
-    long number = 0;
+    int64_t number = 0;
     std::string octets;
 
     bool is_number() const {
-        return type == ASN_INTEGER || type == ASN_TIMETICKS;
+        return type == ASN_INTEGER || type == ASN_TIMETICKS ||
+               type == ASN_UNSIGNED || type == ASN_COUNTER64;
     }
     bool is_octets() const {
         return type == ASN_OCTET_STR;

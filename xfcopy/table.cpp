@@ -51,7 +51,7 @@ constexpr TextColumn text_columns[] = {{file_name_column, &Row::file_name},
 void take_value(Row &row, oid column, const Value &value) {
     for (const NumberColumn &each : number_columns)
         if (each.column == column)
-            row.*each.member = value.number;
+            row.*each.member = static_cast<long>(value.number);
     for (const TextColumn &each : text_columns)
         if (each.column == column)
             row.*each.member = value.octets;

@@ -1,12 +1,14 @@
 #include "xfcopy/words.h"
 
 #include <array>
+#include <cctype>
 
 #include <net-snmp/net-snmp-config.h>
 // Before the other headers of the library.
 #include <net-snmp/net-snmp-includes.h>
 
 #include "xfcopy/table.h"
+#include "xfcopy/text.h"
 
 namespace xfcopy {
 
@@ -198,6 +200,17 @@ Outcome failed_words(long cause, const Location &source,
                      const Location &destination) {
     const Cause &found = cause_of(cause, kind_of(source, destination));
     return {Status::failed, found.text, found.advice, cause};
+}
+
+std::string sentence_part(std::string text) {
+    const auto letter = [&](size_t place) {
+        return static_cast<unsigned char>(text[place]);
+    };
+    if (text.ends_with('.') && !text.ends_with(".."))
+        text.pop_back();
+    if (text.size() > 1 && islower(letter(1)) != 0)
+        text[0] = static_cast<char>(tolower(letter(0)));
+    return shown(text);
 }
 
 Outcome refused_words(long error, long column) {

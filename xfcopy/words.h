@@ -43,6 +43,11 @@ const char *cause_name(long cause);
 Outcome failed_words(long cause, const Location &source,
                      const Location &destination);
 
+// The reason that a history has, and its advice, as the parts of a sentence
+// that the words here are: without its capital and full stop, and made by
+// `shown`.
+std::string sentence_part(std::string text);
+
 // An error status that a SET was answered with. `column` is the column that
 // the error is about; 0 if that is not known.
 Outcome refused_words(long error, long column);

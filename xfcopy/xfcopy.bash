@@ -15,7 +15,7 @@ _xfcopy() {
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --vrf | --timeout | --wait-busy | --index | --password-fd | --root)
+    --vrf | --timeout | --wait-busy | --index | --password-fd | --*root)
         return
         ;;
     -l)
@@ -30,7 +30,7 @@ _xfcopy() {
     if [[ $current == -* ]]; then
         _xfcopy_candidates "--vrf --notify --no-wait --keep --timeout
             --wait-busy --index --password-file --password-fd --json --quiet
-            --root --help --version"
+            --root --history-root --help --version"
         return
     fi
     # Bash takes the colon of a URL for the end of a word.
@@ -40,7 +40,7 @@ _xfcopy() {
     compopt -o nospace 2>/dev/null
     _xfcopy_candidates "running startup fabric all tftp:// ftp:// scp:// sftp://"
     if ((COMP_CWORD == 1)); then
-        _xfcopy_candidates "copy list show cancel errors"
+        _xfcopy_candidates "copy list show cancel errors history"
     fi
     local index
     for ((index = 0; index < ${#COMPREPLY[@]}; ++index)); do

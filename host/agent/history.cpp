@@ -281,7 +281,7 @@ void look_again(const netsnmp_handler_registration &column,
         return;
     HistoryEntry &entry = begin(0);
     entry.report.reason = "The system manager could not be asked for the save.";
-    entry.report.advice = "Look whether procd runs on the switch.";
+    entry.report.advice = "Look whether the system manager runs on the switch.";
     finish(entry, CopyState::failed, static_cast<uint64_t>(row->cause));
 }
 

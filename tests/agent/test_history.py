@@ -260,7 +260,7 @@ def test_saves(with_manager):
     found = ended(agent.station)
     assert (found.state, found.cause) == (FAILED, UNKNOWN)
     assert found.reason == "The system manager could not be asked for the save."
-    assert "procd" in found.advice
+    assert "system manager runs" in found.advice
     forget(agent, 1)
 
     agent.settings["save_delay_seconds"] = 3600

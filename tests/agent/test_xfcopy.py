@@ -7,13 +7,14 @@ import time
 
 import pytest
 
+import history
 from command import (ACCESS, BUSY, CANCELLED, COPY_FAILED, DONE, GONE,
                      NO_ANSWER, REFUSED, TIMED_OUT, USAGE, Xfcopy, result_of)
 from lab import SANITIZED
 from saves import completions, keep_startup, startup
 from snmp import (CREATE_AND_WAIT, IN_PROGRESS, SUCCESSFUL, name, row,
                   v3_user)
-from tools import wait_for
+from tools import free_port, wait_for
 from transfer_servers import PASSWORD, USER, Servers, needs_servers
 
 RUNNING_TEXT = b"hostname one\nvlan 7\n"
@@ -48,6 +49,77 @@ def ends(result, status, words=""):
 
 def nothing_left(command):
     assert command.agent.station.rows() == []
+
+
+HISTORY_KEYS = ["event", "agent", "number", "index", "state", "source",
+                "destination", "vrf", "port", "asker", "asked", "started",
+                "ended", "cause", "reason", "advice", "octets", "sha256",
+                "refused", "refused_line", "refused_reason"]
+
+
+def test_history(make_agent, make_double, tmp_path):
+    agent = make_agent(ftp_port=free_port())
+    agent.running_config(RUNNING_TEXT)
+    make_double(agent)
+    command = Xfcopy(tmp_path, agent)
+    command.more["XFCOPY_PASSWORD"] = PASSWORD
+    url = "ftp://backup@127.0.0.3/sw1.cfg"  # nobody listens
+    assert command.run("history", "@").out == "there were no copies\n"
+    ends(command.run("@", "running", "tftp://127.0.0.3/sw1.cfg", "--index", 5),
+         DONE)
+    failed = ends(command.run("@", "running", url, "--index", 6), COPY_FAILED)
+    title, first, second = ends(command.run("history", "@"),
+                                DONE).out.splitlines()
+    assert title.split() == ["COPY", "ROW", "ASKED", "STATE", "FROM", "TO",
+                             "REASON"]
+    assert first.split()[:2] == ["1", "5"] and "successful" in first
+    assert second.split()[:2] == ["2", "6"] and url in second
+    details = ends(command.run("history", "@", 2, who=ALICE), DONE).out
+    for line in ("failed", "running", url, str(agent.settings["ftp_port"])):
+        assert line in details
+    one, two, end = ends(command.run("history", "@", "--json"), DONE).events
+    assert list(one) == list(two) == HISTORY_KEYS
+    assert (one["number"], one["index"], one["state"], one["cause"]) == \
+        (1, 5, "successful", None)
+    assert one["asked"] <= one["started"] <= one["ended"]
+    assert (two["source"], two["destination"]) == ("running", url)
+    assert two["state"] == "failed" and two["cause"]
+    # What the copy said is the reason that the history has.
+    reason = two["reason"].rstrip(".")
+    assert len(reason) > 10 and reason[1:] in failed.err
+    assert two["reason"] in second and two["reason"] in details
+    assert end["outcome"] == "done"
+    assert command.run("history", "@", 2, "--json").events[0] == two
+    ends(command.run("history", "@", 3), GONE, "no copy 3")
+    ends(command.run("history", "@", 0), USAGE, "no number")
+
+
+def test_agent_without_a_history(make_agent, make_double, tmp_path):
+    agent = make_agent(history_rows=0)
+    agent.running_config(RUNNING_TEXT)
+    make_double(agent).error = 1
+    command = Xfcopy(tmp_path, agent)
+    ends(command.run("history", "@"), REFUSED, "no history")
+    ends(command.run("history", "@", 1), REFUSED, "history_rows")
+    ends(command.run("@", "running", "tftp://127.0.0.3/x"), COPY_FAILED,
+         "the server has no such file")
+
+
+def test_reason_of_a_copy_that_is_not_ours(agent, tmp_path):
+    """Words of the history, not of the copy: nothing reaches the terminal."""
+    folder = agent.state / "history"
+    agent.stop()
+    (folder / "history").write_text(history.line_of(
+        "number=1\trow=9\tsource=4\tdestination=1\tprotocol=1\t"
+        "file=%1b[2J\tasker=%0a\tstate=5\treason=It %1b[2J was slow."))
+    agent.start()
+    command = Xfcopy(tmp_path, agent)
+    for words in (["history", "@"], ["history", "@", 1]):
+        text = ends(command.run(*words), DONE, "interrupted").out
+        assert "\x1b" not in text and "It [2J was slow." in text
+    assert "asked by  \\x0a\n" in text
+    ends(command.run("history", "@", "--history-root", "1.3.6.1.4.1.9"),
+         REFUSED, "--history-root")
 
 
 # ---- Copies -----------------------------------------------------------------
@@ -470,7 +542,7 @@ def test_switches_that_fail(saving, fabric):
                       "No space left on device' >&2; exit 74").start()
     command = saving(**fabric.settings())
     result = ends(command.run("@", "running", "fabric", "--keep", "--index=4"),
-                  COPY_FAILED, "not saved everywhere")
+                  COPY_FAILED, "switch")
     lines = result.out.splitlines()[1:]
     assert lines[0].split()[:3] == ["SWITCH", "ADDRESS", "WWN"]
     assert [line.split()[1:3] for line in lines[1:]] == [

@@ -55,6 +55,12 @@ TEST(Options, Commands) {
     EXPECT_EQ(Line({"--json", "show", "a", "1"}).options.command, "show");
     EXPECT_EQ(Line({"cancel", "a", "1"}).options.command, "cancel");
     EXPECT_EQ(Line({"errors", "a", "1"}).options.command, "errors");
+    EXPECT_EQ(Line({"history", "a"}).options.words, (Words{"a"}));
+    EXPECT_EQ(Line({"history", "a", "1"}).options.words, (Words{"a", "1"}));
+    EXPECT_NE(Line({"history", "a", "1", "2"}).problem, "");
+    EXPECT_EQ(
+        Line({"history", "a", "--history-root", "1.3.6"}).options.history_root,
+        (Oid{1, 3, 6}));
 }
 
 TEST(Options, HelpAndVersionNeedNothing) {
