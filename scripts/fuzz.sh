@@ -9,7 +9,7 @@ source "$(dirname "$0")/lib.sh"
 
 usage="usage: fuzz.sh [SECONDS [FUZZER...]] | --minimise [FUZZER...]"
 all=(pdu_fuzzer read_fuzzer write_fuzzer message_fuzzer qsh_fuzzer settings_fuzzer
-    tftp_fuzzer ftp_fuzzer sftp_fuzzer frr_fuzzer)
+    history_fuzzer tftp_fuzzer ftp_fuzzer sftp_fuzzer frr_fuzzer)
 seconds=300
 minimise=false
 case "${1-}" in

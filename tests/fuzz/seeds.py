@@ -440,6 +440,39 @@ settings("trace-text-without-end", "7", TRACE, EVENT[:32], b"x" * 512, EVENT)
 settings("trace-cut", "7", TRACE, EVENT)
 
 
+# ---- history_fuzzer: rows and whether lines get sums; where the file parts ---
+
+
+def summed(body):
+    total = 2166136261
+    for octet in body.encode():
+        total = (total ^ octet) * 16777619 & 0xFFFFFFFF
+    return f"{total:08x} {body}\n"
+
+
+def history(file, first, share, *lines):
+    write("history_fuzzer", file, bytes([first, share]), *lines)
+
+
+COPY = ("number={}\trow=7\tsource=4\tdestination=1\tprotocol=5\ttype=1\tport=22\t"
+        "server=%c0%00%02%01\tfile=a%25b\tuser=u\tasker=alice\tvrf=red\tasked=17953101258\t"
+        "started=17953101258\tended=17953101300\tcause=3\tstate={}\treason=It was slow.\t"
+        "advice=Wait.\toctets=77\trefused=2\tfirst=5\trefusal=no\ttoken=9")
+history("whole", 4, 0, *(summed(COPY.format(number, 3)) for number in range(1, 9)))
+history("two-files", 1, 128, *(summed(COPY.format(number, 4)) for number in range(1, 6)))
+history("again", 7, 0, *(summed(COPY.format(2, state)) for state in (2, 3, 4, 5)))
+history("cut-off", 3, 0, summed(COPY.format(1, 2)), summed(COPY.format(2, 2))[:-20])
+history("no-newline", 3, 200, summed(COPY.format(1, 2)), summed(COPY.format(2, 2))[:-1])
+history("no-sum", 3, 0, "00000000 number=1\n", "\n", "x\n")
+history("empty", 0, 0)
+SUMS = 128
+history("fields", SUMS + 3, 0, COPY.format(5, 3) + "\n", COPY.format(4, 2) + "\n")
+history("bounds", SUMS + 3, 0, "number=4294967295\nnumber=4294967296\nnumber=1\tport=65536\n",
+        "number=1\tstate=6\nnumber=1\trow=2147483648\nnumber=1\tasked=99999999999999\n")
+history("escapes", SUMS + 3, 0, "number=1\tfile=%\nnumber=2\tfile=%4\nnumber=3\tfile=%zz%00\n",
+        "number=4\treason=%1b[2J\nnumber=5\tfile=a=b=\n=\n\t\t\n")
+history("long", SUMS + 3, 0, "number=1\tfile=" + 300 * "x" + "\nnumber=2\tasker=" + 255 * "y")
+
 # ---- tftp_fuzzer: what is asked for, then datagrams: port, kind and more -----
 
 FETCH, SEND, WITH_OPTIONS = 0, 1, 2

@@ -1,12 +1,7 @@
 // What the host reads from files and sockets. The first octet says which.
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "host/base/record.h"
 #include "host/base/settings.h"
@@ -17,47 +12,14 @@
 #include "host/procd/save_journal.h"
 #include "host/trc/ring.h"
 #include "tests/fuzz/check.h"
+#include "tests/fuzz/directory.h"
 #include "tests/fuzz/input.h"
+#include <sys/stat.h>
 
 using namespace xfhost;
+using fuzz::directory;
 
 namespace {
-
-// A directory of this process, gone with it.
-class Directory {
-  public:
-    Directory() {
-        char name[] = "/tmp/xf-fuzz.XXXXXX";
-        FUZZ_CHECK(mkdtemp(name) != nullptr, "no directory");
-        path_ = name;
-    }
-    ~Directory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Directory(const Directory &) = delete;
-    Directory &operator=(const Directory &) = delete;
-
-    std::string path(const char *name) const {
-        return path_ + "/" + name;
-    }
-    void write(const char *name, std::string_view data) const {
-        const int fd = open(path(name).c_str(),
-                            O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        FUZZ_CHECK(fd >= 0 && ::write(fd, data.data(), data.size()) ==
-                                  static_cast<ssize_t>(data.size()),
-                   "%s is not written", name);
-        close(fd);
-    }
-
-  private:
-    std::string path_;
-};
-
-const Directory &directory() {
-    static Directory instance;
-    return instance;
-}
 
 // An error text is one line and says something.
 void check_error(const std::string &error) {
