@@ -1,12 +1,16 @@
-"""Makes the table of faults from the rows that the tests have written, and
-compares it with the copy that is kept.
+"""Makes the tables of faults and of failures from the rows that the tests have
+written, and compares them with the copies that are kept.
 
-usage: faults_table.py ROWS TABLE
+usage: faults_table.py ROWS FAULTS FAILURES
 
 ROWS is a folder with a file for each test: area, fault, outcome and the test's
-name, with tabs between. A test that could not run has the area "skipped"; its
-rows are taken from the copy. The rows are used up. With XF_WRITE_FAULTS=1 in
-the environment the copy is written instead.
+name, with tabs between; behind them, if copies failed, reason and advice of
+each. A test that could not run has the area "skipped"; its rows are taken from
+the copies. The rows are used up. With XF_WRITE_FAULTS=1 in the environment the
+copies are written instead.
+
+The words of a failure may depend on who was faster, so of the table of failures
+only what fails is compared; the tests look at the words.
 """
 
 import difflib
@@ -18,8 +22,10 @@ AREAS = ["Copy process", "Fork", "Descriptors", "Memory", "Disk",
          "Message transport", "System manager", "Switches of the fabric",
          "Servers", "Hostile servers", "Somebody on the switch or the network",
          "Clock", "Agent", "FRR"]
+# Of the table of failures alone.
+EXIT_CODES = "Exit codes of the transfer programs"
 
-HEADER = """\
+FAULTS = """\
 Made by the tests; `XF_WRITE_FAULTS=1 ctest --test-dir build -R faults.table` makes it anew.
 
 # Faults that were tried, and what came of them
@@ -28,18 +34,40 @@ Each row was written by the test that it names, after the test had seen the
 outcome. "Goes on" means that the same agent did another copy to its end.
 """
 
+FAILURES = """\
+Made by the tests; `XF_WRITE_FAULTS=1 ctest --test-dir build -R faults.table` makes it anew.
+
+# Copies that failed, what was said, and what to do
+
+The reason and the advice of each copy that failed in the tests, as the history
+of the agent has them and `xfcopy` shows them. What each run says otherwise is N
+here, and the server is 192.0.2.1. A reason names what was being done; behind a
+colon is what went wrong, and in quotes what the server, or the program that
+spoke with it, said.
+"""
+
 
 def written(folder):
     """The rows of all tests, and the names of those that were skipped."""
     rows, skipped = [], {}
     for file in sorted(folder.iterdir()):
         for line in file.read_text().splitlines():
-            area, fault, outcome, test = line.split("\t")
+            area, fault, outcome, test, *why = line.split("\t")
             if area == "skipped":
                 skipped[test] = fault
             else:
-                rows.append((area, fault, outcome, test))
+                rows.append((area, fault, outcome, test, why))
     return rows, skipped
+
+
+def fault_rows(rows):
+    return [row[:4] for row in rows if row[0] != EXIT_CODES]
+
+
+def failure_rows(rows):
+    return [(area, why[at], fault, why[at + 1], test)
+            for area, fault, _, test, why in rows
+            for at in range(0, len(why), 2)]
 
 
 def kept(table, tests):
@@ -48,47 +76,68 @@ def kept(table, tests):
     for line in table.splitlines():
         if line.startswith("## "):
             area = line[3:]
-        cells = line.strip("|").split(" | ")
-        if line.startswith("| ") and len(cells) == 3:
-            fault, outcome, test = (each.strip() for each in cells)
-            if test.strip("`") in tests:
-                rows.append((area, fault, outcome, test.strip("`")))
+        cells = [each.strip() for each in line.strip("|").split(" | ")]
+        if line.startswith("| ") and cells[-1].strip("`") in tests:
+            rows.append((area, *cells[:-1], cells[-1].strip("`")))
     return rows
 
 
-def printed(rows):
-    unknown = {row[0] for row in rows} - set(AREAS)
+def printed(header, columns, rows):
+    unknown = {row[0] for row in rows} - {*AREAS, EXIT_CODES}
     assert not unknown, f"no such area: {unknown}"
     assert not any("|" in cell for row in rows for cell in row), "a | in a cell"
-    text = HEADER
-    for area in AREAS:
+    text = header
+    for area in [*AREAS, EXIT_CODES]:
         # Sorted by test; the rows of one test stay in its order.
         of_area = sorted((row for row in rows if row[0] == area),
-                         key=lambda row: row[3])
+                         key=lambda row: row[-1])
         if of_area:
-            text += (f"\n## {area}\n\n| fault | outcome | test |\n"
-                     "|---|---|---|\n")
-        for _, fault, outcome, test in of_area:
-            text += f"| {fault} | {outcome} | `{test}` |\n"
+            text += (f"\n## {area}\n\n| {' | '.join(columns)} |\n"
+                     f"{'|---' * len(columns)}|\n")
+        for _, *cells, test in of_area:
+            text += f"| {' | '.join(cells)} | `{test}` |\n"
     return text
 
 
-def main(folder, copy):
+def whole(line):
+    return line
+
+
+def what_fails(line):
+    """Of a row of failures, what it means and its test."""
+    cells = line.split(" | ")
+    return line if len(cells) < 4 else f"| {cells[1]} | {cells[3]}"
+
+
+def compare(copy, before, now, part):
+    """Whether the copy is as it should be; writes it if that is asked for."""
+    if os.environ.get("XF_WRITE_FAULTS") == "1":
+        copy.write_text(now)
+        return True
+    before, now = ([part(line) for line in text.splitlines(True)]
+                   for text in (before, now))
+    sys.stdout.writelines(difflib.unified_diff(before, now, str(copy), "now"))
+    return before == now
+
+
+def main(folder, faults, failures):
     rows, skipped = written(folder)
-    before = copy.read_text() if copy.exists() else ""
     for test, why in skipped.items():
         print(f"not run: {test}: {why}")
-    now = printed(rows + kept(before, skipped))
     for file in folder.iterdir():
         file.unlink()
     assert rows, "no test has written a row"
-    if os.environ.get("XF_WRITE_FAULTS") == "1":
-        copy.write_text(now)
-    elif now != before:
-        sys.stdout.writelines(difflib.unified_diff(
-            before.splitlines(True), now.splitlines(True), str(copy), "now"))
-        sys.exit(1)
-    print(f"{len(rows)} rows")
+    good = True
+    for copy, header, columns, found, part in (
+            (faults, FAULTS, ["fault", "outcome", "test"], fault_rows(rows),
+             whole),
+            (failures, FAILURES, ["you see", "it means", "do this", "test"],
+             failure_rows(rows), what_fails)):
+        before = copy.read_text() if copy.exists() else ""
+        now = printed(header, columns, found + kept(before, skipped))
+        good = compare(copy, before, now, part) and good
+        print(f"{len(found)} rows of {copy.name}")
+    sys.exit(0 if good else 1)
 
 
 if __name__ == "__main__":

@@ -44,6 +44,7 @@
 #include "host/agent/staging.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
+#include "host/history/report.h"
 #include "host/ipcbus/queue.h"
 #include "platform/messages.h"
 
@@ -138,8 +139,20 @@ bool make_spare() {
     return !spare.empty();
 }
 
-// The child is gone and reaped, or was never made.
-void finish(Children::iterator child) {
+void note_end(const siginfo_t &how) {
+    if (how.si_code != CLD_KILLED && how.si_code != CLD_DUMPED) {
+        history_copy_lost("The copy process ended without a report.");
+        return;
+    }
+    char text[128];
+    snprintf(text, sizeof text, "The copy process was ended by a signal: %s.",
+             strsignal(how.si_status));
+    history_copy_lost(text);
+}
+
+// The child is gone and reaped, or was never made. `how` it ended, if that is
+// known.
+void finish(Children::iterator child, const siginfo_t &how = {}) {
     agent_drain(); // its report may wait in the socket
     pid_t pid = child->pid;
     bool reported = child->reported;
@@ -150,7 +163,7 @@ void finish(Children::iterator child) {
         return;
     if (pid != 0) {
         log_message(LOG_WARNING, "copy process %d ended without a report", pid);
-        history_copy_lost("The copy process ended without a report.");
+        note_end(how);
     } else {
         log_message(LOG_ERR, "a copy process could not be started");
         history_copy_lost("The copy process could not be started.");
@@ -186,7 +199,7 @@ void look_at(Children::iterator child) {
     } else if (waitable) {
         sweep(0, nullptr); // first: a process that is gone leaves nothing
         waitpid(child->pid, nullptr, WNOHANG);
-        finish(child);
+        finish(child, info);
     } else if (gone) {
         sweep(0, nullptr);
         finish(child);
@@ -280,6 +293,12 @@ bool settle_in() {
         return true;
     log_message(LOG_ERR, "no directory to stage a copy in: %s",
                 strerror(errno));
+    Report none;
+    none.reason =
+        std::string("Staging the copy: no directory to stage it in: ") +
+        strerror(errno);
+    none.advice = "Look at the disk and at the state directory of the switch.";
+    tell(none);
     return false;
 }
 

@@ -79,12 +79,37 @@ void store(const HistoryEntry &entry) {
     sync();
 }
 
+// Of a step that nobody was asked for: everybody else tells what failed.
+const char *unexplained(const HistoryEntry &entry) {
+    return entry.protocol == tftp
+               ? "The copy process could not stage its file, reach the "
+                 "switch's "
+                 "services or run /brim/bin/ovan-tftp."
+               : "The copy process could not stage its file, or reach the "
+                 "switch's services.";
+}
+
+// Everything that failed has a reason and an advice.
+void complete(HistoryEntry &entry) {
+    if (entry.report.reason.empty())
+        entry.report.reason = unexplained(entry);
+    if (entry.report.advice.empty())
+        entry.report.advice =
+            entry.token != 0
+                ? "Look into the logs of the system manager (procd) and of the "
+                  "agent on the switch, and save again."
+                : "Look into the log of the agent on the switch, and copy "
+                  "again.";
+}
+
 void finish(HistoryEntry &entry, CopyState state, uint64_t cause) {
     entry.state = state;
     entry.cause = cause;
     entry.ended = tenths_now();
     if (state == CopyState::successful)
         entry.report.reason = entry.report.advice = "";
+    else
+        complete(entry);
     store(entry);
 }
 

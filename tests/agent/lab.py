@@ -7,6 +7,7 @@ import signal
 import struct
 import subprocess
 
+import reasons
 from snmp import FAILED, SUCCESSFUL, Failure, Station, v3_user
 from tools import (Program, children_of, clean_environment, free_port, taken,
                    wait_for)
@@ -45,6 +46,7 @@ class Agent(Program):
                  no_memory=False, wrapper=(), **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
+        self.explains = True  # every failure of a copy
         self.home = folder / "home"  # where it runs
         self.state = folder / "state"
         self.run_directory = folder / "run"
@@ -196,7 +198,10 @@ class Agent(Program):
         def state():
             now = self.station.get("xfCopyState", index)
             return now if now in (SUCCESSFUL, FAILED) else None
-        return wait_for(state, f"the end of copy {index}", seconds)
+        end = wait_for(state, f"the end of copy {index}", seconds)
+        if end == FAILED and self.explains:
+            reasons.note_failure(self, index)
+        return end
 
     def succeeds(self, index, seconds=60):
         assert self.ended(index, seconds) == SUCCESSFUL, \

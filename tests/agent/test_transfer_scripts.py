@@ -8,6 +8,7 @@ import time
 
 import pytest
 
+import reasons
 from tools import ipv6_loopback, mounted, wait_for
 from transfer_client import (BAD_NAME, CONNECTION, DONE, HOST_KEY, LOGIN,
                              NO_SPACE, OTHER, TIMEOUT, USAGE, Client,
@@ -27,8 +28,16 @@ pytestmark = needs_servers
 
 
 @pytest.fixture
-def client(tmp_path):
-    return Client(tmp_path)
+def client(tmp_path, request, fault):
+    """Each of its failures is a row of docs/failures.md."""
+    made = Client(tmp_path)
+    yield made
+    what, _, case = request.node.name.removeprefix("test_").partition("[")
+    for program, code, report in made.failures:
+        reasons.note(report["reason"], report["advice"])
+        fault("Exit codes of the transfer programs",
+              f"`{program}` ends with {code}: {what.replace('_', ' ')}" +
+              f" ({case.rstrip(']')})" * bool(case), "")
 
 
 @pytest.fixture

@@ -31,6 +31,7 @@ class Client:
         self.password = PASSWORD
         self.said = ""
         self.report = {}
+        self.failures = []  # program and exit code of each, and its report
         self.report_file = folder / "report"
 
     @property
@@ -69,6 +70,8 @@ class Client:
                     if each.startswith(".transfer-")]
         if str(program).endswith((".expect", "tftp")):
             self.check_report(done.returncode)
+            if done.returncode != DONE:
+                self.failures.append((program, done.returncode, self.report))
         return done.returncode
 
     def told(self, *parts):
