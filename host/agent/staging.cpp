@@ -57,7 +57,8 @@ bool name_is_lost(int error) {
     return error == EEXIST || error == ENOENT || error == EWOULDBLOCK;
 }
 
-// False if its process lives.
+// False if it has to be looked at again: its process lives, or there was no
+// descriptor.
 bool remove_one(int place, const char *name) {
     Fd directory(openat(place, name, directory_flags));
     bool lives = directory && !take(directory.get());
@@ -69,7 +70,7 @@ bool remove_one(int place, const char *name) {
     if (error)
         log_message(LOG_WARNING, "staging directory %s: %s", name,
                     error.message().c_str());
-    return true;
+    return error != std::errc::too_many_files_open; // the next sweep has some
 }
 
 size_t sweep(int place) {

@@ -457,6 +457,7 @@ def test_second_agent_in_the_same_folders(make_agent, make_double, with_manager,
     first = with_manager()
     second = make_agent(prepare=lambda agent: agent.settings.update(
         run_directory=first.run_directory, tftp_port=first.tftp_port))
+    second.explains = False  # the history is the first one's, too
     double = make_double(first)
     double.gate.clear()
     first.station.set(go(upload(1, "first.cfg", double.address)))

@@ -87,6 +87,7 @@ def test_without_a_manager(with_manager, fault):
     agent.station.set(save(1))
     assert agent.station.get("xfCopyState", 1) == FAILED
     assert time.monotonic() - start < 2
+    agent.fails(1)
     # One that comes later serves the next request.
     agent.manager.start()
     agent.station.set(save(2))
