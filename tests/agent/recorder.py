@@ -1,4 +1,5 @@
-"""The rows of docs/faults.md and docs/failures.md. A conftest.py imports both names."""
+"""The rows of docs/faults.md and docs/failures.md. A conftest.py imports both
+names."""
 
 import os
 import pathlib
