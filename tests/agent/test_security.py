@@ -221,6 +221,7 @@ def test_names_of_the_agents_own_files(make_agent, make_double, fault,
 def test_misspelt_setting(make_agent, fault):
     """By the environment as by the file: nothing runs on half of them."""
     agent = make_agent(download_octet=1000)
+    agent.explains = False  # without settings there is no history
     assert "bad configuration: unknown variable XF_DOWNLOAD_OCTET" in agent.log
     agent.station.set(go(upload(1, "up.cfg")))
     assert agent.fails(1) == UNKNOWN
