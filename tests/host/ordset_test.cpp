@@ -104,15 +104,19 @@ TEST(OrdsetHandle, CreateReplacesASetAndKeepsItsObjects) {
     EXPECT_EQ(set, nullptr);
 }
 
-// The same random operations on the set and on a map.
+// The same random operations on the set and on a map, half of them on the row
+// of the one before: the set remembers it.
 TEST_F(Ordset, BehavesLikeAMap) {
     std::mt19937 random(20241121);
     std::vector<Row> pool(300);
     std::map<int32_t, Row *> model;
     for (size_t i = 0; i < pool.size(); i++)
         pool[i].index = static_cast<int32_t>(i) - 100;
+    size_t chosen = 0;
     for (int step = 0; step < 20000; step++) {
-        Row &row = pool[random() % pool.size()];
+        if (random() % 2 == 0)
+            chosen = random() % pool.size();
+        Row &row = pool[chosen];
         auto held = model.find(row.index);
         void *there = held == model.end() ? nullptr : held->second;
         switch (random() % 4) {
