@@ -15,7 +15,7 @@ import time
 import bed
 import manager
 from bed import request
-from saves import FABRIC_STARTUP, RUNNING_TEXT, save
+from saves import ERROR_ENTRY, FABRIC_STARTUP, RUNNING_TEXT, save
 from snmp import FAILED
 from tables import Table, number
 
@@ -29,9 +29,9 @@ def fabric_of(folder, switches):
     file = folder / "fabric"
     file.write_text("switch here wwn 10:00:00:05:1e:34:00:00 "
                     "address 127.0.0.1 local\n" + "".join(
-                        f"switch far-{n} wwn 20:00:00:05:1e:34:"
+                        f"switch s{n} wwn 20:00:00:05:1e:34:"
                         f"{n >> 8:02x}:{n & 255:02x} "
-                        f"address 10.9.{n >> 8}.{n & 255} user operator\n"
+                        f"address 10.9.{n >> 8}.{n & 255}\n"
                         for n in range(switches)))
     ssh = folder / "ssh"
     ssh.write_text("#!/bin/sh\nexit 255\n")
@@ -47,10 +47,10 @@ def fabric_of(folder, switches):
 class Busy:
     """The agent, and what keeps it busy: each returns when it is over."""
 
-    def __init__(self, where, rows):
-        self.where = where
+    def __init__(self, where, rows, switches):
         self.agent = where.agent
         self.row = rows
+        self.switches = switches
 
     def nothing(self):
         time.sleep(1)
@@ -62,6 +62,8 @@ class Busy:
     def failed_fabric_save(self):
         self.agent.station.set(save(self.new_row(), FABRIC_STARTUP))
         assert self.agent.ended(self.row, 300) == FAILED
+        collected = self.agent.station.walk(oid=f"{ERROR_ENTRY}.2.{self.row}")
+        assert len(collected) == self.switches
 
     def hang_up(self):
         self.agent.hang_up()
@@ -107,7 +109,7 @@ def tables(quick):
             where.agent.manager.start()
             go_first(where.agent.pid)
             where.fill("ours", rows)
-            busy = Busy(where, rows)
+            busy = Busy(where, rows, switches)
             for what, event in [
                     ("nothing", busy.nothing), ("a save", busy.save),
                     (f"a save that fails at {switches:,} switches, and the "

@@ -114,11 +114,12 @@ class Bed:
         assert outcome.refused == (outcome.requests if refused else 0)
         return spent / arguments[0]
 
-    def fill(self, subject, rows):
+    def fill(self, subject, rows, first=1):
         """Rows as a station leaves them that has not started them yet."""
         outcome = self.load(rows // 10, rows, [
             status(subject, CREATE_AND_WAIT),
-            request(subject, "set", *FILLED)], stride=10, together=10)
+            request(subject, "set", *FILLED)],
+                            first=first, stride=10, together=10)
         assert outcome.refused == 0
 
 
