@@ -57,6 +57,12 @@ class Client:
             f"{' / '.join(requests)}\n")
         self.process.stdin.flush()
 
+    def stop(self):
+        """Ends a load of "until"."""
+        self.process.stdin.write("\n")
+        self.process.stdin.flush()
+        return self.end()
+
     def end(self):
         line = self.process.stdout.readline()
         assert line, "the client ended"
@@ -74,9 +80,9 @@ class Client:
 class Bed:
     """Both, in a folder. Use it in a `with`."""
 
-    def __init__(self, folder, wrapper=(), **settings):
+    def __init__(self, folder, wrapper=(), kind=lab.Agent, **settings):
         folder = pathlib.Path(folder)
-        self.agent = lab.Agent(
+        self.agent = kind(
             folder, "dontLogTCPWrappersConnects yes\n",
             f"dlmod bench_peers {PROGRAMS / 'libbench_peers.so'}\n",
             wrapper=wrapper, **{"table_rows": 1_000_000, **settings})
@@ -108,11 +114,12 @@ class Bed:
         assert outcome.refused == (outcome.requests if refused else 0)
         return spent / arguments[0]
 
-    def fill(self, subject, rows):
+    def fill(self, subject, rows, first=1):
         """Rows as a station leaves them that has not started them yet."""
         outcome = self.load(rows // 10, rows, [
             status(subject, CREATE_AND_WAIT),
-            request(subject, "set", *FILLED)], stride=10, together=10)
+            request(subject, "set", *FILLED)],
+                            first=first, stride=10, together=10)
         assert outcome.refused == 0
 
 

@@ -4,11 +4,11 @@
 //   TIMES FIRST STRIDE ROWS TOGETHER REQUEST [/ REQUEST]...
 //   REQUEST: get|next|bulkN|set {COLUMN-OID TYPE VALUE}...
 //
-// TIMES is a count of rounds, or of seconds if an "s" follows. A round sends
-// each request for TOGETHER rows from row FIRST + round * STRIDE % ROWS on: the
-// number of the row is put behind each OID. TYPE is snmpset's letter, "n" for
-// no value. The answer: requests sent, those that were refused, and median,
-// 99th percentile and longest time to the response in microseconds.
+// TIMES is a count of rounds, or "until": until the next line, which is empty.
+// A round sends each request for TOGETHER rows from row FIRST + round * STRIDE
+// % ROWS on: the number of the row is put behind each OID. TYPE is snmpset's
+// letter, "n" for no value. The answer: requests sent, those that were refused,
+// and median, 99th percentile and longest time to the response in microseconds.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -17,6 +17,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <poll.h>
+#include <unistd.h>
 
 #include <net-snmp/net-snmp-config.h>
 
@@ -135,13 +138,16 @@ void play_round(void *session, const Load &load, unsigned long round,
         ask(session, make_pdu(load, request, row), outcome);
 }
 
+bool line_waits() {
+    struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+    return poll(&input, 1, 0) == 1;
+}
+
 Outcome play(void *session, const Load &load) {
     Outcome outcome;
-    char *unit;
-    double times = strtod(load.times.c_str(), &unit);
-    auto end = Clock::now() + std::chrono::duration<double>(times);
-    for (unsigned long round = 0;
-         *unit == 's' ? Clock::now() < end : static_cast<double>(round) < times;
+    bool until = load.times == "until";
+    unsigned long times = until ? 0 : std::stoul(load.times);
+    for (unsigned long round = 0; until ? !line_waits() : round < times;
          round++)
         play_round(session, load, round, &outcome);
     return outcome;
@@ -179,7 +185,8 @@ int main(int count, char **arguments) {
     if (session == nullptr)
         die("usage: bench_client udp:ADDRESS:PORT <LOADS");
     for (std::string line; std::getline(std::cin, line);)
-        report(play(session, parse(line)));
+        if (!line.empty())
+            report(play(session, parse(line)));
     snmp_sess_close(session);
     return 0;
 }

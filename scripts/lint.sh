@@ -19,10 +19,10 @@ check_with_cppcheck() { # OPTION-FILE FOLDER...
 }
 
 cd "$top"
-folders=(infra host platform xfcopy tests)
+folders=(infra host platform xfcopy tests bench)
 find "${folders[@]}" -name '*.[ch]' -o -name '*.cpp' |
     xargs clang-format --dry-run --Werror
 check_with_cppcheck .cppcheck infra host platform xfcopy
 check_with_cppcheck tests/.cppcheck tests
-find infra host xfcopy tests -name '*.cpp' -print0 |
+find infra host xfcopy tests bench -name '*.cpp' -print0 |
     xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build 2>/dev/null

@@ -16,8 +16,10 @@ using namespace xfhost;
 
 namespace {
 
-// Of the walk in progress; the caller has one at a time.
+// Of the walk in progress; the caller has one at a time. The status of the one
+// at `position` was given last.
 std::vector<FabricResult> failures;
+size_t position;
 
 bool fresh(const grove_status &status) {
     const uint8_t none[sizeof status.wwn] = {};
@@ -49,21 +51,26 @@ bool is_of(const FabricResult &result, const grove_status &status) {
     return memcmp(other.wwn, status.wwn, sizeof other.wwn) == 0;
 }
 
+// Where the switch of a status is, the number of all if it is none of them.
+size_t position_of(const grove_status &status) {
+    if (position < failures.size() && is_of(failures[position], status))
+        return position;
+    auto found =
+        std::find_if(failures.begin(), failures.end(),
+                     [&](const auto &each) { return is_of(each, status); });
+    return static_cast<size_t>(found - failures.begin());
+}
+
 int next(grove_status &status, char *text, uint32_t limit) {
-    auto found = failures.begin();
-    if (fresh(status)) {
-        if (!start_walk())
-            return -1;
-        found = failures.begin();
-    } else {
-        found = std::find_if(found, failures.end(), [&](const auto &each) {
-            return is_of(each, status);
-        });
-        if (found != failures.end())
-            ++found;
-    }
-    if (found == failures.end())
+    if (!fresh(status))
+        position = position_of(status) + 1;
+    else if (start_walk())
+        position = 0;
+    else
         return -1;
+    if (position >= failures.size())
+        return -1;
+    const FabricResult *found = &failures[position];
     fill(*found, status);
     size_t length = std::min<size_t>(found->text.size(), limit);
     memcpy(text, found->text.data(), length);

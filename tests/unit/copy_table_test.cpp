@@ -367,6 +367,49 @@ TEST_F(CopyTableTest, stateQueryThatFindsNoneLeavesTheLastRowVisited) {
     EXPECT_EQ("", difference(*stored(9), buffer));
 }
 
+TEST_F(CopyTableTest, stateQueryFollowsRowsThatChangeAndGo) {
+    struct xfCopyEntry buffer;
+    const auto running = [&] {
+        const bool found =
+            get_config_entry_with_status(XF_STATE_RUNNING, &buffer) == 0;
+        EXPECT_EQ(found ? 1 : 0, copy_inprogress());
+        return found ? buffer.xfCopyIndex : 0;
+    };
+    for (const int32_t index : {3, 5, 7, 9})
+        store_state(index, XF_STATE_RUNNING);
+    EXPECT_EQ(3, running());
+    EXPECT_EQ(0, remove(3));
+    EXPECT_EQ(5, running());
+    struct xfCopyEntry row = make_row(9);
+    EXPECT_EQ(0, setXfCopyEntry(&row, 0));
+    EXPECT_EQ(0, remove(7));
+    EXPECT_EQ(5, running());
+    row.xfCopyState = 0x33; /* none that there is */
+    EXPECT_EQ(0, setXfCopyEntry(&row, 0));
+    EXPECT_EQ(0, get_config_entry_with_status(0x33, &buffer));
+    EXPECT_EQ(9, buffer.xfCopyIndex);
+    EXPECT_EQ(0, remove(5));
+    EXPECT_EQ(0, running());
+    EXPECT_EQ(9, buffer.xfCopyIndex); /* the last row visited */
+}
+
+/* What a state has no row of is known, and where its only row is. */
+TEST_F(CopyTableTest, stateQueryDoesNotLookAtEveryRow) {
+    for (int32_t index = 1; index <= 1000; index++)
+        store(make_row(index));
+    struct xfCopyEntry row = make_row(900);
+    struct xfCopyEntry buffer;
+    for (const int32_t state : {XF_STATE_RUNNING, XF_STATE_WAITING}) {
+        row.xfCopyState = state;
+        EXPECT_EQ(0, setXfCopyEntry(&row, 0));
+        p.forget();
+        EXPECT_EQ(state == XF_STATE_RUNNING ? 0 : XF_ERR_FAILED,
+                  get_config_entry_with_status(XF_STATE_RUNNING, &buffer));
+        EXPECT_EQ(state == XF_STATE_RUNNING ? 900 : 1000, buffer.xfCopyIndex);
+        EXPECT_LE(p.comparisons, 30u);
+    }
+}
+
 TEST_F(CopyTableTest, aCopyIsInProgressWhileARowRuns) {
     EXPECT_EQ(0, copy_inprogress());
     store_state(3, XF_STATE_WAITING);

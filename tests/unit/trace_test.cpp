@@ -1,6 +1,7 @@
 /* The trace and the debug log: when they write, what, and how much of it. */
 #include "set_driver.h"
 
+#include <climits>
 #include <cstring>
 #include <cwchar>
 
@@ -49,6 +50,22 @@ TEST_F(TraceTest, eventIsFilteredThenRecordedThenPrinted) {
                      "101 TestBody: text\n", "trc_chk_int(101, 0, 0, 1)",
                      "live TestBody: text\n"}),
               queries_and_texts());
+}
+
+/* Most texts are put together without printf: they are the same. */
+TEST_F(TraceTest, textIsAsPrintfWritesIt) {
+    const auto expect = [&](const std::string &text) {
+        EXPECT_EQ(text, only_event().octets);
+        p.forget();
+    };
+    TRACE_INFO("no value\n");
+    expect("no value\n");
+    TRACE_INFO("%d%d,%d,%d", 0, -1, INT_MAX, INT_MIN);
+    expect("0-1,2147483647,-2147483648");
+    TRACE_INFO("%ld %s (%ld)", LONG_MIN, "", LONG_MAX);
+    expect(std::to_string(LONG_MIN) + "  (" + std::to_string(LONG_MAX) + ")");
+    TRACE_INFO("%s: 0x%08X of %s, %d%%", "name", 0xAB12u, "text", 100);
+    expect("name: 0x0000AB12 of text, 100%");
 }
 
 TEST_F(TraceTest, textThatCannotBeFormattedIsDropped) {

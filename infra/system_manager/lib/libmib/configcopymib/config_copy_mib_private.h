@@ -268,8 +268,11 @@ struct config_copy_state {
      */
     struct ordset *second_list;
 
-    /* How many rows of the copy table are in each state, see count_row. */
-    uint32_t rows_in_state[XF_STATE_FAILED + 1];
+    /* The rows of the copy table in each state, see count_row. */
+    struct state_rows {
+        uint32_t count;
+        int32_t newest; /* index of the row that came into it last */
+    } rows_in_state[XF_STATE_FAILED + 1];
 
     /*
      * Save slots of the column handlers.
@@ -394,10 +397,11 @@ bool is_running_to_startup(const struct xfCopyEntry *entry);
 const struct xfCopyEntry *find_copy_row(int32_t index);
 
 /*
- * A row comes into the table (1) or leaves it (-1), in the state that it has. A
- * state that no row has is not looked for in all of them.
+ * A row comes into the table in the state that it has, or leaves it: rows in a
+ * state are then not looked for in the whole table.
  */
-void count_row(const struct xfCopyEntry *row, int32_t change);
+void count_row(const struct xfCopyEntry *row);
+void discount_row(const struct xfCopyEntry *row);
 
 /* Fills xfCopyErrorTable for the row of a failed fabric-wide copy. */
 void collect_fabric_error_rows(const struct xfCopyEntry *copy_entry);

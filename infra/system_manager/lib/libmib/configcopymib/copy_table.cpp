@@ -41,11 +41,11 @@ static void put_octets(struct text_room *room, const char *octets,
     room->to += length;
 }
 
-static void put_integer(struct text_room *room, int value) {
-    char digits[12];
+static void put_integer(struct text_room *room, long value) {
+    char digits[24];
     char *const end = digits + sizeof(digits);
     char *first = end;
-    uint32_t rest = static_cast<uint32_t>(value);
+    unsigned long rest = static_cast<unsigned long>(value);
 
     if (value < 0)
         rest = 0 - rest;
@@ -58,8 +58,8 @@ static void put_integer(struct text_room *room, int value) {
 }
 
 /*
- * Writes a text with %s and %d only, as almost all are: a SET traces dozens,
- * and would spend most of its time in printf. False if the text has more.
+ * Writes a text with %s, %d and %ld only, as almost all are: a SET traces
+ * dozens, and would spend most of its time in printf. False if it has more.
  */
 static bool put_plain_text(char *to, size_t size, const char *format,
                            va_list arguments) {
@@ -71,8 +71,12 @@ static bool put_plain_text(char *to, size_t size, const char *format,
         put_octets(&room, format, static_cast<size_t>(next - format));
         if (*next == '\0')
             break;
+        format = next + 2;
         if (next[1] == 'd') {
             put_integer(&room, va_arg(arguments, int));
+        } else if (next[1] == 'l' && next[2] == 'd') {
+            put_integer(&room, va_arg(arguments, long));
+            format++;
         } else if (next[1] == 's') {
             const char *const text = va_arg(arguments, const char *);
 
@@ -82,7 +86,6 @@ static bool put_plain_text(char *to, size_t size, const char *format,
         } else {
             return false;
         }
-        format = next + 2;
     }
     *room.to = '\0';
     return true;
@@ -237,11 +240,29 @@ int xfCopyEntry_comp_func(const void *a, const void *b) {
     return INTCMP(index_b, index_a);
 }
 
-void count_row(const struct xfCopyEntry *row, int32_t change) {
-    if (row->xfCopyState >= XF_STATE_WAITING &&
-        row->xfCopyState <= XF_STATE_FAILED)
-        module_state.rows_in_state[row->xfCopyState] +=
-            static_cast<uint32_t>(change);
+/* NULL for what is no state. */
+static struct config_copy_state::state_rows *rows_of_state(int32_t state) {
+    if (state < XF_STATE_WAITING || state > XF_STATE_FAILED)
+        return nullptr;
+    return &module_state.rows_in_state[state];
+}
+
+void count_row(const struct xfCopyEntry *row) {
+    struct config_copy_state::state_rows *const rows =
+        rows_of_state(row->xfCopyState);
+
+    if (rows == nullptr)
+        return;
+    rows->count++;
+    rows->newest = row->xfCopyIndex;
+}
+
+void discount_row(const struct xfCopyEntry *row) {
+    struct config_copy_state::state_rows *const rows =
+        rows_of_state(row->xfCopyState);
+
+    if (rows != nullptr)
+        rows->count--;
 }
 
 int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
@@ -250,14 +271,14 @@ int32_t addXfCopyEntry(struct xfCopyEntry *entry) {
     if (ordset_size(*table) != 0) {
         if (ordset_add(*table, entry, entry) != entry)
             return XF_ERR_FAILED;
-        count_row(entry, 1);
+        count_row(entry);
         return 0;
     }
     /* KEPT: its result is not looked at: adding to no set fails as well. */
     ordset_create(table, 1, 1, xfCopyEntry_comp_func, 1);
     if (ordset_add(*table, entry, entry) == nullptr)
         return XF_ERR_FAILED;
-    count_row(entry, 1);
+    count_row(entry);
     ageouttimer = snmp_alarm_register(101, SA_REPEAT,
                                       cfgentry_age_timer_handler, nullptr);
     return 0;
@@ -298,7 +319,7 @@ int32_t deleteXfCopyEntry(const struct xfCopyEntry *entry) {
         static_cast<struct xfCopyEntry *>(ordset_remove(*table, entry));
     if (removed == nullptr)
         return XF_ERR_FAILED;
-    count_row(removed, -1);
+    discount_row(removed);
     xfCopyEntry_free(removed);
     if (ordset_size(*table) == 0) {
         snmp_alarm_unregister(ageouttimer);
@@ -321,19 +342,35 @@ static const struct xfCopyEntry *row_at(uint32_t position) {
         ordset_find_nth_obj(module_state.copy_table, position));
 }
 
-static bool state_is_without_rows(int32_t state) {
-    return state >= XF_STATE_WAITING && state <= XF_STATE_FAILED &&
-           module_state.rows_in_state[state] == 0;
+static const struct xfCopyEntry *row_behind(const struct xfCopyEntry *key) {
+    return static_cast<const struct xfCopyEntry *>(
+        ordset_find_nextgreater(module_state.copy_table, key));
+}
+
+/* Where to look for the first row in a state, if some row may be in it. */
+static const struct xfCopyEntry *
+start_of_search(const struct config_copy_state::state_rows *rows) {
+    struct xfCopyEntry key;
+
+    if (rows == nullptr || rows->count != 1)
+        return row_at(1);
+    /* Most likely it is the only one; no row has an index below 1. */
+    key.xfCopyIndex = rows->newest - 1;
+    return row_behind(&key);
 }
 
 /* The first row in a state; NULL if there is none. */
 static const struct xfCopyEntry *first_row_in_state(int32_t state) {
-    if (state_is_without_rows(state))
+    const struct config_copy_state::state_rows *const rows =
+        rows_of_state(state);
+
+    if (rows != nullptr && rows->count == 0)
         return nullptr;
-    const struct xfCopyEntry *row = row_at(1);
+    const struct xfCopyEntry *row = start_of_search(rows);
+    if (row == nullptr || row->xfCopyState != state)
+        row = row_at(1);
     while (row != nullptr && row->xfCopyState != state)
-        row = static_cast<const struct xfCopyEntry *>(
-            ordset_find_nextgreater(module_state.copy_table, row));
+        row = row_behind(row);
     return row;
 }
 
@@ -351,7 +388,7 @@ int32_t get_config_entry_with_status(int32_t state,
 }
 
 int32_t copy_inprogress(void) {
-    if (first_row_in_state(XF_STATE_RUNNING) != nullptr)
+    if (module_state.rows_in_state[XF_STATE_RUNNING].count != 0)
         return 1;
     return module_state.copyChildRunning == 1 ? 1 : 0;
 }

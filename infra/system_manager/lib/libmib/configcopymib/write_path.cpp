@@ -24,9 +24,9 @@ int32_t setXfCopyEntry(const struct xfCopyEntry *entry,
         ordset_find(module_state.copy_table, entry));
     if (stored == nullptr)
         return XF_ERR_NO_ENTRY;
-    count_row(stored, -1);
+    discount_row(stored);
     *stored = *entry;
-    count_row(stored, 1);
+    count_row(stored);
     if (collect_fabric_errors != 0)
         collect_fabric_error_rows(stored);
     return 0;
