@@ -6,12 +6,12 @@ import json
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import socket
 import subprocess
 import sys
 import textwrap
-import time
 
 import pytest
 
@@ -30,6 +30,10 @@ FTP = 2
 # With what has a meaning in snmp.conf.
 PASSPHRASES = {"copier_auth_password": 'say "one" \\ two',
                "copier_privacy_password": "#passphrase 2"}
+
+# The passwords are not locked up here: nobody is asked for that one.
+COMMAND = shlex.split(re.search(r"^    (ansible-playbook .*)", README, re.M)[1])
+COMMAND.remove("--ask-vault-pass")
 
 pytestmark = pytest.mark.skipif(
     not shutil.which("ansible-playbook"), reason="ansible-core is not there")
@@ -90,7 +94,7 @@ class Fleet:
         (self.folder / "backup.yml").write_text(block("backup.yml"))
         (self.folder / "passwords.yml").write_text(json.dumps(PASSPHRASES))
 
-    def ansible(self, program, *words):
+    def ansible(self, *command):
         shutil.rmtree(self.folder / "results", ignore_errors=True)
         environment = {
             "PATH": f"{BUILD / 'xfcopy'}:{os.environ['PATH']}",
@@ -103,8 +107,7 @@ class Fleet:
             "ANSIBLE_CALLBACK_TREE_DIR": str(self.folder / "results"),
             "ASAN_OPTIONS": "detect_leaks=0"}
         done = subprocess.run(
-            [program, "-i", str(self.folder / "switches.ini"), *words],
-            cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
+            command, cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
             capture_output=True, text=True, errors="replace", timeout=100)
         print(done.stdout, done.stderr)
         self.hides_passwords(done)
@@ -128,9 +131,7 @@ class Fleet:
             "backup_url": "tftp://127.0.0.2/{{ inventory_hostname }}.cfg",
             "backup_wait_busy": 1, "backup_records": str(self.folder / "done"),
             **variables}
-        done = self.ansible("ansible-playbook", "-e", "@passwords.yml",
-                            "-e", json.dumps(variables), "-f", "20", *words,
-                            "backup.yml")
+        done = self.ansible(*COMMAND, "-e", json.dumps(variables), *words)
         results = {name: json.loads(file.read_text())
                    for name, file in self.results().items()}
         return done, results
@@ -182,9 +183,7 @@ def keep_busy(fleet):
 
 def test_one_play(fleet):
     keep_busy(fleet)
-    begun = time.monotonic()
     done, results = fleet.play("-vvv")
-    assert time.monotonic() - begun < 60
     assert done.returncode == 2  # some have failed
     for name in DONE:
         assert results[name]["changed"] and results[name]["outcome"] == "done"
