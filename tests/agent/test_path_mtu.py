@@ -154,8 +154,8 @@ def make_tftpd(tmp_path, path):
 def client(tmp_path):
     made = Client(tmp_path)
     made.password = ""
-    # Everything is said again after a second.
-    made.settings.update(tftp_packet_seconds=4, tftp_total_seconds=30)
+    # Everything is said again after three seconds.
+    made.settings.update(tftp_packet_seconds=12, tftp_total_seconds=60)
     made.stage(CONTENT)
     return made
 
@@ -221,7 +221,7 @@ def test_path_that_shrinks(client, path, make_tftpd, address):
     path.shrink()
     began = time.monotonic()
     sent, fragments, _ = copied(client, server, "up")
-    assert time.monotonic() - began < 1
+    assert time.monotonic() - began < 3
     assert sent == packets(JUMBO_BLOCK) + 1 and fragments > 0
     assert copied(client, server, "up") == [packets(SMALL_BLOCK), 0, 0]
 
@@ -231,5 +231,8 @@ def test_path_that_loses_large_packets(client, path, make_tftpd):
     server = make_tftpd()
     path.lose()
     sent, fragments, _ = copied(client, server, "up")
-    # The lost block went out twice, and the server was told.
-    assert sent == packets(SMALL_BLOCK) + 1 + 2 + 1 and fragments == 0
+    # The lost block went out twice, and the server was told. One that is slow
+    # to take the new request is asked again, for less.
+    assert sent in (packets(SMALL_BLOCK) + 1 + 2 + 1,
+                    packets(512) + 1 + 1 + 2 + 1)
+    assert fragments == 0

@@ -528,7 +528,9 @@ def large(words, *ends):
 
 
 def serve(talk, size, content=LARGE_CONTENT, around=None):
-    """Serves the request as it should be, with blocks of that size."""
+    """Serves the request as it should be, with blocks of that size; 0 is
+    without options."""
+    size = size or BLOCK
     begin = options("blksize", size) if size != BLOCK else ack(0)
     if not talk.server.heard[-1].startswith(bytes([0, READ])):
         talk.take(begin, size, around=around)
