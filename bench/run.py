@@ -19,7 +19,7 @@ TOP = pathlib.Path(__file__).parents[1]
 sys.path[:0] = [str(TOP / "tests" / each) for each in ("agent", "hostile")]
 
 # In the order of the document.
-BENCHES = ["rows", "answers"]
+BENCHES = ["rows", "answers", "copies", "fabric"]
 
 
 def measured(name, quick):

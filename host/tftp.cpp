@@ -46,19 +46,25 @@ class SentFile : public LocalFile {
     int append(std::string_view) override {
         return system_error(EPROTO);
     }
-    int next(size_t length, std::string &octets) override {
-        octets.resize(length);
-        size_t filled = 0;
+    int next(size_t length, std::string &packet) override {
+        const size_t before = packet.size();
+        const size_t full = before + length;
+        size_t filled = before;
+        packet.resize(full);
         ssize_t got = 1;
-        while (filled < length && got > 0) {
-            got = read(file_.get(), octets.data() + filled, length - filled);
+        while (filled < full && got > 0) {
+            got = read(file_.get(), packet.data() + filled, full - filled);
             if (got > 0)
                 filled += static_cast<size_t>(got);
         }
         int error = got < 0 ? system_error(errno) : 0;
-        octets.resize(filled);
-        moved_.take(octets);
+        moved_.take(std::string_view(packet).substr(before, filled - before));
+        packet.resize(filled);
         return error;
+    }
+    int restart() override {
+        moved_ = {};
+        return lseek(file_.get(), 0, SEEK_SET) == 0 ? 0 : system_error(errno);
     }
     Report moved() const {
         return moved_.report();
@@ -81,6 +87,10 @@ class ReceivedFile : public LocalFile {
         size_ += octets.size();
         return result;
     }
+    int restart() override {
+        size_ = 0;
+        return file_result(file_.restart());
+    }
     int next(size_t, std::string &) override {
         return system_error(EPROTO);
     }
@@ -90,65 +100,101 @@ class ReceivedFile : public LocalFile {
     uint64_t size_ = 0;
 };
 
-// Whether something came until `deadline` that brings the transfer on.
-bool listen_once(Channel &channel, Conversation &talk, int64_t deadline) {
+// The limits of a transfer, in the time of monotonic_ms.
+struct Limits {
+    int64_t now = monotonic_ms();
+    int64_t end = now + settings()->tftp_total_seconds * int64_t{1000};
+    int64_t patience = server.packet_seconds * int64_t{1000};
+    int64_t give_up = std::min(end, now + patience);
+    int64_t pause = std::clamp<int64_t>(patience / 4, 1000, 5000);
+    int64_t again = 0; // what was said last is said once more
+    int unanswered = 0;
+
+    void said() {
+        again = now + pause;
+    }
+    void heard() {
+        give_up = std::min(end, now + patience);
+        unanswered = 0;
+    }
+};
+
+// Whether something came that brings the transfer on.
+bool listen_once(Channel &channel, Conversation &talk, Limits &limits) {
     uint16_t port = 0;
-    std::string datagram;
-    if (!channel.receive(deadline, port, datagram))
+    std::string_view datagram;
+    const Heard heard =
+        channel.receive(std::min(limits.again, limits.give_up), port, datagram);
+    limits.now = monotonic_ms();
+    if (heard == Heard::lost)
+        limits.again = limits.now;
+    if (heard != Heard::datagram)
         return false;
-    bool first = talk.port() == 0;
-    bool news = talk.take(port, datagram);
+    const bool first = talk.port() == 0;
+    const bool news = talk.take(port, datagram);
     if (first && talk.port() != 0)
         channel.set_port(talk.port());
+    if (news || talk.ended())
+        limits.heard();
     return news;
 }
 
-End in_time(const Conversation &talk, int64_t now, int64_t end) {
-    const int seconds =
-        now < end ? server.packet_seconds : settings()->tftp_total_seconds;
+End in_time(const Conversation &talk, const Limits &limits) {
+    const int seconds = limits.now < limits.end
+                            ? server.packet_seconds
+                            : settings()->tftp_total_seconds;
     return {system_error(ETIMEDOUT), talk.awaited() + " did not come within " +
                                          std::to_string(seconds) + " seconds"};
 }
 
-// Holds the conversation until it has ended. `end` bounds all of it, the wait
-// for each answer that brings it on is packet_seconds.
-End converse(Conversation &talk, int64_t end) {
+// Nothing has come for a pause.
+void ask_again(Conversation &talk, Limits &limits) {
+    limits.unanswered++;
+    talk.ask_for_less();
+    if (limits.unanswered == 2 && talk.block_size() > safe_block)
+        talk.stop_for_less();
+}
+
+// Holds the conversation until it has ended.
+End converse(Conversation &talk, Limits &limits) {
     Channel channel;
     if (!channel.open(server.address, static_cast<uint16_t>(server.port)) ||
         !channel.send(talk.packet()))
         return local_end(system_error(errno), "the request cannot be sent",
                          errno);
-    const int64_t patience = server.packet_seconds * int64_t{1000};
-    const int64_t pause = std::clamp<int64_t>(patience / 4, 1000, 5000);
-    int64_t now = monotonic_ms();
-    int64_t give_up = std::min(end, now + patience), again = now + pause;
-    while (!talk.ended() && now < give_up) {
-        bool news = listen_once(channel, talk, std::min(again, give_up));
-        now = monotonic_ms();
-        if (news)
-            give_up = std::min(end, now + patience);
-        if (!news && (talk.ended() || now < again))
+    limits.said();
+    while (!talk.ended() && limits.now < limits.give_up) {
+        const bool news = listen_once(channel, talk, limits);
+        if (!news && (talk.ended() || limits.now < limits.again))
             continue;
+        if (!news)
+            ask_again(talk, limits);
         if (!channel.send(talk.packet()) && !talk.ended())
             return local_end(system_error(errno), "the request cannot be sent",
                              errno);
-        again = now + pause;
+        limits.said();
     }
     return talk.ended() ? End{talk.result(), talk.why()}
-                        : in_time(talk, now, end);
+                        : in_time(talk, limits);
+}
+
+size_t first_block() {
+    return std::min(block_for(path_mtu(server.address)),
+                    static_cast<size_t>(settings()->tftp_block_octets));
 }
 
 End transfer(Request request, LocalFile &file) {
-    const int64_t end =
-        monotonic_ms() + settings()->tftp_total_seconds * int64_t{1000};
-    request.options = true;
-    Conversation talk(request, file);
-    End ended = converse(talk, end);
-    if (!talk.options_refused())
-        return ended;
-    request.options = false; // nothing has moved so far
-    Conversation plain(request, file);
-    return converse(plain, end);
+    Limits limits;
+    for (request.block = first_block();;
+         request.block = less_than(request.block)) {
+        Conversation talk(request, file);
+        const End ended = converse(talk, limits);
+        if (!talk.less_may_do())
+            return ended;
+        const int error = file.restart();
+        if (error != 0)
+            return {error, "the local file cannot be begun again"};
+    }
 }
 
 // Tells how it ended, and what was moved; gives the result.

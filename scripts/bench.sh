@@ -5,7 +5,9 @@
 source "$(dirname "$0")/lib.sh"
 
 install_packages
-installed valgrind || install_without_starting valgrind >/dev/null
+for package in valgrind curl; do
+    installed $package || install_without_starting $package >/dev/null
+done
 build build -- all bench
 export XF_TEST_BUILD=$top/build PYTHONDONTWRITEBYTECODE=1
 XF_TEST_MODULE=$(find "$top/build/infra" -name libconfigcopymib.so)

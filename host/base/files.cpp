@@ -1,5 +1,6 @@
 #include "host/base/files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -221,6 +222,10 @@ Fd lock_file(int directory, const char *name, bool wait) {
 
 bool read_whole(int fd, size_t limit, std::string &data) {
     data.clear();
+    // All at once: a large text that grows is copied again and again.
+    struct stat st;
+    if (fstat(fd, &st) == 0 && st.st_size > 0)
+        data.reserve(std::min(static_cast<size_t>(st.st_size), limit));
     char buffer[65536];
     for (;;) {
         ssize_t count = read(fd, buffer, sizeof buffer);

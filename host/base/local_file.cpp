@@ -85,6 +85,12 @@ int BoundedFile::write_at(uint64_t offset, std::string_view octets) {
     return 0;
 }
 
+int BoundedFile::restart() {
+    octets_ = 0;
+    moved_ = {};
+    return ftruncate(file_.get(), 0) == 0 ? 0 : errno;
+}
+
 // What came before its turn is read again.
 Report BoundedFile::moved() {
     char octets[65536];

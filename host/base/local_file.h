@@ -35,6 +35,8 @@ class BoundedFile {
     int expect(uint64_t octets) const;
     // Writes all of them at an offset. Returns 0 or an error number.
     int write_at(uint64_t offset, std::string_view octets);
+    // Empties it again. Returns 0 or an error number.
+    int restart();
     // All that was written so far.
     uint64_t octets() const {
         return octets_;

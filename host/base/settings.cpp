@@ -133,6 +133,10 @@ constexpr Key keys[] = {
      [](Settings &s, V v) {
          return set_number(s.tftp_total_seconds, v, 1, 86400);
      }},
+    {"tftp_block_octets",
+     [](Settings &s, V v) {
+         return set_number(s.tftp_block_octets, v, 512, 65464);
+     }},
     {"ftp_port",
      [](Settings &s, V v) { return set_number(s.ftp_port, v, 1, 65535); }},
     {"ssh_port",

@@ -30,6 +30,7 @@ struct Settings {
     int tftp_port = 69;
     int tftp_packet_seconds = 0; // 0: as the caller asks; else an upper bound
     int tftp_total_seconds = 300;
+    int tftp_block_octets = 65464; // at most, whatever the path carries
     int ftp_port = 21;
     int ssh_port = 22;
     int login_seconds = 30;     // until a server has let us in

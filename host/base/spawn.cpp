@@ -134,7 +134,7 @@ int wait_for(pid_t pid, int &status) {
 
 int wait_with_limit(pid_t pid, int seconds, int &status) {
     int64_t deadline = monotonic_ms() + int64_t{seconds} * 1000;
-    struct timespec pause = {0, 1000000};
+    struct timespec pause = {0, 100000};
     for (;;) {
         pid_t ended = waitpid(pid, &status, WNOHANG);
         if (ended == pid)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <sstream>
 
 #include <fcntl.h>
@@ -26,7 +27,8 @@ std::string printable(std::string text) {
 bool parse_line(const std::string &line, FabricResult &result) {
     std::istringstream fields(line);
     std::string where, outcome;
-    if (!(fields >> result.wwn >> where >> outcome >> result.address) ||
+    if (printable(line) != line ||
+        !(fields >> result.wwn >> where >> outcome >> result.address) ||
         result.wwn.size() != 16 ||
         result.wwn.find_first_not_of("0123456789abcdef") != std::string::npos)
         return false;
@@ -34,6 +36,17 @@ bool parse_line(const std::string &line, FabricResult &result) {
     result.failed = outcome != "done";
     std::getline(fields >> std::ws, result.text);
     return true;
+}
+
+// The file that counts. Empty with errno set.
+Fd open_results(int flags) {
+    Fd state = open_state_directory(), run = open_run_directory();
+    if (!state || !run)
+        return Fd();
+    Fd file = open_private_file(run.get(), file_name, flags);
+    if (!file && errno == ENOENT)
+        file = open_private_file(state.get(), file_name, flags);
+    return file;
 }
 
 } // namespace
@@ -49,12 +62,17 @@ std::string print_results(const std::vector<FabricResult> &results) {
 
 std::vector<FabricResult> parse_results(std::string_view text) {
     std::vector<FabricResult> results;
-    std::istringstream lines{std::string(text)};
+    std::map<std::string, size_t> places;
+    std::istringstream lines{std::string(text.substr(0, text.rfind('\n') + 1))};
     std::string line;
     while (std::getline(lines, line)) {
         FabricResult result;
-        if (parse_line(line, result))
-            results.push_back(std::move(result));
+        if (!parse_line(line, result))
+            continue;
+        auto [place, first] = places.try_emplace(result.wwn, results.size());
+        if (first)
+            results.emplace_back();
+        results[place->second] = std::move(result);
     }
     return results;
 }
@@ -71,6 +89,22 @@ bool store_results(const std::vector<FabricResult> &results) {
     return replace_durably(run.get(), file_name, text);
 }
 
+bool GrowingResults::begin(const std::vector<FabricResult> &results) {
+    file_.reset();
+    if (store_results(results))
+        file_ = open_results(O_WRONLY | O_APPEND);
+    return static_cast<bool>(file_);
+}
+
+bool GrowingResults::add(const FabricResult &result) {
+    const bool written = file_ &&
+                         write_whole(file_.get(), print_results({result})) &&
+                         fdatasync(file_.get()) == 0;
+    if (!written)
+        file_.reset(); // perhaps half a line
+    return written;
+}
+
 bool clear_results() {
     bool cleared = true;
     for (const Fd &directory : {open_state_directory(), open_run_directory()})
@@ -83,12 +117,7 @@ bool clear_results() {
 
 bool load_results(std::vector<FabricResult> &results) {
     results.clear();
-    Fd state = open_state_directory(), run = open_run_directory();
-    if (!state || !run)
-        return false;
-    Fd file = open_private_file(run.get(), file_name, O_RDONLY);
-    if (!file && errno == ENOENT)
-        file = open_private_file(state.get(), file_name, O_RDONLY);
+    Fd file = open_results(O_RDONLY);
     if (!file)
         return errno == ENOENT;
     std::string text;

@@ -47,9 +47,10 @@ int read_to_end(int fd, size_t limit, int64_t deadline,
     }
 }
 
-// A program may close its output long before it ends.
+// A program may close its output long before it ends; most end a moment later.
 int await_end(pid_t pid, int64_t deadline, const std::stop_token &stop,
               int &status) {
+    struct timespec pause = {0, 50000};
     for (;;) {
         pid_t ended = waitpid(pid, &status, WNOHANG);
         if (ended == pid)
@@ -60,8 +61,8 @@ int await_end(pid_t pid, int64_t deadline, const std::stop_token &stop,
             return ECANCELED;
         if (monotonic_ms() > deadline)
             return ETIMEDOUT;
-        struct timespec pause = {0, 5000000};
         nanosleep(&pause, nullptr);
+        pause.tv_nsec = std::min(pause.tv_nsec * 2, 5000000L);
     }
 }
 

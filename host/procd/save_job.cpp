@@ -72,8 +72,8 @@ class Results {
         tell(report);
     }
 
-    void store() {
-        if (!store_results(results_))
+    void begin() {
+        if (!file_.begin(results_))
             log_message(LOG_ERR, "fabric results: %s", strerror(errno));
     }
 
@@ -82,7 +82,8 @@ class Results {
         std::lock_guard lock(mutex_);
         results_[which].failed = !why.empty();
         results_[which].text = why;
-        store();
+        if (!file_.add(results_[which]))
+            begin();
     }
 
     bool all_done() const {
@@ -93,6 +94,7 @@ class Results {
   private:
     std::mutex mutex_;
     std::vector<FabricResult> results_;
+    GrowingResults file_;
 };
 
 void tell_failure(const std::string &why) {
@@ -153,7 +155,7 @@ uint32_t save_in_fabric(const Settings &settings,
                         const std::vector<FabricSwitch> &switches,
                         const std::stop_token &stop) {
     Results results(switches);
-    results.store();
+    results.begin();
     for (size_t i = 0; i < switches.size(); i++) {
         if (!switches[i].local)
             continue;

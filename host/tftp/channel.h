@@ -12,6 +12,14 @@
 
 namespace xfhost::tftp {
 
+// Of the way to an IPv4 or IPv6 address, in octets, as far as this machine
+// knows; 0 if it does not.
+size_t path_mtu(const std::string &address);
+
+// What a wait has brought. `lost`: the path cannot carry what was sent, which
+// is to be sent again; from then on it goes in fragments.
+enum class Heard { nothing, datagram, lost };
+
 class Channel {
   public:
     // `address` is an IPv4 or IPv6 address as text, `port` that of requests.
@@ -28,17 +36,19 @@ class Channel {
 
     // Waits until `deadline` (of monotonic_ms) for a datagram from the server's
     // address, and from its port if one is set; whatever else comes is dropped.
-    // One that is too long for a packet is cut off, but stays too long. False
-    // if none came.
-    bool receive(int64_t deadline, uint16_t &port, std::string &datagram);
+    // One that is too long for a packet is cut off, but stays too long. It is
+    // good until the next call.
+    Heard receive(int64_t deadline, uint16_t &port, std::string_view &datagram);
 
   private:
     bool from_server(const sockaddr_storage &sender) const;
 
     Fd socket_;
+    std::string buffer_;
     sockaddr_storage server_ = {};
     socklen_t length_ = 0;
     bool port_set_ = false;
+    bool connected_ = false;
 };
 
 } // namespace xfhost::tftp

@@ -1,5 +1,6 @@
 #include "host/tftp/conversation.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -32,6 +33,10 @@ enum ErrorCode : unsigned {
 constexpr size_t header_size = 4;
 constexpr size_t smallest_block = 8;
 constexpr size_t longest_quote = 120;
+// IP with all its options, UDP and TFTP; or IPv6 with one more header.
+constexpr size_t largest_headers = 60 + 8 + header_size;
+constexpr size_t largest_packet =
+    65535; // of IPv4: larger MTUs are told as this
 
 std::string word(unsigned value) {
     return {static_cast<char>(value >> 8 & 0xff),
@@ -70,23 +75,45 @@ bool same_name(const std::string &name, const char *other) {
     return strcasecmp(name.c_str(), other) == 0;
 }
 
-std::string first_packet(const Request &request) {
+std::string first_packet(const Request &request, size_t block) {
     std::string packet = word(request.send ? write_request : read_request);
     for (const std::string &each : {request.name, std::string("octet")})
         packet += each + '\0';
-    if (!request.options)
+    if (block == 0)
         return packet;
     for (const std::string &each :
-         {std::string("blksize"), std::to_string(largest_block),
-          std::string("tsize"), std::to_string(request.size)})
+         {std::string("blksize"), std::to_string(block), std::string("tsize"),
+          std::to_string(request.size)})
         packet += each + '\0';
     return packet;
 }
 
 } // namespace
 
+size_t block_for(size_t mtu) {
+    if (mtu == 0)
+        return safe_block;
+    if (mtu >= largest_packet)
+        return largest_block;
+    return std::max(mtu, standard_block + largest_headers) - largest_headers;
+}
+
 Conversation::Conversation(const Request &request, LocalFile &file)
-    : request_(request), file_(file), packet_(first_packet(request)) {}
+    : request_(request), file_(file), asked_(request.block),
+      packet_(first_packet(request, request.block)) {}
+
+void Conversation::ask_for_less() {
+    if (port_ != 0)
+        return;
+    asked_ = less_than(asked_);
+    packet_ = first_packet(request_, asked_);
+}
+
+void Conversation::stop_for_less() {
+    why_ = awaited() + " did not come";
+    fail(not_defined, "blocks are lost", system_error(ETIMEDOUT));
+    less_may_do_ = true;
+}
 
 bool Conversation::take(uint16_t port, std::string_view datagram) {
     if (ended_ || port == 0 || datagram.size() < header_size)
@@ -100,7 +127,7 @@ bool Conversation::take(uint16_t port, std::string_view datagram) {
         take_error(number, datagram.substr(header_size));
         return false;
     }
-    if (opcode == options_taken && request_.options)
+    if (opcode == options_taken && request_.block != 0)
         return take_options(datagram.substr(2));
     if (opcode == data && !request_.send)
         return take_data(number, datagram.substr(header_size));
@@ -117,7 +144,7 @@ bool Conversation::can_be_first(std::string_view datagram) const {
     case error:
         return true;
     case options_taken:
-        return request_.options;
+        return request_.block != 0;
     case data:
         return !request_.send && block == 1 &&
                datagram.size() <= header_size + standard_block;
@@ -132,9 +159,9 @@ bool Conversation::can_be_first(std::string_view datagram) const {
 void Conversation::take_error(unsigned code, std::string_view text) {
     why_ = "the server said error " + std::to_string(code) + ": \"" +
            printable(text.substr(0, text.find('\0')), longest_quote) + '"';
-    options_refused_ = request_.options && !begun_ &&
-                       (code == not_defined || code == illegal_operation ||
-                        code == bad_options);
+    less_may_do_ = request_.block != 0 && !begun_ &&
+                   (code == not_defined || code == illegal_operation ||
+                    code == bad_options);
     end(code != not_defined && code <= last_of_protocol
             ? -static_cast<int>(code)
             : system_error(EPROTO));
@@ -168,7 +195,7 @@ bool Conversation::set_option(const std::string &name, std::string_view value,
         return false;
     if (same_name(name, "blksize")) {
         block_size_ = static_cast<size_t>(number);
-        return number >= smallest_block && number <= largest_block;
+        return number >= smallest_block && number <= request_.block;
     }
     if (!same_name(name, "tsize"))
         return false;
@@ -207,10 +234,11 @@ bool Conversation::take_acknowledgement(unsigned block) {
     if (block != block_)
         return false;
     begun_ = true;
-    if (last_)
+    if (last_) {
         end(0);
-    else
-        send_next();
+        return false; // there is nothing left to say
+    }
+    send_next();
     return true;
 }
 
@@ -219,10 +247,11 @@ void Conversation::acknowledge() {
 }
 
 void Conversation::send_next() {
-    std::string octets;
-    int result = file_.next(block_size_, octets);
-    last_ = octets.size() < block_size_;
-    moved_ += octets.size();
+    packet_ = word(data) + word(static_cast<uint16_t>(block_ + 1));
+    int result = file_.next(block_size_, packet_);
+    const size_t octets = packet_.size() - header_size;
+    last_ = octets < block_size_;
+    moved_ += octets;
     // The file has become shorter or longer meanwhile.
     if (result == 0 &&
         (last_ ? moved_ != request_.size : moved_ > request_.size))
@@ -232,7 +261,6 @@ void Conversation::send_next() {
         return;
     }
     block_++;
-    packet_ = word(data) + word(block_) + octets;
 }
 
 void Conversation::end(int result) {

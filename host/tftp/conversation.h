@@ -13,13 +13,24 @@
 namespace xfhost::tftp {
 
 constexpr size_t standard_block = 512;
-constexpr size_t largest_block = 1428; // an Ethernet frame with IPv6 holds it
+// An Ethernet frame holds it, whatever stands before it.
+constexpr size_t safe_block = 1428;
+constexpr size_t largest_block = 65464; // that there is
 
 // An error number as a result of platform/tftp.h, and "disk full" as one.
 constexpr int system_error(int number) {
     return -(100 + number);
 }
 constexpr int no_room = -3;
+
+// The block that goes through a path in one piece. `mtu` is in octets, 0 if it
+// is not known.
+size_t block_for(size_t mtu);
+
+// What to ask for where blocks of that size were of no use; 0 is no options.
+constexpr size_t less_than(size_t block) {
+    return block > safe_block ? safe_block : 0;
+}
 
 // The local end of a transfer. Every call returns 0, or the result of
 // platform/tftp.h that the transfer then ends with.
@@ -30,15 +41,17 @@ class LocalFile {
     virtual int expect(uint64_t octets) = 0;
     // Octets that have come, in the file's order.
     virtual int append(std::string_view octets) = 0;
-    // The next `length` octets of the file; fewer at its end only.
-    virtual int next(size_t length, std::string &octets) = 0;
+    // Appends the next `length` octets of the file; fewer at its end only.
+    virtual int next(size_t length, std::string &packet) = 0;
+    // The transfer begins again.
+    virtual int restart() = 0;
 };
 
 struct Request {
     bool send = false;
-    std::string name;     // of the file on the server
-    uint64_t size = 0;    // of a file to send, in octets
-    bool options = false; // whether any are asked for
+    std::string name;  // of the file on the server
+    uint64_t size = 0; // of a file to send, in octets
+    size_t block = 0;  // octets to ask for; 0: no options are
 };
 
 class Conversation {
@@ -48,13 +61,24 @@ class Conversation {
 
     // Takes a datagram from the server's address. The first one that can be an
     // answer to the request settles the port; no other port's is taken from
-    // then on. Returns whether it brought the transfer on: then packet() is
-    // another one, to be sent at once.
+    // then on. Returns whether there is more to say: then packet() is another
+    // one, to be sent at once.
     bool take(uint16_t port, std::string_view datagram);
+
+    // As long as nothing has come: asks for less from now on. The server may
+    // still take what was asked for before.
+    void ask_for_less();
+
+    // Ends it because blocks of its size do not get through.
+    void stop_for_less();
 
     // What has been said last; to be said again while no answer comes.
     const std::string &packet() const {
         return packet_;
+    }
+    // Octets, as agreed.
+    size_t block_size() const {
+        return block_size_;
     }
     // The server's for this transfer; 0 before its first answer.
     uint16_t port() const {
@@ -74,9 +98,10 @@ class Conversation {
     }
     // What the next datagram has to be, for a person.
     std::string awaited() const;
-    // Whether it has ended because the server dislikes options.
-    bool options_refused() const {
-        return options_refused_;
+    // Whether it has ended because the server dislikes its options, or for the
+    // size of its blocks: another one that asks for less may do.
+    bool less_may_do() const {
+        return less_may_do_;
     }
 
   private:
@@ -95,6 +120,7 @@ class Conversation {
 
     Request request_;
     LocalFile &file_;
+    size_t asked_; // the block of the latest request
     std::string packet_;
     uint16_t port_ = 0;
     uint16_t block_ = 0; // acknowledged or sent last
@@ -106,7 +132,7 @@ class Conversation {
     bool ended_ = false;
     int result_ = 0;
     std::string why_;
-    bool options_refused_ = false;
+    bool less_may_do_ = false;
 };
 
 } // namespace xfhost::tftp

@@ -9,7 +9,8 @@ from harness import Trial
 from snmp import NO_MEMORY, download, upload
 from tftp import (ACKNOWLEDGE, DATA, READ, WRITE, TftpDouble, ack, error,
                   options)
-from tftp_acts import DOWNLOADS, UPLOADS, Act
+from tftp_acts import (DOWNLOADS, LARGE, LARGE_CONTENT, SAFE_BLOCK, UPLOADS,
+                       Act, asked, loses_from_the_second, serve)
 
 HOSTILE = "127.0.0.4"
 # Eight blocks of 512 octets.
@@ -23,16 +24,16 @@ SECONDS = 30
 
 @pytest.fixture
 def make_trial(make_agent, make_double):
-    def make():
-        agent = make_agent(tftp_packet_seconds=2, tftp_total_seconds=5,
-                           download_octets=100_000)
+    def make(running=RUNNING, **settings):
+        agent = make_agent(**{"tftp_packet_seconds": 2, "tftp_total_seconds": 5,
+                              "download_octets": 100_000, **settings})
         double = make_double(agent)
 
         def arrived():
-            assert double.files.pop("good.cfg") == RUNNING
+            assert double.files.pop("good.cfg") == running
         return Trial(agent,
                      lambda index: upload(index, "good.cfg", double.address),
-                     arrived, RUNNING)
+                     arrived, running)
     return make
 
 
@@ -57,7 +58,7 @@ def try_upload(trial, act):
     with hostile_server(trial, act) as server:
         outcome = trial.fails(columns, *act.ends, seconds=SECONDS) \
             if act.ends else trial.succeeds(columns)
-    assert server.files == ({} if act.ends else {"up.cfg": RUNNING})
+    assert server.files == ({} if act.ends else {"up.cfg": trial.running})
     assert not opcodes(server.heard) & {READ, ACKNOWLEDGE}
     return f"TFTP upload: server {act.words}", outcome
 
@@ -83,18 +84,46 @@ def try_some(trial, acts, try_out):
     return rows + [("the agent of those before", trial.goes_on())]
 
 
+def try_side_by_side(trials, acts, try_out):
+    with concurrent.futures.ThreadPoolExecutor(AGENTS) as pool:
+        done = [pool.submit(try_some, trial, acts[number::AGENTS], try_out)
+                for number, trial in enumerate(trials)]
+    return [row for each in done for row in each.result()]
+
+
 @pytest.mark.parametrize("acts, try_out", [
     (DOWNLOADS, try_download), (UPLOADS, try_upload)],
     ids=["download", "upload"])
 def test_hostile_servers(make_trial, fault, acts, try_out):
     """Most of the time goes by in waiting: four agents do it side by side."""
     trials = [make_trial() for _ in range(AGENTS)]
-    with concurrent.futures.ThreadPoolExecutor(AGENTS) as pool:
-        done = [pool.submit(try_some, trial, acts[number::AGENTS], try_out)
-                for number, trial in enumerate(trials)]
-    for each in done:
-        for words, outcome in each.result():
-            fault("Hostile servers", words, outcome)
+    for words, outcome in try_side_by_side(trials, acts, try_out):
+        fault("Hostile servers", words, outcome)
+
+
+@pytest.mark.parametrize("try_out, running", [
+    (try_download, RUNNING), (try_upload, LARGE_CONTENT)],
+    ids=["download", "upload"])
+def test_large_blocks(make_trial, fault, try_out, running):
+    """The client waits six seconds and says everything again after 1.5."""
+    trials = [make_trial(running, tftp_packet_seconds=6, tftp_total_seconds=20,
+                         download_octets=1_000_000) for _ in range(AGENTS)]
+    for words, outcome in try_side_by_side(trials, LARGE, try_out):
+        fault("Hostile servers", words, outcome)
+
+
+def test_shorter_file_after_large_blocks_were_lost(make_trial, fault):
+    """Nothing of what had come before is left in it."""
+    trial = make_trial(tftp_packet_seconds=6, tftp_total_seconds=20,
+                       download_octets=1_000_000)
+
+    def act(talk):
+        if asked(talk) > SAFE_BLOCK:
+            loses_from_the_second(talk)
+        else:
+            serve(talk, SAFE_BLOCK, b"hostname two\n")
+    fault("Hostile servers", *try_download(trial, Act(
+        "loses large blocks, then has a shorter file", act, ())))
 
 
 def test_file_for_which_there_is_no_room(mount_small, make_agent, make_double,

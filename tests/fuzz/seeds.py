@@ -371,6 +371,7 @@ partition_type 2
 tftp_port 1069
 tftp_packet_seconds 5
 tftp_total_seconds 30
+tftp_block_octets 1000
 ftp_port 2121
 ssh_port 2222
 login_seconds 3
@@ -497,7 +498,7 @@ def tftp_error(code):
     return bytes([code << 4 | 4, 2]) + b"x\x00"
 
 
-NEXT, ACKNOWLEDGED = b"\x00", b"\x06"
+NEXT, ACKNOWLEDGED, SILENCE = b"\x00", b"\x06", b"\x07"
 tftp("download", FETCH, SERVER, NEXT, SERVER, NEXT, SERVER, tftp_data(1))
 tftp("download-empty", FETCH, SERVER, tftp_data(0))
 tftp("download-with-options", FETCH | WITH_OPTIONS, SERVER,
@@ -525,6 +526,8 @@ tftp("upload-beside-somebody", SEND, SERVER, ACKNOWLEDGED, SOMEBODY, ACKNOWLEDGE
 tftp("options-bad", FETCH | WITH_OPTIONS, SERVER, tftp_options("blksize", "0"))
 tftp("options-not-asked-for", FETCH, SERVER, tftp_options("blksize", "512"), SERVER, tftp_data(8))
 tftp("options-refused", FETCH | WITH_OPTIONS, SERVER, tftp_error(8))
+tftp("options-late", FETCH | WITH_OPTIONS, SERVER, SILENCE, SERVER, SILENCE, SERVER,
+     tftp_options("blksize", "8"), SERVER, tftp_data(1))
 tftp("error-later", FETCH, SERVER, NEXT, SERVER, tftp_error(3))
 tftp("short", FETCH, SERVER, b"\x05\x03\x00\x03\x00", SERVER, b"\x05\x00", SERVER, tftp_data(8))
 # ---- sftp_fuzzer: what the server says --------------------------------------

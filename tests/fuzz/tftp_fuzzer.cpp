@@ -52,10 +52,15 @@ class File : public LocalFile {
         content += octets;
         return 0;
     }
-    int next(size_t length, std::string &octets) override {
+    int next(size_t length, std::string &packet) override {
         FUZZ_CHECK(sent_, "a file that is fetched is read");
-        octets = content.substr(std::min(read_, content.size()), length);
-        read_ += octets.size();
+        const size_t before = packet.size();
+        packet += content.substr(std::min(read_, content.size()), length);
+        read_ += packet.size() - before;
+        return 0;
+    }
+    int restart() override {
+        FUZZ_CHECK(false, "no conversation begins again by itself");
         return 0;
     }
     std::string content;
@@ -98,6 +103,8 @@ std::string datagram(fuzz::Input &input, unsigned near) {
         return word(error) + word(kind >> 4) + input.octets(input.choice(8));
     case 5:
         return input.octets(input.octet());
+    case 7:
+        return {}; // nothing comes for a while
     default:
         return word(acknowledgement) + word(near);
     }
@@ -122,7 +129,7 @@ size_t size_told(const std::string &octets) {
         if (strcasecmp(texts[i].c_str(), "blksize") == 0)
             size = strtoul(texts[i + 1].c_str(), nullptr, 10);
     // Any other is refused: then nothing is read.
-    return size < 8 || size > largest_block ? standard_block : size;
+    return size < 8 || size > safe_block ? standard_block : size;
 }
 
 Reading read_plainly(const std::vector<Datagram> &heard, uint16_t port) {
@@ -170,7 +177,7 @@ void check_success(const Request &request, const File &file,
 void check_packet(const Request &request, const File &file,
                   const std::string &packet, size_t block_size) {
     const unsigned opcode = word_at(packet, 0);
-    FUZZ_CHECK(packet.size() <= largest_block + 4, "a packet of %zu octets",
+    FUZZ_CHECK(packet.size() <= safe_block + 4, "a packet of %zu octets",
                packet.size());
     FUZZ_CHECK(opcode == error || opcode == (request.send ? 2u : 1u) ||
                    opcode == (request.send ? data : acknowledgement),
@@ -196,7 +203,9 @@ Ending replay(const Request &request, const std::string &content,
     File file(request.send, content);
     Conversation talk(request, file);
     for (const Datagram &each : heard)
-        if (each.port == port)
+        if (each.octets.empty())
+            talk.ask_for_less();
+        else if (each.port == port)
             talk.take(each.port, each.octets);
     return {talk.ended(), talk.result(), talk.packet(), file.content};
 }
@@ -206,7 +215,8 @@ Ending replay(const Request &request, const std::string &content,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *octets, size_t size) {
     fuzz::Input input(octets, size);
     const unsigned flags = input.octet();
-    Request request{(flags & 1) != 0, "a.cfg", 0, (flags & 2) != 0};
+    Request request{(flags & 1) != 0, "a.cfg", 0,
+                    (flags & 2) != 0 ? safe_block : 0};
     std::string content;
     if (request.send)
         for (unsigned i = 0, end = input.octet() * 16u + flags / 4u; i < end;
@@ -221,6 +231,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *octets, size_t size) {
     while (!input.empty()) {
         const uint16_t port = input.choice(8) < 6 ? 4000 : 4001;
         heard.push_back({port, datagram(input, near)});
+        if (heard.back().octets.empty()) {
+            talk.ask_for_less();
+            continue;
+        }
         const std::string before = talk.packet();
         const bool was_settled = talk.port() != 0, had_ended = talk.ended();
         const bool news = talk.take(port, heard.back().octets);

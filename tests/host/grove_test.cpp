@@ -100,6 +100,50 @@ TEST(FabricResults, AreKeptWhereThereIsRoom) {
     EXPECT_TRUE(walk().empty()); // not those of before
 }
 
+std::vector<FabricResult> unanswered(size_t count) {
+    std::vector<FabricResult> results;
+    for (size_t i = 0; i < count; i++)
+        results.push_back({"1000000000000" + std::to_string(100 + i), false,
+                           true, "192.0.2.2", "No answer."});
+    return results;
+}
+
+// Whenever the machine stops: all switches are there, and what had been told of
+// them.
+TEST(FabricResults, ACrashTakesNothingThatWasThere) {
+    std::vector<FabricResult> results = unanswered(4);
+    GrowingResults growing;
+    ASSERT_TRUE(growing.begin(results));
+    const std::string file = support::directory() + "/state/fabric-results";
+    const size_t first = support::read_file(file).size();
+    results[2].failed = false;
+    results[2].text = "";
+    ASSERT_TRUE(growing.add(results[2]));
+    const std::string whole = support::read_file(file);
+    for (size_t size = first; size <= whole.size(); size++) {
+        support::write_file(file, whole.substr(0, size));
+        std::vector<FabricResult> found;
+        ASSERT_TRUE(load_results(found));
+        ASSERT_EQ(found.size(), 4u) << size;
+        for (size_t i = 0; i < found.size(); i++)
+            EXPECT_EQ(found[i].failed, i != 2 || size < whole.size()) << size;
+    }
+    support::write_file(file, whole + std::string(60, '\0') + "\n");
+    EXPECT_EQ(walk().size(), 3u);
+}
+
+TEST(FabricResults, EachAnswerCostsTheSame) {
+    const std::vector<FabricResult> results = unanswered(100);
+    GrowingResults growing;
+    ASSERT_TRUE(growing.begin(results));
+    const std::string file = support::directory() + "/state/fabric-results";
+    const size_t line = support::read_file(file).size() / results.size();
+    for (const FabricResult &each : results)
+        ASSERT_TRUE(growing.add(each));
+    EXPECT_EQ(support::read_file(file).size(), 2 * results.size() * line);
+    EXPECT_EQ(walk().size(), results.size());
+}
+
 TEST(FabricResults, NoTextEndsItsLine) {
     std::string printed = print_results(
         {{"100000051e340102", false, true, "192.0.2.2", "a\nb\x1b[2J\xff"}});

@@ -41,7 +41,9 @@ namespace {
 
 using Manner = TftpServer::Manner;
 
-constexpr size_t block = 1428; // the size that the client asks for
+// What the client asks for on a small path, and here.
+constexpr size_t block = xfhost::tftp::safe_block;
+constexpr size_t local_block = 65464;
 constexpr size_t mebibyte = 1 << 20;
 
 std::string content_of(size_t size) {
@@ -151,7 +153,8 @@ class TftpDaemon : public Tftp {
 TEST_F(TftpDaemon, EverySizeArrivesInBothDirections) {
     for (size_t size :
          {size_t{0}, size_t{1}, size_t{511}, size_t{512}, size_t{513},
-          block - 1, block, block + 1, 10 * block, 32 * mebibyte}) {
+          block - 1, block, block + 1, 10 * block, local_block - 1, local_block,
+          local_block + 1, 32 * mebibyte}) {
         std::string data = content_of(size);
         std::string name = "size-" + std::to_string(size);
         ASSERT_EQ(put(data, name.c_str()), 0) << size;
@@ -400,9 +403,12 @@ class Memory : public xfhost::tftp::LocalFile {
         octets += more;
         return 0;
     }
-    int next(size_t length, std::string &taken) override {
-        taken = octets.substr(0, length);
+    int next(size_t length, std::string &packet) override {
+        packet += octets.substr(0, length);
         octets.erase(0, length);
+        return 0;
+    }
+    int restart() override {
         return 0;
     }
     std::string octets;
@@ -453,9 +459,81 @@ TEST(TftpConversation, TheLastBlockHasToBeAcknowledged) {
     EXPECT_EQ(talk.packet(), packet(3, 2));
     EXPECT_FALSE(talk.take(2000, packet(4, 1)));
     EXPECT_FALSE(talk.ended());
-    EXPECT_TRUE(talk.take(2000, packet(4, 2)));
+    EXPECT_FALSE(talk.take(2000, packet(4, 2))); // nothing is left to say
     EXPECT_TRUE(talk.ended());
     EXPECT_EQ(talk.result(), 0);
+}
+
+TEST(TftpConversation, TheBlockFitsThePath) {
+    using xfhost::tftp::block_for;
+    EXPECT_EQ(block_for(0), block); // not known
+    EXPECT_EQ(block_for(68), 512u);
+    EXPECT_EQ(block_for(576), 512u);
+    EXPECT_EQ(block_for(1280), 1208u);
+    EXPECT_EQ(block_for(1500), block);
+    EXPECT_EQ(block_for(9000), 8928u);
+    EXPECT_EQ(block_for(65534), 65462u);
+    EXPECT_EQ(block_for(65535), local_block); // what IPv4 tells of more
+    EXPECT_EQ(block_for(65536), local_block);
+    EXPECT_EQ(block_for(100000), local_block);
+}
+
+std::string option(const std::string &name, size_t value) {
+    return name + '\0' + std::to_string(value) + '\0';
+}
+
+std::string request(size_t asked) {
+    std::string packet = std::string("\0\1x\0octet\0", 10);
+    return asked == 0 ? packet
+                      : packet + option("blksize", asked) + option("tsize", 0);
+}
+
+TEST(TftpConversation, WhoIsNotAnsweredAsksForLess) {
+    Memory file;
+    xfhost::tftp::Conversation talk({false, "x", 0, 8928}, file);
+    EXPECT_EQ(talk.packet(), request(8928));
+    talk.ask_for_less();
+    EXPECT_EQ(talk.packet(), request(block));
+    talk.ask_for_less();
+    EXPECT_EQ(talk.packet(), request(0));
+    talk.ask_for_less();
+    EXPECT_EQ(talk.packet(), request(0));
+    // Late, but it was asked for.
+    std::string taken = std::string("\0\6", 2) + option("blksize", 8928);
+    EXPECT_TRUE(talk.take(2000, taken));
+    EXPECT_EQ(talk.block_size(), 8928u);
+    EXPECT_EQ(talk.packet(), packet(4, 0));
+    talk.ask_for_less(); // no longer
+    EXPECT_EQ(talk.packet(), packet(4, 0));
+}
+
+TEST(TftpConversation, ALargerBlockThanAskedForIsRefused) {
+    Memory file;
+    xfhost::tftp::Conversation talk({false, "x", 0, 8928}, file);
+    EXPECT_TRUE(
+        talk.take(2000, std::string("\0\6", 2) + option("blksize", 8929)));
+    EXPECT_EQ(talk.result(), -(100 + EPROTO));
+    EXPECT_FALSE(talk.less_may_do());
+}
+
+TEST(TftpConversation, ItCanBeStoppedForSmallerBlocks) {
+    Memory file;
+    xfhost::tftp::Conversation talk({false, "x", 0, 8928}, file);
+    talk.take(2000, std::string("\0\6", 2) + option("blksize", 8928));
+    talk.stop_for_less();
+    EXPECT_TRUE(talk.ended());
+    EXPECT_TRUE(talk.less_may_do());
+    EXPECT_EQ(talk.packet().substr(0, 4), packet(5, 0)); // the server is told
+}
+
+TEST(TftpConversation, OnlyWhoHasAskedForSomethingCanAskForLess) {
+    for (size_t asked : {size_t{8928}, block, size_t{0}}) {
+        Memory file;
+        xfhost::tftp::Conversation talk({false, "x", 0, asked}, file);
+        talk.take(2000, packet(5, 8));
+        EXPECT_TRUE(talk.ended());
+        EXPECT_EQ(talk.less_may_do(), asked != 0);
+    }
 }
 
 TEST_F(TftpTest, BadServers) {

@@ -1,6 +1,7 @@
 """A TFTP server whose misbehaviour is chosen: RFC 1350, without options, unless
 told otherwise."""
 
+import select
 import socket
 import struct
 import threading
@@ -91,6 +92,16 @@ class TftpDouble:
             if not self._closed:
                 self._answer(kind, name, client)
 
+    def _asked_anew(self, talk):
+        """Whether a client waits that is not the one of this talk. What that
+        one repeats is dropped, unless the talk wants it."""
+        while select.select([self._socket], [], [], 0)[0]:
+            _, sender = self._socket.recvfrom(1, socket.MSG_PEEK)
+            if talk.wants_repeats or sender != talk.client:
+                return True
+            self._socket.recvfrom(65536)
+        return False
+
     def _play(self, request, client):
         self.heard.append(request)
         with Talk(self, client) as talk:
@@ -148,12 +159,15 @@ class TftpDouble:
 
 class Talk:
     """What an act says to a client, from a port of its own unless told
-    otherwise. Every wait is short, and an act ends when the server is closed.
+    otherwise. Every wait is short, and an act ends when the server is closed or
+    another client asks: one that begins again is another one. With
+    `wants_repeats` it also ends when the client repeats its request.
     """
 
     def __init__(self, server, client):
         self.server = server
         self.client = client
+        self.wants_repeats = False
         self.sockets = {}
         self.own = self._bound(server.address, "own")
 
@@ -171,7 +185,7 @@ class Talk:
         return self.sockets[name]
 
     def goes_on(self):
-        return not self.server._closed
+        return not self.server._closed and not self.server._asked_anew(self)
 
     def say(self, *packets):
         for packet in packets:
@@ -194,8 +208,8 @@ class Talk:
         return packet
 
     def wait_for(self, beginning):
-        """The client's next packet that begins like this; None if the server
-        is closed before."""
+        """The client's next packet that begins like this; None if the talk
+        ends before."""
         while self.goes_on():
             packet = self.hear()
             if packet and packet.startswith(beginning):

@@ -8,7 +8,7 @@ anybody can have sent the others: that ends as a timeout.
 import collections
 
 from snmp import BAD_FILE_NAME, NO_CONFIG, NO_MEMORY, TIMEOUT, UNKNOWN
-from tftp import BLOCK, ack, data, error, options
+from tftp import BLOCK, READ, ack, data, error, options
 
 # What downloads bring: seven blocks of 512 octets, the last one not full.
 CONTENT = b"hostname two\n" + b"! nothing but filling\n" * 150
@@ -59,6 +59,13 @@ def before(*others):
     return lambda _, packet: [*others, packet]
 
 
+def asked(talk):
+    """The block that the request asks for; 0 if it has no options."""
+    words = talk.server.heard[-1].split(b"\0")
+    return int(words[words.index(b"blksize") + 1]) \
+        if b"blksize" in words else 0
+
+
 # ---- The first answer --------------------------------------------------------
 
 sends("sends nothing but an opcode", b"\0\3", TIMEOUT)
@@ -68,7 +75,7 @@ sends("answers with opcode 0", b"\0\0\0\1", TIMEOUT)
 sends("answers with opcode 65535", b"\xff\xff\0\1", TIMEOUT)
 sends("answers with block 2", data(2, b"x"), TIMEOUT)
 sends("answers with an acknowledgement of block 1", ack(1), TIMEOUT)
-sends("takes a block size of 65464", options("blksize", 65464), UNKNOWN)
+sends("takes a block size of 65465", options("blksize", 65465), UNKNOWN)
 sends("takes a block size of 0", options("blksize", 0), UNKNOWN)
 sends("takes a negative block size", options("blksize", -512), UNKNOWN)
 sends("takes a block size that is no number", options("blksize", "all"),
@@ -100,7 +107,7 @@ def another_address(talk):
 
 @both("refuses options, then takes them", TIMEOUT)
 def refuses_and_takes(talk):
-    if b"blksize" in talk.server.heard[-1]:
+    if asked(talk):
         talk.say(error(8))
     else:
         talk.say(options("blksize", 1024))
@@ -504,3 +511,107 @@ def smallest_blocks(talk):
 def error_after_taking(talk):
     talk.take(ack(0))
     talk.say(error(3))
+
+
+# ---- Large blocks ------------------------------------------------------------
+# A client that loses them begins again with smaller ones. These are tried with
+# more patience, and with files of more than one large block. Each serves both
+# directions.
+
+LARGE_BLOCK, SAFE_BLOCK = 65464, 1428
+LARGE_CONTENT = CONTENT + b"! nothing but filling\n" * 9000
+LARGE = []
+
+
+def large(words, *ends):
+    return keeper(LARGE, words, ends)
+
+
+def serve(talk, size, content=LARGE_CONTENT, around=None):
+    """Serves the request as it should be, with blocks of that size; 0 is
+    without options."""
+    size = size or BLOCK
+    begin = options("blksize", size) if size != BLOCK else ack(0)
+    if not talk.server.heard[-1].startswith(bytes([0, READ])):
+        talk.take(begin, size, around=around)
+        return
+    if size != BLOCK:
+        talk.say(begin)
+        talk.wait_for(ack(0))
+    talk.give(content, size, around=around)
+
+
+def nothing_from(block):
+    return lambda number, packet: [] if number >= block else [packet]
+
+
+@large("takes large blocks")
+def takes_large(talk):
+    assert asked(talk) == LARGE_BLOCK
+    serve(talk, LARGE_BLOCK)
+
+
+@large("takes blocks of 1000 octets where 65464 were asked for")
+def takes_less(talk):
+    serve(talk, 1000)
+
+
+@large("loses all large blocks")
+def loses_all(talk):
+    serve(talk, asked(talk), around=nothing_from(
+        1 if asked(talk) > SAFE_BLOCK else 1 << 16))
+
+
+@large("loses large blocks from the second one on")
+def loses_from_the_second(talk):
+    serve(talk, asked(talk), around=nothing_from(
+        2 if asked(talk) > SAFE_BLOCK else 1 << 16))
+
+
+@large("loses large blocks, then all others", TIMEOUT)
+def loses_everything(talk):
+    serve(talk, asked(talk), around=nothing_from(2))
+
+
+@large("loses large blocks, then has no such file", BAD_FILE_NAME)
+def loses_the_file(talk):
+    if asked(talk) > SAFE_BLOCK:
+        loses_from_the_second(talk)
+    else:
+        talk.say(error(1))
+
+
+@large("refuses blocks above 1428 octets")
+def refuses_large(talk):
+    if asked(talk) > SAFE_BLOCK:
+        talk.say(error(8))
+    else:
+        serve(talk, asked(talk))
+
+
+@large("refuses options")
+def refuses_options(talk):
+    if asked(talk):
+        talk.say(error(8))
+    else:
+        serve(talk, BLOCK)
+
+
+@large("does not answer who asks for more than 1428 octets")
+def answers_small(talk):
+    talk.wants_repeats = asked(talk) > SAFE_BLOCK
+    if not talk.wants_repeats:
+        serve(talk, asked(talk))
+
+
+@large("does not answer who asks for options")
+def answers_plain(talk):
+    talk.wants_repeats = asked(talk) > 0
+    if not talk.wants_repeats:
+        serve(talk, BLOCK)
+
+
+@large("takes large blocks when less is asked for already")
+def takes_large_late(talk):
+    talk.pause(2)
+    serve(talk, LARGE_BLOCK)
