@@ -131,7 +131,8 @@ uint64_t port_of(uint64_t protocol) {
 // The entry of the row that is being acted on.
 HistoryEntry &begin(uint32_t token) {
     HistoryEntry entry = asked->asked;
-    entry.number = history.next_number();
+    // One that could not be written has a number, too.
+    entry.number = std::max(history.next_number(), history_table_newest() + 1);
     entry.token = token;
     HistoryEntry &added = history_table_add(entry);
     begun = true;

@@ -240,7 +240,7 @@ std::optional<std::string> read_instance(const std::vector<oid> &column,
     netsnmp_subtree *tree = netsnmp_subtree_find(name, length, nullptr, "");
     const struct variable *found =
         tree == nullptr ? nullptr : old_api_variable(tree);
-    if (!known_module(read_handler(found)))
+    if (found == nullptr || !known_module(read_handler(found)))
         return std::nullopt;
     // As the agent's own helper calls it: with the whole name of the column.
     struct variable one = without_name(*found);

@@ -492,42 +492,60 @@ def test_agent_that_is_not_there(alone):
 # ---- Failures ---------------------------------------------------------------
 
 
+@pytest.fixture(params=[10, 0], ids=["history", "no-history"])
+def failing(request, make_agent, make_double, tmp_path):
+    """An agent with a server, with and without reasons of its own."""
+    agent = make_agent(history_rows=request.param, tftp_packet_seconds=1,
+                       tftp_total_seconds=2)
+    agent.running_config(RUNNING_TEXT)
+    command = Xfcopy(tmp_path, agent)
+    command.server = make_double(agent)
+    return command
+
+
+def fails_for(command, words, *line):
+    """The end of a copy that fails: the reason is the agent's own where it
+    has one, else these words, which go by the cause."""
+    end = ends(command.run(*line, "--json"), COPY_FAILED).end
+    assert end["advice"]
+    if command.agent.settings["history_rows"] == 0:
+        assert words in end["text"]
+        return end
+    reason = history.newest(command.agent.station)[1].reason
+    assert reason and end["text"][1:] == reason.removesuffix(".")[1:]
+    return end
+
+
 @pytest.mark.parametrize("code, cause, words", [
     (0, "unknown", "the transfer failed"), (1, "badFileName", "no such file"),
     (3, "noMemory", "no room")])
-def test_errors_of_the_server(command, double, code, cause, words):
-    double.error = code
-    url = "tftp://127.0.0.3/x"
-    ends(command.run("@", "running", url), COPY_FAILED, words)
-    end = command.run("@", "running", url, "--json").end
+def test_errors_of_the_server(failing, code, cause, words):
+    failing.server.error = code
+    end = fails_for(failing, words, "@", "running", "tftp://127.0.0.3/x")
     assert (end["cause"], end["outcome"]) == (cause, "failed")
-    assert end["advice"]
-    nothing_left(command)
+    nothing_left(failing)
 
 
-def test_server_that_does_not_answer(make_agent, make_double, tmp_path):
-    agent = make_agent(tftp_packet_seconds=1, tftp_total_seconds=2)
-    make_double(agent).silent = True
-    command = Xfcopy(tmp_path, agent)
-    end = ends(command.run("@", "running", "tftp://127.0.0.3/x", "--json"),
-               COPY_FAILED).end
+def test_server_that_does_not_answer(failing):
+    failing.server.silent = True
+    end = fails_for(failing, "could not be reached", "@", "running",
+                    "tftp://127.0.0.3/x")
     assert end["cause"] == "timeout" and end["elapsed"] >= 1
-    assert "reach the server" in end["advice"]
+    assert "whether the" in end["advice"] and "VRF" in end["advice"]
 
 
 @pytest.mark.parametrize("content, cause, words", [
     (b"! nothing\n", "noConfig", "holds no configuration"),
     (b"flux on\nvlan 9\n", "someConfigApplyFailed", "some lines")])
-def test_files_that_cannot_be_applied(command, tftp_server, content, cause,
-                                      words):
-    tftp_server.offer("x.cfg", content)
-    end = ends(command.run("@", "tftp://127.0.0.2/x.cfg", "running", "--json",
-                           "--keep", "--index=3"), COPY_FAILED, words).end
+def test_files_that_cannot_be_applied(failing, content, cause, words):
+    failing.server.files["x.cfg"] = content
+    end = fails_for(failing, words, "@", "tftp://127.0.0.3/x.cfg", "running",
+                    "--keep", "--index=3")
     assert end["cause"] == cause
-    shown = command.run("show", "@", 3).out
+    shown = failing.run("show", "@", 3).out
     assert cause in shown and "advice" in shown
-    assert cause in command.run("list", "@").out
-    assert command.run("show", "@", 3, "--json").events[0]["cause"] == cause
+    assert cause in failing.run("list", "@").out
+    assert failing.run("show", "@", 3, "--json").events[0]["cause"] == cause
 
 
 def test_save_without_a_manager(command):

@@ -54,6 +54,7 @@ def test_the_agent_side_is_whole(agent):
     assert module.parent.name == "dlmod"
     one(agent, "libxfplatform.so.1")
     one(agent, "XF-CONFIG-COPY-MIB.txt")
+    one(agent, "XF-COPY-HISTORY-MIB.txt")
     one(agent, "xfprocd.service")
     programs = one(agent, "brim") / "bin"
     assert {each.name for each in programs.iterdir()} >= {
