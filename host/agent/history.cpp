@@ -40,6 +40,7 @@ HistoryLog &history = *new HistoryLog;
 Syncer &syncer = *new Syncer;
 bool on = false;
 std::string directory;
+std::string report_directory; // not on the disk: it may be what is full
 
 std::optional<CopyRow> asked; // whose row status is being acted on
 bool begun = false;           // that copy has its entry
@@ -60,7 +61,7 @@ template <typename Work> void note(Work work) {
 }
 
 std::string path_of_report(uint64_t number) {
-    return directory + "/" + std::to_string(number) + ".report";
+    return report_directory + "/" + std::to_string(number) + ".report";
 }
 
 void append(const HistoryEntry &entry) {
@@ -142,7 +143,7 @@ HistoryEntry &begin(uint32_t token) {
 // -- What an agent before this one has left --
 
 void forget_reports() {
-    DIR *listing = opendir(directory.c_str());
+    DIR *listing = opendir(report_directory.c_str());
     if (listing == nullptr)
         return;
     while (const struct dirent *each = readdir(listing))
@@ -335,6 +336,7 @@ int watch(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
 
 void start(uint32_t rows) {
     directory = settings()->state_directory + "/history";
+    report_directory = settings()->run_directory + "/reports";
     if (!history_table_start(rows, refresh))
         return;
     on = load(rows);

@@ -46,7 +46,8 @@ class Agent(Program):
                  no_memory=False, wrapper=(), **settings):
         super().__init__("snmpd", folder / "snmpd.log")
         self.folder = folder
-        self.explains = True  # every failure of a copy
+        # Every failure of a copy; without memory something may be missing.
+        self.explains = not no_memory
         self.home = folder / "home"  # where it runs
         self.state = folder / "state"
         self.run_directory = folder / "run"

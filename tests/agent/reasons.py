@@ -41,8 +41,8 @@ def general(text):
 
 
 def says_nothing(reason):
-    """An unknown command is a reason, something unknown is none."""
-    return re.search(r"\bunknown\b(?! command)", reason.lower())
+    """An unknown command is a reason, "unknown" is none."""
+    return re.search(r"\bunknown( error| reason)?\W*$", reason.lower())
 
 
 def note(reason, advice):

@@ -169,7 +169,7 @@ def test_copy_process_that_dies(make_agent, make_double):
     found = ended(agent.station)
     double.gate.set()
     assert (found.state, found.cause) == (FAILED, UNKNOWN)
-    assert found.reason == "The copy process ended without a report."
+    assert found.reason == "The copy process was ended by a signal: Killed."
     assert os.listdir(agent.state / "history") == ["history"]
 
 
@@ -183,7 +183,7 @@ def test_agent_that_dies(make_agent, make_double):
     double.gate.clear()
     agent.station.set(go(upload(2, "up.cfg", double.address)))
     wait_for_copy_process(agent)
-    report = agent.state / "history" / "2.report"
+    report = agent.run_directory / "reports" / "2.report"
     with open(report, "a") as file:
         file.write(line_of("reason=It was slow.\toctets=77"))
         file.write("12345678 cut o")

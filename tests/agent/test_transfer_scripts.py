@@ -217,14 +217,14 @@ def test_local_links_lead_nowhere(client, server, protocol):
 
 @pytest.mark.parametrize("protocol", ["sftp", "scp"])
 class TestHostKeys:
-    def test_unknown(self, client, usual, protocol):
+    def test_key_that_is_not_known(self, client, usual, protocol):
         client.settings["ssh_port"] = usual[protocol].port
         assert client.get(protocol, "x", "new") == HOST_KEY
         client.told("Checking the host key of 127.0.0.2 port",
                     "the server's host key is not known")
         assert client.report["advice"].endswith(": xfenrol 127.0.0.2")
 
-    def test_another_one(self, client, usual, servers, protocol):
+    def test_another_key(self, client, usual, servers, protocol):
         client.reach(protocol, usual[protocol])
         other = servers.ssh()
         line = f"[127.0.0.2]:{usual[protocol].port} " + \
