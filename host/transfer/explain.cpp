@@ -118,15 +118,18 @@ bool gives_away(const std::string &quote, const std::string &password) {
 
 Report Failed::report(const Attempt &attempt) const {
     const bool begun = !attempt.copy.login.server.empty();
-    const Step step = step_.value_or(begun ? Step::transfer : Step::request);
+    const Details more = details_ ? *details_ : Details();
+    const Step step =
+        more.step.value_or(begun ? Step::transfer : Step::request);
     Report report;
-    report.reason =
-        doing(step, attempt) + ": " + (because_.empty() ? text_ : because_);
-    if (!quote_.empty() && !gives_away(quote_, attempt.copy.login.password))
-        report.reason += ": " + in_quotes(quote_, longest_quote);
+    report.reason = doing(step, attempt) + ": " +
+                    (more.because.empty() ? text_ : more.because);
+    if (!more.quote.empty() &&
+        !gives_away(more.quote, attempt.copy.login.password))
+        report.reason += ": " + in_quotes(more.quote, longest_quote);
     report.advice =
-        advice_.empty() ? advice_for(outcome_, step, attempt) : advice_;
-    report.octets = octets_;
+        more.advice.empty() ? advice_for(outcome_, step, attempt) : more.advice;
+    report.octets = more.octets;
     return report;
 }
 

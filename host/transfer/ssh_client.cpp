@@ -91,9 +91,8 @@ void put(const Settings &settings, const Copy &copy) {
     try {
         SshClient client(settings, copy.login);
         sftp_put(client, copy.remote, source.get(), moved);
-    } catch (Failed &failed) {
-        failed.after(moved.octets());
-        throw;
+    } catch (const Failed &failed) {
+        throw failed.after(moved.octets());
     }
     tell(moved.report());
 }
@@ -103,9 +102,8 @@ void get(const Settings &settings, const Copy &copy) {
     try {
         SshClient client(settings, copy.login);
         sftp_get(client, copy.remote, destination.file());
-    } catch (Failed &failed) {
-        failed.after(destination.file().octets());
-        throw;
+    } catch (const Failed &failed) {
+        throw failed.after(destination.file().octets());
     }
     destination.keep();
 }

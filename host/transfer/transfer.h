@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,42 +59,50 @@ class Failed : public std::exception {
         return text_;
     }
 
-    // Where it failed, unless that is known already.
-    Failed &at(Step step) {
-        if (!step_)
-            step_ = step;
-        return *this;
+    // The same with where it failed, unless that is known already.
+    Failed at(Step step) const {
+        return with([step](Details &more) {
+            if (!more.step)
+                more.step = step;
+        });
     }
-    // What exactly went wrong, instead of the text.
-    Failed &because(std::string words) {
-        because_ = std::move(words);
-        return *this;
+    // With what exactly went wrong, instead of the text.
+    Failed because(const std::string &words) const {
+        return with([&](Details &more) { more.because = words; });
     }
-    // What the server said, or the client that spoke with it, as it came.
-    Failed &quote(std::string_view words) {
-        quote_ = words;
-        return *this;
+    // With what the server said, or the client that spoke with it, as it came.
+    Failed quote(std::string_view words) const {
+        return with([words](Details &more) { more.quote = words; });
     }
-    // What to do about it, if that is something special.
-    Failed &advise(std::string words) {
-        advice_ = std::move(words);
-        return *this;
+    // With what to do about it, if that is something special.
+    Failed advise(const std::string &words) const {
+        return with([&](Details &more) { more.advice = words; });
     }
-    // How much had been moved by then.
-    Failed &after(uint64_t octets) {
-        octets_ = octets;
-        return *this;
+    // With how much had been moved by then.
+    Failed after(uint64_t octets) const {
+        return with([octets](Details &more) { more.octets = octets; });
     }
 
     // For the report. A quotation that holds the password is left out.
     Report report(const struct Attempt &attempt) const;
 
   private:
+    struct Details {
+        std::optional<Step> step;
+        std::optional<uint64_t> octets;
+        std::string because, quote, advice;
+    };
+    template <typename Add> Failed with(Add add) const {
+        Failed failed = *this;
+        auto more = std::make_shared<Details>(details_ ? *details_ : Details());
+        add(*more);
+        failed.details_ = std::move(more);
+        return failed;
+    }
+
     Outcome outcome_;
     const char *text_;
-    std::optional<Step> step_;
-    std::optional<uint64_t> octets_;
-    std::string because_, quote_, advice_;
+    std::shared_ptr<const Details> details_; // what is thrown is copied
 };
 
 // The failures that every protocol has, each with its text. Any other outcome
