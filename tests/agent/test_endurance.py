@@ -14,9 +14,11 @@ PLAY_KIB = 128
 
 @pytest.fixture
 def agent(make_agent, trap_receiver):
-    # By itself the agent keeps its last thousand notifications in memory.
+    # By itself the agent keeps its last thousand notifications and copies in
+    # memory.
     return make_agent("doNotRetainNotificationLogs yes\n"
-                      f"trap2sink 127.0.0.1:{trap_receiver.port} public\n")
+                      f"trap2sink 127.0.0.1:{trap_receiver.port} public\n",
+                      history_rows=SETTLED // 2)
 
 
 def test_thousand_copies(agent, station, tftp_server, trap_receiver):

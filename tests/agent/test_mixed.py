@@ -787,9 +787,9 @@ def nothing_left(bench, descriptors):
     assert os.listdir(bench.scratch) == []
     assert sorted(os.listdir(agent.state / "startup")) == \
         ["system.cfg", "system.cfg.lock"]
-    known = {"accounting.log", "errors.log", "fabric-results", "known_hosts",
-             "running-config", "running-config.lock", "staging", "startup",
-             "trace"}
+    known = {"accounting.log", "errors.log", "fabric-results", "history",
+             "known_hosts", "running-config", "running-config.lock", "staging",
+             "startup", "trace"}
     assert set(os.listdir(agent.state)) <= known
     assert sorted(agent.sockets()) == ["sap.28", "sap.3", "sap.46"]
 

@@ -2,6 +2,8 @@
 #include "platform/ordset.h"
 
 #include <cmath>
+#include <map>
+#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -40,6 +42,49 @@ TEST(OrdsetHandle, UnknownFlagsMakeNoSet) {
     EXPECT_NE(ordset_create(&set, 1, 1, nullptr, 1), ORDSET_CREATED);
     EXPECT_NE(ordset_create(&set, 1, 1, compare_rows, 0), ORDSET_CREATED);
     EXPECT_EQ(set, nullptr);
+}
+
+// The set remembers the row of the call before: half of these random operations
+// are on that one.
+TEST_F(Ordset, RemembersNothingThatIsGone) {
+    std::mt19937 random(20241121);
+    std::vector<Row> pool(300);
+    std::map<int32_t, Row *> model;
+    for (size_t i = 0; i < pool.size(); i++)
+        pool[i].index = static_cast<int32_t>(i) - 100;
+    size_t chosen = 0;
+    for (int step = 0; step < 20000; step++) {
+        if (random() % 2 == 0)
+            chosen = random() % pool.size();
+        Row &row = pool[chosen];
+        auto held = model.find(row.index);
+        void *there = held == model.end() ? nullptr : held->second;
+        switch (random() % 4) {
+        case 0:
+            EXPECT_EQ(ordset_add(set, &row, &row), there ? nullptr : &row);
+            model.emplace(row.index, &row);
+            break;
+        case 1:
+            EXPECT_EQ(ordset_remove(set, &row), there);
+            model.erase(row.index);
+            break;
+        case 2: {
+            auto next = model.upper_bound(row.index);
+            EXPECT_EQ(ordset_find_nextgreater(set, &row),
+                      next == model.end() ? nullptr : next->second);
+            break;
+        }
+        default: {
+            EXPECT_EQ(ordset_find(set, &row), there);
+            auto position = static_cast<uint32_t>(random() % pool.size());
+            void *expected = nullptr;
+            if (position >= 1 && position <= model.size())
+                expected = std::next(model.begin(), position - 1)->second;
+            EXPECT_EQ(ordset_find_nth_obj(set, position), expected);
+        }
+        }
+        ASSERT_EQ(ordset_size(set), model.size());
+    }
 }
 
 // The setting of these tests.
