@@ -138,13 +138,14 @@ class Bench:
         return server
 
     def make_agent(self, folder):
-        # By itself the agent keeps its last thousand notifications in memory.
+        # By itself the agent keeps its last thousand notifications and copies
+        # in memory.
         agent = manager.SavingAgent(
             folder, "doNotRetainNotificationLogs yes\n"
             f"trap2sink 127.0.0.1:{self.receiver.port} public\n",
             ftp_port=self.ftp.port, ssh_port=self.ssh.port,
             tftp_packet_seconds=4, tftp_total_seconds=60,
-            manager_restart_seconds=1,
+            manager_restart_seconds=1, history_rows=SETTLED // 2,
             **self.fabric.settings(fabric_connect_seconds=20,
                                    fabric_switch_seconds=60))
         agent.settings["config"] = folder.parent / "xfhost.conf"
