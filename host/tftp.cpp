@@ -188,7 +188,7 @@ End transfer(Request request, LocalFile &file) {
     for (request.block = first_block();;
          request.block = less_than(request.block)) {
         Conversation talk(request, file);
-        const End ended = converse(talk, limits);
+        End ended = converse(talk, limits);
         if (!talk.less_may_do())
             return ended;
         const int error = file.restart();
