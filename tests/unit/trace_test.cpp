@@ -58,7 +58,7 @@ TEST_F(TraceTest, textIsAsPrintfWritesIt) {
         EXPECT_EQ(text, only_event().octets);
         p.forget();
     };
-    TRACE_INFO("no value\n");
+    trace_history(XF_TRACE_INFO, "no value\n");
     expect("no value\n");
     TRACE_INFO("%d%d,%d,%d", 0, -1, INT_MAX, INT_MIN);
     expect("0-1,2147483647,-2147483648");
