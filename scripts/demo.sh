@@ -9,11 +9,9 @@ source "$top/scripts/demo/snmp.sh"
 source "$top/scripts/demo/story.sh"
 
 keep=false
-targets=(configcopymib xfplatform qsh procd transfer_programs)
 case "${1-}" in
-    '') ;;
+    '' | --frr) ;;
     --keep) keep=true ;;
-    --frr) targets+=(xfcopy) ;;
     *) die "usage: demo.sh [--keep | --frr]" ;;
 esac
 
@@ -27,7 +25,7 @@ server=127.0.0.2 north=127.0.0.21 south=127.0.0.22
 echo "Installing what is missing, building what the demonstration needs"
 install_packages
 fetch_base_mibs
-build build -- "${targets[@]}"
+build build -- configcopymib xfplatform qsh procd transfer_programs xfcopy
 if [ "${1-}" = --frr ]; then
     sudo=()
     [ "$(id -u)" = 0 ] || sudo=(sudo)
@@ -39,8 +37,8 @@ say "This machine plays a switch: a stock snmpd on $agent has loaded the
 module, procd keeps the startup configuration, snmptrapd listens. A server on
 $server offers one empty folder by TFTP and SFTP. Two more switches, north
 ($north) and south ($south), make up the fabric with it. The commands
-below need no community: their configuration file has it. The switch runs this
-configuration:"
+below find their SNMPv3 user in snmp.conf, and the password for the server in the
+environment. The switch runs this configuration:"
 cat >"$bench/first.cfg" <<'END'
 hostname rack4-switch2
 contact operations
@@ -57,35 +55,38 @@ running >"$bench/running.before"
 
 # --- TFTP -------------------------------------------------------------------
 
-say "1. Running configuration to the server, by TFTP. One request creates a row
-and starts its copy. The server is held for a moment, so that the row can be
-seen while its copy runs."
-send STOP "$tftp_server"
-transfer 1 tftp runningConfig networkFile rack4.cfg
-shown xfCopyState 1
-[ "$got" = 2 ] || die "the copy does not run"
-checked "the copy is running"
-send CONT "$tftp_server"
-finish 1 3
-checked "the copy was successful"
+say "1. Running configuration to the server, by TFTP."
+copy 0 --notify running "tftp://$server/rack4.cfg"
 show cat "$bench/server/rack4.cfg"
 cmp "$bench/server/rack4.cfg" "$bench/running.before" || die "not the same"
 checked "the file on the server is the running configuration, octet by octet"
 
-say "The row asked for a notification. This is what snmptrapd received:"
+say "The copy asked for a notification. This is what snmptrapd received:"
 until_true 20 notified 1 || die "no notification"
 awk '/^received$/ { text = ""; next } { text = text "\n    " $0 }
     END { print substr(text, 2) }' "$bench/traps.log"
 checked "xfCopyCompletion was received (a success has fail cause 1, too)"
+
+say "The same without xfcopy: one request creates a row and starts its copy, and
+the row tells how it goes. The server is held for a moment, so that the copy can be
+seen while it runs."
+send STOP "$tftp_server"
+upload 1 by-hand.cfg
+[ "$(state 1)" = 2 ] || die "the copy does not run"
+show xfcopy list "$agent"
+checked "the copy is running"
+send CONT "$tftp_server"
+finish 1 3
+cmp "$bench/server/by-hand.cfg" "$bench/running.before" || die "not the same"
+checked "the copy was successful, and the file is the same"
 
 say "2. The other way round: the file is edited on the server and copied to the
 running configuration."
 sed -e 's/^hostname .*/hostname rack4-spare/' -e '/^contact/s/^/no /' \
     "$bench/server/rack4.cfg" >"$bench/edited.cfg"
 printf 'vlan 20\n  name cameras\n' >>"$bench/edited.cfg"
-install -m 644 "$bench/edited.cfg" "$bench/server/edited.cfg"
-transfer 2 tftp networkFile runningConfig edited.cfg
-finish 2 3
+offer edited.cfg <"$bench/edited.cfg"
+copy 0 "tftp://$server/edited.cfg" running
 running >"$bench/running.after"
 show diff "$bench/running.before" "$bench/running.after" || true
 grep -qx 'hostname rack4-spare' "$bench/running.after" &&
@@ -95,36 +96,33 @@ grep -qx 'hostname rack4-spare' "$bench/running.after" &&
 checked "the running configuration has changed as the file says"
 
 say "3. A copy that must fail: the server has no such file."
-transfer 3 tftp networkFile runningConfig missing.cfg
-fails 3 2
-until_true 20 notified 3 || die "no notification"
+copy 7 --notify "tftp://$server/missing.cfg" running
+says 'the server said error 1: "File not found"'
+until_true 20 notified 2 || die "no notification"
 running | cmp - "$bench/running.after" || die "the configuration has changed"
-checked "failed, because of the file name; the configuration is as it was"
+checked "it is said that the file is missing; the configuration is as it was"
 
 # --- SFTP -------------------------------------------------------------------
 
 say "4. The same by SFTP, with an OpenSSH sshd on the server. A server whose
 host key the switch does not know is not trusted:"
-transfer 4 sftp runningConfig networkFile secure.cfg
-fails 4 1
+copy 7 running "$(file secure.cfg)"
+says "xfenrol $server"
 [ ! -e "$bench/server/secure.cfg" ] || die "the file was sent all the same"
-checked "failed, for a reason that has no number of its own; nothing was sent"
+checked "it is said why, and what to do; nothing was sent"
 
 say "So the key is enrolled, by the fingerprint that the server's console shows."
 show ssh-keygen -l -f "$bench/sftp/host_key.pub"
-show "$XF_ROOT/brim/bin/xfenrol" "$server" \
+show xfenrol "$server" \
     "$(ssh-keygen -l -f "$bench/sftp/host_key.pub" | cut -d ' ' -f 2)"
-transfer 5 sftp runningConfig networkFile secure.cfg
-finish 5 3
+copy 0 running "$(file secure.cfg)"
 cmp "$bench/server/secure.cfg" "$bench/running.after" || die "not the same"
 checked "the file on the server is the running configuration, octet by octet"
 
 say "And from the server to the running configuration:"
-echo 'hostname rack4-secure' >"$bench/server/name.cfg"
-chmod 644 "$bench/server/name.cfg"
+echo 'hostname rack4-secure' | offer name.cfg
 show cat "$bench/server/name.cfg"
-transfer 6 sftp networkFile runningConfig name.cfg
-finish 6 3
+copy 0 "$(file name.cfg)" running
 running >"$bench/running.secure"
 show diff "$bench/running.after" "$bench/running.secure" || true
 grep -qx 'hostname rack4-secure' "$bench/running.secure" ||
@@ -136,8 +134,7 @@ checked "the name has changed, and nothing else"
 # --- saves ------------------------------------------------------------------
 
 say "5. Running to startup configuration: what the switch will start with."
-save 7 startupConfig
-finish 7 3
+copy 0 running startup
 startup | cmp - "$bench/running.secure" || die "not the same"
 checked "the startup configuration is the running configuration"
 
@@ -147,17 +144,11 @@ echo 'contact night shift' >"$bench/change.cfg"
 "$qsh" --apply "$bench/change.cfg" "$bench/results"
 running >"$bench/running.last"
 show cat "$XF_FABRIC_FILE"
-save 8 fabricStartupConfig
-fails 8 9
-error_object=$error_entry
-! $names || error_object=xfCopyErrorTable
-say "The error table tells on which switches it failed, and why:"
-show snmpwalk "$agent" "$error_object"
-say "As a person would read it:"
-error_table 8 | tee "$bench/errors"
-[ "$(wc -l <"$bench/errors")" = 2 ] || die "one row was expected"
-grep -q "^$south .*south .*Connection refused" "$bench/errors" ||
-    die "the row does not tell of south"
+say "xfcopy shows the error table: on which switches it failed, and why."
+copy 7 running fabric
+[ "$(grep -c 10:00:00:05:1e:34:01 "$bench/said")" = 1 ] &&
+    grep -q "$south .*01:02 .*Connection refused" "$bench/said" ||
+    die "south, and it alone, should be in the table"
 startup | cmp - "$bench/running.last" || die "this switch has not saved"
 grep -qx 'hostname north' "$bench/north/state/startup/system.cfg" ||
     die "north has not saved"
@@ -166,15 +157,19 @@ checked "this switch and north have saved; south has not, and the table says so"
 
 say "South comes up, and the save is repeated."
 start_switch south "$south"
-save 9 fabricStartupConfig
-finish 9 3
+copy 0 running fabric
 grep -qx 'hostname south' "$bench/south/state/startup/system.cfg" ||
     die "south has not saved"
 checked "now south has saved, too"
 
 # --- the end ----------------------------------------------------------------
 
-say "At the end:"
+say "At the end: the switch remembers every copy, and why those failed."
+show xfcopy history "$agent" | tee "$bench/history"
+[ "$(grep -c ' successful ' "$bench/history")" = 7 ] &&
+    [ "$(grep -c ' failed ' "$bench/history")" = 3 ] ||
+    die "the history is not that of this demonstration"
+checked "the history has all of them"
 nothing_left
 
 if $keep; then
@@ -185,12 +180,14 @@ Everything is left running. To go on by hand:
 
     export SNMPCONFPATH=$bench MIBS='$MIBS' MIBDIRS='$MIBDIRS'
     export XF_ROOT=$XF_ROOT XF_STATE_DIRECTORY=$XF_STATE_DIRECTORY
+    export XFCOPY_PASSWORD=$password PATH=$top/build/xfcopy:\$PATH
+    xfcopy $agent running $(file more.cfg)
+    xfcopy history $agent
     snmpwalk $agent $(if $names; then echo xfCopyTable; else echo $copy_entry; fi)
     $qsh -c "show running-config"
     ls $bench/server; tail $bench/traps.log $bench/snmpd.log $bench/procd.log
 
-The SFTP user is operator, with the password $password.
-A row is deleted some five to seven minutes after its creation. To end:
+To end:
 
     $([ "$(id -u)" = 0 ] || echo 'sudo ')kill ${started[*]}; sleep 2
     rm -rf $bench${results_are_ours:+ /tmp/configcopy.txt}${run_sshd_is_ours:+ /run/sshd}

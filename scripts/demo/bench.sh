@@ -81,8 +81,7 @@ sys.exit(1)' "$1" "$2" "$3"
 
 start_agent() {
     cat >"$bench/snmpd.conf" <<END
-rwcommunity private 127.0.0.1
-${snmpd_users-}
+$snmpd_users
 trap2sink 127.0.0.1:$trap_port public
 dlmod config_copy_mib $module
 END
@@ -235,7 +234,6 @@ prepare_bench() {
     (cd "$bench" && mkdir -m 700 state run persistent fabric)
     mkdir "$bench/server"
     chmod 777 "$bench/server"
-    use_names
 
     module=$(find "$top/build/infra" -name libconfigcopymib.so)
     export XF_ROOT=$top/build/root
@@ -246,6 +244,7 @@ prepare_bench() {
     qsh=$XF_ROOT/brim/bin/qsh
 
     prepare_logins
+    use_snmp
     ssh-keygen -q -t ed25519 -N '' -C fabric -f "$XF_FABRIC_KEY_FILE"
     echo "switch here wwn 10:00:00:05:1e:34:01:00 address 127.0.0.1 local" \
         >"$XF_FABRIC_FILE"

@@ -44,15 +44,6 @@ hide_tmp() {
     cd "$top"
 }
 
-# The passphrases are those of this run alone.
-use_snmp_v3() {
-    snmpd_users="createUser operator SHA-256 $password AES $password
-rwuser operator priv"
-    printf '%s\n' 'defVersion 3' 'defSecurityName operator' \
-        'defSecurityLevel authPriv' 'defAuthType SHA-256' 'defPrivType AES' \
-        "defPassphrase $password" >"$bench/snmp.conf"
-}
-
 start_here() {
     hide_tmp
     prepare_bench
@@ -61,9 +52,7 @@ start_here() {
     unset VTYSH_PAGER VTYSH_LOG VTYSH_HISTFILE
     printf '%s\n' 'backend frr' "frr_daemons ${frr_daemons[*]}" \
         'vtysh_seconds 3' >"$XF_CONFIG"
-    use_snmp_v3
-    export XFCOPY_PASSWORD=$password
-    PATH=$bench/bin:$top/build/xfcopy:$XF_ROOT/brim/bin:$PATH
+    PATH=$bench/bin:$PATH
     start_routers
     add_switch core 192.0.2.2 10:00:00:05:1e:34:01:01 \
         "XF_CONFIG=$XF_CONFIG XF_RUN_DIRECTORY=$bench/core"
@@ -86,20 +75,6 @@ has_route() { # here|core PREFIX
 }
 
 lost_route() { ! has_route "$@"; }
-
-copy() { # STATUS SOURCE DESTINATION
-    local status=0
-    show xfcopy "$agent" "$2" "$3" >"$bench/said" 2>&1 || status=$?
-    cat "$bench/said"
-    [ "$status" = "$1" ] || die "xfcopy ended with status $status"
-}
-
-file() { echo "sftp://operator@$server/~/$1"; }
-
-offer() { # FILE: puts standard input on the server
-    cat >"$bench/server/$1"
-    chmod 644 "$bench/server/$1"
-}
 
 start_here
 

@@ -1,29 +1,65 @@
 # What a management station does, shown as commands that can be repeated by hand.
+
+# An SNMPv3 user, whose passphrase is that of this run alone, and the password of
+# the server's user.
+use_snmp() {
+    snmpd_users="createUser operator SHA-256 $password AES $password
+rwuser operator priv"
+    export SNMPCONFPATH=$bench SNMP_PERSISTENT_DIR=$bench/persistent
+    printf '%s\n' 'defVersion 3' 'defSecurityName operator' \
+        'defSecurityLevel authPriv' 'defAuthType SHA-256' 'defPrivType AES' \
+        "defPassphrase $password" >"$bench/snmp.conf"
+    use_names
+    export XFCOPY_PASSWORD=$password
+    PATH=$top/build/xfcopy:$XF_ROOT/brim/bin:$PATH
+}
+
 # Numbers take the place of the MIB's names if those cannot be had.
-
-copy_entry=1.3.6.1.4.1.32473.1.1.1.1.1.1
-error_entry=1.3.6.1.4.1.32473.1.1.1.1.2.1
-declare -A column=(
-    [xfCopyProtocol]=2 [xfCopySourceFileType]=3 [xfCopyDestFileType]=4
-    [xfCopyServerAddress]=5 [xfCopyFileName]=6 [xfCopyUserName]=7
-    [xfCopyUserPassword]=8 [xfCopyNotificationOnCompletion]=9
-    [xfCopyState]=10 [xfCopyFailCause]=13 [xfCopyEntryRowStatus]=14)
-declare -A number=(
-    [tftp]=1 [sftp]=5
-    [networkFile]=1 [startupConfig]=3 [runningConfig]=4 [fabricStartupConfig]=6
-    [true]=1 [createAndGo]=4)
-
 use_names() {
     names=false
-    export MIBS='' MIBDIRS='' SNMPCONFPATH=$bench
-    export SNMP_PERSISTENT_DIR=$bench/persistent
-    printf 'defVersion 2c\ndefCommunity private\n' >"$bench/snmp.conf"
+    export MIBS='' MIBDIRS=''
     if [ -d "$top/.cache/mibs" ]; then
         names=true
         MIBS=SNMPv2-MIB:XF-CONFIG-COPY-MIB
         MIBDIRS="$top/.cache/mibs:$top/build/mibs"
     fi
 }
+
+# --- xfcopy -----------------------------------------------------------------
+
+copy() { # STATUS WORD...: what it says is in $bench/said, too
+    local expected=$1 status=0
+    shift
+    show xfcopy "$agent" "$@" >"$bench/said" 2>&1 || status=$?
+    cat "$bench/said"
+    [ "$status" = "$expected" ] || die "xfcopy ended with status $status"
+}
+
+says() { # WORDS: what the last copy has to say
+    grep -qF -- "$1" "$bench/said" || die "it does not say: $1"
+}
+
+file() { echo "sftp://operator@$server/~/$1"; }
+
+offer() { # FILE: puts standard input on the server
+    cat >"$bench/server/$1"
+    chmod 644 "$bench/server/$1"
+}
+
+notified() { # NUMBER: so many copies have told of their end
+    [ "$(grep -c '\.2\.1\.2\.[0-9]*$\|xfCopyCompletion\.[0-9]*$' \
+        "$bench/traps.log")" = "$1" ]
+}
+
+# --- the same with snmpset --------------------------------------------------
+
+copy_entry=1.3.6.1.4.1.32473.1.1.1.1.1.1
+declare -A column=(
+    [xfCopyProtocol]=2 [xfCopySourceFileType]=3 [xfCopyDestFileType]=4
+    [xfCopyServerAddress]=5 [xfCopyFileName]=6 [xfCopyState]=10
+    [xfCopyEntryRowStatus]=14)
+declare -A number=(
+    [tftp]=1 [networkFile]=1 [runningConfig]=4 [createAndGo]=4)
 
 object() { # COLUMN ROW
     if $names; then echo "$1.$2"; else echo "$copy_entry.${column[$1]}.$2"; fi
@@ -35,8 +71,6 @@ value() { if $names; then echo "$1"; else echo "${number[$1]}"; fi; }
 create() { # ROW [COLUMN TYPE VALUE]...
     local row=$1 arguments=("$agent") shown=$agent name
     shift
-    set -- "$@" xfCopyNotificationOnCompletion i "$(value true)" \
-        xfCopyEntryRowStatus i "$(value createAndGo)"
     while [ $# -gt 0 ]; do
         name=$(object "$1" "$row")
         arguments+=("$name" "$2" "$3")
@@ -49,67 +83,20 @@ create() { # ROW [COLUMN TYPE VALUE]...
         { cat "$bench/answer"; die "the request was refused"; }
 }
 
-transfer() { # ROW PROTOCOL SOURCE DESTINATION FILE
-    local login=()
-    [ "$2" = tftp ] || login=(xfCopyUserName s operator
-                              xfCopyUserPassword s "$password")
-    create "$1" xfCopyProtocol i "$(value "$2")" \
-        xfCopySourceFileType i "$(value "$3")" \
-        xfCopyDestFileType i "$(value "$4")" \
-        xfCopyServerAddress a "$server" xfCopyFileName s "$5" \
-        ${login[@]+"${login[@]}"}
+upload() { # ROW FILE
+    create "$1" xfCopyProtocol i "$(value tftp)" \
+        xfCopySourceFileType i "$(value runningConfig)" \
+        xfCopyDestFileType i "$(value networkFile)" \
+        xfCopyServerAddress a "$server" xfCopyFileName s "$2" \
+        xfCopyEntryRowStatus i "$(value createAndGo)"
 }
 
-save() { # ROW DESTINATION
-    create "$1" xfCopySourceFileType i "$(value runningConfig)" \
-        xfCopyDestFileType i "$(value "$2")"
-}
+state() { snmpget -Oqve "$agent" "$(object xfCopyState "$1")"; } # ROW
 
-shown() { # COLUMN ROW: shows it and leaves the number in $got
-    printf '$ snmpget %s %s\n' "$agent" "$(object "$1" "$2")"
-    snmpget "$agent" "$(object "$1" "$2")"
-    got=$(snmpget -Oqve "$agent" "$(object "$1" "$2")")
-}
-
-ended() { [ "$(snmpget -Oqve "$agent" "$(object xfCopyState "$1")")" -gt 2 ]; }
-
-notified() { # ROW
-    grep -q "\.2\.1\.2\.$1\b\|xfCopyCompletion\.$1\b" "$bench/traps.log"
-}
+ended() { [ "$(state "$1")" -gt 2 ]; } # ROW
 
 finish() { # ROW STATE
     until_true 60 ended "$1" || die "the copy does not end"
-    shown xfCopyState "$1"
-    [ "$got" = "$2" ] || die "xfCopyState is $got"
-}
-
-fails() { # ROW CAUSE
-    finish "$1" 4
-    shown xfCopyFailCause "$1"
-    [ "$got" = "$2" ] || die "xfCopyFailCause is $got"
-}
-
-# --- the error table --------------------------------------------------------
-
-error_column() { # COLUMN NUMBER ROW OPTION...
-    local object=$error_entry.$2.$3
-    ! $names || object=$1.$3
-    shift 3
-    snmpwalk -Oqv "$@" "$agent" "$object"
-}
-
-# Address, name and text of every switch that failed. The addresses come as
-# octets; the names are those of the fabric's list.
-error_table() { # ROW
-    local octets address
-    printf '%-12s %-7s %s\n' Address Switch "What went wrong"
-    paste -d '|' <(error_column xfCopyErrorDeviceAddress 3 "$1" -Ox) \
-        <(error_column xfCopyErrorDescription 5 "$1") |
-        while IFS='|' read -r octets text; do
-            address=$(printf '%d.%d.%d.%d' $(printf '%s' "$octets" |
-                tr -d '"' | sed 's/[0-9A-F][0-9A-F]/0x&/g'))
-            printf '%-12s %-7s %s\n' "$address" "$(awk -v address="$address" \
-                '$6 == address { print $2 }' "$XF_FABRIC_FILE")" \
-                "$(printf '%s' "$text" | tr -d '"')"
-        done
+    show snmpget "$agent" "$(object xfCopyState "$1")"
+    [ "$(state "$1")" = "$2" ] || die "xfCopyState is $(state "$1")"
 }
