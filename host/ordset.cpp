@@ -14,6 +14,7 @@
 
 #include <ext/pb_ds/assoc_container.hpp>
 #include <ext/pb_ds/tree_policy.hpp>
+#include <ext/pool_allocator.h>
 
 #include "host/base/settings.h"
 
@@ -27,9 +28,11 @@ struct StandsBefore {
     }
 };
 
+// Nodes come from a pool: 16 octets less for each row than one by one.
 using Tree = __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
                               __gnu_pbds::rb_tree_tag,
-                              __gnu_pbds::tree_order_statistics_node_update>;
+                              __gnu_pbds::tree_order_statistics_node_update,
+                              __gnu_cxx::__pool_alloc<char>>;
 
 size_t most_objects() {
     const xfhost::Settings *s = xfhost::settings();

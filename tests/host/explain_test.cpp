@@ -124,7 +124,8 @@ TEST(Moved, OctetsThatComeOutOfOrderAreCountedInOrder) {
          {std::vector<uint64_t>{0, 1, 2}, {2, 1, 0}, {1, 0, 2}, {0, 2, 1}}) {
         BoundedFile file(Fd(memfd_create("file", MFD_CLOEXEC)), 100);
         for (uint64_t at : order)
-            ASSERT_EQ(file.write_at(at, std::string_view("abc").substr(at, 1)),
+            ASSERT_EQ(file.write_at(at, std::string_view("abc").substr(
+                                            static_cast<size_t>(at), 1)),
                       0);
         EXPECT_EQ(file.octets(), 3u);
         EXPECT_EQ(file.moved().sha256, digest_of_abc);
