@@ -21,19 +21,24 @@ from typing import NamedTuple
 TOP = pathlib.Path(__file__).resolve().parents[2]
 # Programs that a span of `code` begins with if it is a command.
 PROGRAMS = {
-    "apt", "cat", "cmake", "cp", "ctest", "docker", "dpkg-buildpackage",
-    "dpkg-statoverride", "git", "journalctl", "ln", "logrotate", "man", "mkdir",
-    "mount", "mv", "pkg-config", "procd", "python3", "qemu-ppc", "qsh",
-    "runuser", "setcap", "snmpbulkwalk", "snmpd", "snmpget", "snmpset", "snmpwalk",
-    "ssh-keyscan", "sudo", "systemctl", "systemd-analyze", "systemd-tmpfiles",
-    "usermod", "vtysh", "xfcopy", "xfenrol", "xfsettings", "xftrace",
-    "xfvrf"}
+    "ansible-playbook", "apt", "cat", "cmake", "cp", "ctest", "docker",
+    "dpkg-buildpackage", "dpkg-statoverride", "git", "journalctl", "ln",
+    "logrotate", "man", "mkdir", "mount", "mv", "pkg-config", "procd", "python3",
+    "qemu-ppc", "qsh", "runuser", "setcap", "snmpbulkwalk", "snmpd", "snmpget",
+    "snmpset", "snmptrapd", "snmpwalk", "ssh-keyscan", "ssh-keygen", "sudo",
+    "systemctl", "systemd-analyze", "systemd-tmpfiles", "usermod", "vtysh",
+    "xfcopy", "xfenrol", "xfsettings", "xftrace", "xfvrf"}
 # Spans of code that tell of a command without the words that it would need.
 SPOKEN_OF = {"cat -v", "qsh --apply"}
 # What the documents write for something that is another one at each reader's:
 # tests say what it is theirs.
 STANDS_FOR = {
     "SERVER": r"192\.0\.2\.1\b",
+    "SWITCH": r"192\.0\.2\.11\b(:161\b)?",
+    "SECOND": r"192\.0\.2\.12\b",
+    "STATION": r"192\.0\.2\.9\b",
+    "TRAPS": r"\budp:162\b",
+    "SNMP": r"/etc/snmp/snmpd\.conf\.d\b",
     "FINGERPRINT": r"\bFINGERPRINT\b|(?<=SHA256:)\.\.\.",
     "USER": r"\bUSER\b",
     "PASSWORD": r"\bPASSWORD\b",

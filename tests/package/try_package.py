@@ -26,7 +26,7 @@ for each in ("agent", "docs"):
 
 from attacks import XFVRF, try_xfvrf  # noqa: E402
 from booted import Booted, NotBooted  # noqa: E402
-from documents import chapter, fill, lines_of  # noqa: E402
+from documents import Chapter, chapter, fill, lines_of  # noqa: E402
 from root import Root, USER, compare  # noqa: E402
 from snmp import (FAILED, IN_PROGRESS, RUNNING, STARTUP,  # noqa: E402
                   SUCCESSFUL, Station, download, go, row, upload)
@@ -172,6 +172,17 @@ class Trial:
         print(f"\n{shown}", end="    ")
         exposure = re.search(r"Overall exposure level.*: ([\d.]+) ", shown)
         assert float(exposure[1]) <= EXPOSURE, exposure[0]
+
+    # --- docs/guide.md ------------------------------------------------------
+
+    def try_station(self):
+        """Its package needs nothing of the agent's."""
+        told = Chapter("docs/guide.md", "The station")
+        self.root.run(told.take("apt install"))
+        for file in ("failures", "guide"):
+            assert self.root.run(f"ls /usr/share/doc/xfcopy/{file}.md*")
+        assert "xfcopy 0." in self.root.run("xfcopy --version")
+        self.root.run("apt purge xfcopy")
 
     # --- copies -------------------------------------------------------------
 
@@ -604,8 +615,11 @@ def main(folder, package, next_package, *options):
     before = root.contents()
     with step("servers for SFTP, SCP, FTP and TFTP"):
         trial.start_servers()
-    for each in (package, next_package):
+    station = pathlib.Path(package).parent.glob("xfcopy_*.deb")
+    for each in (package, next_package, *station):
         shutil.copy(each, root.path("/root/"))
+    with step("the station's package"):
+        trial.try_station()
     trial.follow_readme(trial.configure)
     if not booted:
         with step(f"systemd-analyze security xfprocd, at most {EXPOSURE}"):
