@@ -19,19 +19,22 @@ Outcome list(CopyTable &table, Report &report) {
     return why ? answer_words(*why) : Outcome{};
 }
 
-Outcome show(CopyTable &, Report &report, const Row &row) {
-    report.row(row);
+Outcome show(CopyTable &, History &history, Report &report, const Row &row) {
+    const bool has_failed = row.state == failed;
+    report.row(row, has_failed
+                        ? failure_words(history, row, row.from(), row.to())
+                        : Outcome{});
     return {};
 }
 
-Outcome cancel(CopyTable &table, Report &report, const Row &row) {
+Outcome cancel(CopyTable &table, History &, Report &report, const Row &row) {
     if (const auto why = destroy_row(table, row.index))
         return answer_words(*why, status_column);
     report.removed(row.index);
     return {Status::done, row.ended() ? "" : after_destruction(row), ""};
 }
 
-Outcome errors(CopyTable &table, Report &report, const Row &row) {
+Outcome errors(CopyTable &table, History &, Report &report, const Row &row) {
     std::vector<FailedSwitch> switches;
     const auto why = table.switches(row.index, switches);
     report.switches(switches);
@@ -43,12 +46,12 @@ Outcome errors(CopyTable &table, Report &report, const Row &row) {
 // Those about one row.
 struct RowCommand {
     const char *name;
-    Outcome (*run)(CopyTable &, Report &, const Row &);
+    Outcome (*run)(CopyTable &, History &, Report &, const Row &);
 };
 constexpr RowCommand row_commands[] = {
     {"show", show}, {"cancel", cancel}, {"errors", errors}};
 
-Outcome about_row(const RowCommand &command, CopyTable &table,
+Outcome about_row(const RowCommand &command, CopyTable &table, History &history,
                   const std::string &number, Report &report,
                   MaybeIndex &index) {
     const auto parsed =
@@ -60,7 +63,7 @@ Outcome about_row(const RowCommand &command, CopyTable &table,
     const Looked looked = table.look(*index);
     if (looked.look != Look::found)
         return not_found_words(looked, *index);
-    return command.run(table, report, looked.row);
+    return command.run(table, history, report, looked.row);
 }
 
 Outcome no_history(const Answer &why) {
@@ -113,7 +116,8 @@ Status run_command(CopyTable &table, History &history, const Options &options,
         outcome = past_copies(history, options, report);
     for (const RowCommand &each : row_commands)
         if (options.command == each.name)
-            outcome = about_row(each, table, options.words[1], report, index);
+            outcome = about_row(each, table, history, options.words[1], report,
+                                index);
     report.end(outcome, index);
     return outcome.status;
 }

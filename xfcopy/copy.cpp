@@ -93,7 +93,6 @@ class Copy {
     End interruption();
     Outcome cancel();
     Outcome finish(const Row &row);
-    Outcome failure(const Row &row);
     void count_octets();
     Outcome started_only();
     bool is_mine(const Row &row) const;
@@ -301,21 +300,6 @@ void Copy::remove() {
         report_.removed(index_);
 }
 
-// The agent's own words, where it keeps a history, else those for the cause.
-Outcome Copy::failure(const Row &row) {
-    Outcome outcome =
-        failed_words(row.cause, request_.source, request_.destination);
-    Answer unused;
-    const auto number = history_.find(index_);
-    const auto past = number ? history_.look(*number, unused) : std::nullopt;
-    if (past && past->row.state == failed && !past->reason.empty()) {
-        outcome.text = sentence_part(past->reason);
-        if (!past->advice.empty())
-            outcome.advice = sentence_part(past->advice);
-    }
-    return outcome;
-}
-
 Outcome Copy::finish(const Row &row) {
     took_ = row.took();
     if (!took_)
@@ -325,7 +309,8 @@ Outcome Copy::finish(const Row &row) {
                            " to " + shown(location_text(request_.destination)),
                        ""};
     if (row.state == failed) {
-        outcome = failure(row);
+        outcome =
+            failure_words(history_, row, request_.source, request_.destination);
         std::vector<FailedSwitch> switches;
         table_.switches(index_, switches);
         report_.switches(switches);
@@ -508,6 +493,20 @@ Outcome answer_words(const Answer &answer, oid column) {
     default:
         return lost_words(static_cast<int>(answer.error), answer.text);
     }
+}
+
+Outcome failure_words(History &history, const Row &row, const Location &source,
+                      const Location &destination) {
+    Outcome outcome = failed_words(row.cause, source, destination);
+    Answer unused;
+    const auto number = history.find(row.index);
+    const auto past = number ? history.look(*number, unused) : std::nullopt;
+    if (past && past->row.state == failed && !past->reason.empty()) {
+        outcome.text = sentence_part(past->reason);
+        if (!past->advice.empty())
+            outcome.advice = sentence_part(past->advice);
+    }
+    return outcome;
 }
 
 Outcome not_found_words(const Looked &looked, int32_t index) {

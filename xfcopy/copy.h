@@ -22,6 +22,11 @@ Status copy(Session &session, CopyTable &table, History &history,
 // What a question about a row ended with that has not found it.
 Outcome not_found_words(const Looked &looked, int32_t index);
 
+// Why the copy of a row failed: the agent's own words where it keeps a history,
+// else those for the cause.
+Outcome failure_words(History &history, const Row &row, const Location &source,
+                      const Location &destination);
+
 // The end of a command by an answer without values.
 Outcome answer_words(const Answer &answer, oid column = 0);
 

@@ -42,7 +42,7 @@ std::string took_text(const Row &row) {
     return took ? seconds_text(*took) : "";
 }
 
-std::string details(const Row &row) {
+std::string details(const Row &row, const Outcome &why) {
     std::vector<std::vector<std::string>> lines = {
         {"row", std::to_string(row.index)},
         {"state", state_of(row)},
@@ -54,7 +54,6 @@ std::string details(const Row &row) {
     if (row.took())
         lines.push_back({"took", took_text(row)});
     if (row.state == failed) {
-        const Outcome why = failed_words(row.cause, row.from(), row.to());
         lines.push_back({"cause", cause_of(row) + ": " + why.text});
         lines.push_back({"advice", why.advice});
     }
@@ -236,11 +235,11 @@ void Report::rows(const std::vector<Row> &rows) {
     print(aligned(lines));
 }
 
-void Report::row(const Row &row) {
+void Report::row(const Row &row, const Outcome &why) {
     if (json_)
         print_json_row(row);
     else
-        print(details(row));
+        print(details(row, why));
 }
 
 void Report::print_json_past_copy(const PastCopy &copy) {

@@ -43,7 +43,8 @@ class Report {
     void busy(MaybeIndex other, uint64_t elapsed);
     void removed(int32_t index);
     void rows(const std::vector<Row> &rows);
-    void row(const Row &row);
+    // `why` its copy failed, if it did.
+    void row(const Row &row, const Outcome &why);
     void past_copies(const std::vector<PastCopy> &copies);
     void past_copy(const PastCopy &copy);
     void switches(const std::vector<FailedSwitch> &switches);

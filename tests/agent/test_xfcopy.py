@@ -91,6 +91,9 @@ def test_history(make_agent, make_double, tmp_path):
     assert end["outcome"] == "done"
     assert command.run("history", "@", 2, "--json").events[0] == two
     ends(command.run("history", "@", 3), GONE, "no copy 3")
+    ends(command.run("@", "running", url, "--index", 7, "--keep"), COPY_FAILED)
+    kept = ends(command.run("show", "@", 7), DONE).out
+    assert reason[1:] in kept and two["advice"].rstrip(".")[1:] in kept
     ends(command.run("history", "@", 0), USAGE, "no number")
 
 
