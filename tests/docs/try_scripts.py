@@ -15,6 +15,7 @@ COPY = TOP / ".cache/documents/tree"
 CI = (TOP / ".ci/run").read_text()
 # What takes long, made short.
 SHORT = {
+    "scripts/bench.sh": "scripts/bench.sh --quick answers",
     "scripts/coverage.sh": "scripts/coverage.sh age_out_test",
     "scripts/fuzz.sh": "scripts/fuzz.sh 1 qsh_fuzzer",
     "scripts/fuzz.sh --minimise": "scripts/fuzz.sh --minimise qsh_fuzzer",
