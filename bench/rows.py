@@ -137,15 +137,20 @@ def instruction_table(rows):
     return table
 
 
+# As many rows as fill the trace history, whose file counts as memory, too.
+ROWS_BEFORE = 1_000
+
+
 def memory_table(rows):
     table = Table("Memory", ["", "octets a row"],
                   f"What the agent's resident memory grows by when {rows:,} "
-                  "rows are created and filled, behind ten that were there.")
+                  f"rows are created and filled, behind {ROWS_BEFORE:,} that "
+                  "were there.")
     for subject in bed.TABLES:
         with tempfile.TemporaryDirectory() as folder, bed.Bed(folder) as where:
-            where.fill(subject, 10)
+            where.fill(subject, ROWS_BEFORE)
             before = where.agent.resident_kib()
-            where.fill(subject, rows, first=11)
+            where.fill(subject, rows, first=ROWS_BEFORE + 1)
             grown = where.agent.resident_kib() - before
         table.add(subject, f"{grown * 1024 / rows:,.0f}")
     return table
