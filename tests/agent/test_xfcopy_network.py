@@ -7,7 +7,6 @@ import time
 import pytest
 
 import lab
-
 from command import (BUSY, DONE, GONE, NO_ANSWER, SET, Relay,
                      Xfcopy, result_of)
 from lab import Agent
