@@ -1,18 +1,21 @@
 """## Copies
 
-From the SET that starts a copy to the GET that shows its end, beside the bare
-client with the same file and, for TFTP, the same block size, and beside what an
-operator would write: a script that has the shell show the configuration and
-starts the client, or the client and then the shell that applies. The agent and
-all clients run on one processor, servers and the station on another.
-Configurations that are downloaded are comments but for their first line."""
+From the SET that starts a copy to the GET that shows its end, which the station
+sends when the notification of the end has come, beside the bare client with the
+same file and, for TFTP, the same block size, and beside what an operator would
+write: a script that has the shell show the configuration and starts the client,
+or the client and then the shell that applies. The agent and all clients run on
+one processor, servers and the station on another. Configurations that are
+downloaded are comments but for their first line."""
 
 import concurrent.futures
 import contextlib
 import io
 import os
 import pathlib
+import select
 import shlex
+import socket
 import tempfile
 import time
 
@@ -70,8 +73,13 @@ class Switch:
         os.sched_setaffinity(0, {processors[-1]})
         folder.mkdir()
         self.folder = folder
+        self.ends = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.ends.bind(("127.0.0.1", 0))
+        self.ends.settimeout(300)
+        host, port = self.ends.getsockname()
         self.agent = lab.Agent(
-            folder, configuration, wrapper=("taskset", "-c", str(processors[0])),
+            folder, f"{configuration}trap2sink {host}:{port} private\n",
+            wrapper=("taskset", "-c", str(processors[0])),
             **{"login_seconds": 60, "tftp_total_seconds": 300, **settings})
         self.agent.start()
         self.station = Station(self.agent.port)
@@ -94,16 +102,17 @@ class Switch:
 
     def copy(self, columns):
         """Seconds that a copy took; `columns` are those of row 1."""
-        varbinds = snmp.go(columns)
+        varbinds = snmp.go(columns + snmp.row(
+            1, xfCopyNotificationOnCompletion=snmp.TRUE))
+        self.forget_notifications()
         began = time.perf_counter()
         self.station.set(varbinds)
-        while True:
+        state = None
+        # To look now and then would take the copy's processor from it.
+        while state not in (snmp.SUCCESSFUL, snmp.FAILED):
+            self.ends.recv(65536)
             state = self.station.get("xfCopyState", 1)
-            seconds = time.perf_counter() - began
-            if state in (snmp.SUCCESSFUL, snmp.FAILED):
-                break
-            # Looking must not cost the copy more than a hundredth.
-            time.sleep(min(max(seconds / 100, .0002), .005))
+        seconds = time.perf_counter() - began
         assert state == snmp.SUCCESSFUL, self.station.get("xfCopyFailCause", 1)
         self.forget()
         return seconds
@@ -113,8 +122,13 @@ class Switch:
                  not os.listdir(self.agent.staging), "the copy to be gone")
         self.station.set(snmp.row(1, xfCopyEntryRowStatus=snmp.DESTROY))
 
+    def forget_notifications(self):
+        while select.select([self.ends], [], [], 0)[0]:
+            self.ends.recv(65536)
+
     def stop(self):
         self.agent.stop()
+        self.ends.close()
         self.clients.pool.shutdown()
 
 

@@ -42,12 +42,19 @@ bool on = false;
 std::string directory;
 std::string report_directory; // not on the disk: it may be what is full
 
-std::optional<CopyRow> asked; // whose row status is being acted on
-bool begun = false;           // that copy has its entry
-uint64_t copying = 0;         // the entry whose copy process runs; 0: none
-std::string lost;             // why that process did not report
-std::string report_path;      // of that process; empty: it has none
-int64_t refreshed = 0;        // when its report was read last
+// A row status that may start a copy, while the module acts on it.
+struct Activation {
+    const netsnmp_handler_registration *column;
+    const netsnmp_variable_list *status;
+    const netsnmp_pdu *pdu;
+};
+
+std::optional<Activation> activation;
+bool begun = false;      // its copy has its entry
+uint64_t copying = 0;    // the entry whose copy process runs; 0: none
+std::string lost;        // why that process did not report
+std::string report_path; // of that process; empty: it has none
+int64_t refreshed = 0;   // when its report was read last
 
 // Runs what may want memory.
 template <typename Work> void note(Work work) {
@@ -129,15 +136,32 @@ uint64_t port_of(uint64_t protocol) {
     }
 }
 
-// The entry of the row that is being acted on.
-HistoryEntry &begin(uint32_t token) {
-    HistoryEntry entry = asked->asked;
+// The entry of a row that is being acted on.
+HistoryEntry &begin(const CopyRow &row) {
+    HistoryEntry entry = row.asked;
+    if (entry.vrf.empty())
+        entry.vrf = request_vrf(activation->pdu);
+    entry.asker = request_user(activation->pdu);
+    entry.asked = tenths_now();
+    entry.port = port_of(entry.protocol);
     // One that could not be written has a number, too.
     entry.number = std::max(history.next_number(), history_table_newest() + 1);
-    entry.token = token;
     HistoryEntry &added = history_table_add(entry);
     begun = true;
     return added;
+}
+
+std::optional<CopyRow> activated_row() {
+    return read_copy_row(*activation->column, *activation->status);
+}
+
+// The entry of a copy that the module is starting, which is when its row is
+// read: most requests start none. NULL if it has one.
+HistoryEntry *begin_activated() {
+    if (!activation || begun)
+        return nullptr;
+    const auto row = activated_row();
+    return row ? &begin(*row) : nullptr;
 }
 
 // -- What an agent before this one has left --
@@ -205,14 +229,14 @@ void end_copy(uint32_t status) {
 void begin_copy() {
     end_copy(unknown); // if memory was short when it ended
     report_path.clear();
-    if (!asked || begun)
+    HistoryEntry *entry = begin_activated();
+    if (entry == nullptr)
         return;
-    HistoryEntry &entry = begin(0);
-    copying = entry.number;
+    copying = entry->number;
     lost.clear();
-    entry.started = tenths_now();
-    append(entry); // it is synced once the process is there
-    std::string path = path_of_report(entry.number);
+    entry->started = tenths_now();
+    append(*entry); // it is synced once the process is there
+    std::string path = path_of_report(entry->number);
     if (begin_report(path))
         report_path = std::move(path);
     else
@@ -276,37 +300,20 @@ void answer_save(HistoryEntry &entry, uint32_t result) {
 
 // -- The row status --
 
-// Before the module acts on it: what the row asks for is complete, and a save
-// may take its time.
-void look_at_row(const netsnmp_handler_registration &column,
-                 const netsnmp_variable_list &status, const netsnmp_pdu *pdu) {
-    asked.reset();
-    begun = false;
-    if (status.type != ASN_INTEGER ||
-        (*status.val.integer != active && *status.val.integer != create_and_go))
-        return;
-    auto row = read_copy_row(column, status);
-    if (!row)
-        return;
-    if (row->asked.vrf.empty())
-        row->asked.vrf = request_vrf(pdu);
-    row->asked.asker = request_user(pdu);
-    row->asked.asked = tenths_now();
-    row->asked.port = port_of(row->asked.protocol);
-    asked = std::move(row);
+bool may_start(const netsnmp_variable_list &status) {
+    return status.type == ASN_INTEGER && (*status.val.integer == active ||
+                                          *status.val.integer == create_and_go);
 }
 
 // A save that nobody could be asked for has failed by now; that is all that
 // there is to see of it.
-void look_again(const netsnmp_handler_registration &column,
-                const netsnmp_request_info &request) {
-    if (!asked || begun || !asked->is_save() ||
-        request.status != SNMP_ERR_NOERROR)
+void look_for_failed_save() {
+    if (begun)
         return;
-    const auto row = read_copy_row(column, *request.requestvb);
-    if (!row || row->state != row_failed)
+    const auto row = activated_row();
+    if (!row || !row->is_save() || row->state != row_failed)
         return;
-    HistoryEntry &entry = begin(0);
+    HistoryEntry &entry = begin(*row);
     entry.report.reason = "The system manager could not be asked for the save.";
     entry.report.advice = "Look whether the system manager runs on the switch.";
     finish(entry, CopyState::failed, static_cast<uint64_t>(row->cause));
@@ -314,11 +321,14 @@ void look_again(const netsnmp_handler_registration &column,
 
 int act(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
         netsnmp_agent_request_info *info, netsnmp_request_info *request) {
-    note([&] { look_at_row(*column, *request->requestvb, info->asp->pdu); });
-    int result =
+    begun = false;
+    if (may_start(*request->requestvb))
+        activation = {column, request->requestvb, info->asp->pdu};
+    const int result =
         netsnmp_call_next_handler_one_request(handler, column, info, request);
-    note([&] { look_again(*column, *request); });
-    asked.reset();
+    if (activation && request->status == SNMP_ERR_NOERROR)
+        note(look_for_failed_save);
+    activation.reset();
     return result;
 }
 
@@ -404,8 +414,11 @@ void history_copy_ended(uint32_t status) {
 
 void history_save_sent(uint32_t token) {
     note([token] {
-        if (asked && !begun)
-            store(begin(token));
+        HistoryEntry *entry = begin_activated();
+        if (entry == nullptr)
+            return;
+        entry->token = token;
+        store(*entry);
     });
 }
 

@@ -169,9 +169,11 @@ class Agent(Program):
         return {each.name: each for each in self.staging.glob("*/*")}
 
     def nothing_staged(self):
-        """Waits until the folders of ended copies are gone; sees no other."""
+        """Waits until the folders of ended copies are gone; sees no other. A
+        shell that a killed process was just starting holds its folder, until
+        the agent looks again."""
         self.idle()
-        assert os.listdir(self.staging) == []
+        wait_for(lambda: os.listdir(self.staging) == [], "the staged files to go")
 
     def own_programs(self):
         """Before the start: /brim/bin is a folder of the agent's own."""
