@@ -331,6 +331,9 @@ void set_session(Options &options, const Session &session) {
     options.set(CURLOPT_USE_SSL, long{CURLUSESSL_NONE});
     options.set(CURLOPT_NOSIGNAL, 1L);
     options.set(CURLOPT_CONNECTTIMEOUT, login);
+    // There is one address. After this long, libcurl would try another one, and
+    // now and then looks at a new connection no earlier.
+    options.set(CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 1L);
     options.set(CURLOPT_TIMEOUT, all);
     options.set(CURLOPT_SERVER_RESPONSE_TIMEOUT, all);
     options.set(CURLOPT_FORBID_REUSE, 1L);

@@ -184,22 +184,16 @@ struct Answer {
 class Session {
   public:
     explicit Session(Link &link) : link_(link) {
-        std::string hello;
-        hello += static_cast<char>(init);
-        add_word(hello, protocol);
-        send(hello);
+        send(init, protocol);
         Fields fields(receive());
         if (fields.octet() != version || fields.word() < protocol)
             not_sftp();
     }
 
-    // Sends a request; gives its number.
-    uint32_t ask(Type type, std::string_view body) {
-        std::string packet;
-        packet += static_cast<char>(type);
-        add_word(packet, next_);
-        packet += body;
-        send(packet);
+    // Sends a request, whose last field may stand apart; gives its number.
+    uint32_t ask(Type type, std::string_view body,
+                 std::string_view octets = {}) {
+        send(type, next_, body, octets);
         return next_++;
     }
 
@@ -219,10 +213,16 @@ class Session {
     }
 
   private:
-    void send(std::string_view packet) {
-        std::string framed;
-        add_text(framed, packet);
-        link_.send(framed);
+    void send(Type type, uint32_t word, std::string_view body = {},
+              std::string_view octets = {}) {
+        sent_.clear();
+        add_word(sent_, static_cast<uint32_t>(sizeof type + sizeof word +
+                                              body.size() + octets.size()));
+        sent_ += static_cast<char>(type);
+        add_word(sent_, word);
+        sent_ += body;
+        sent_ += octets;
+        link_.send(sent_);
     }
 
     std::string_view receive() {
@@ -238,7 +238,7 @@ class Session {
 
     Link &link_;
     uint32_t next_ = 0;
-    std::string packet_;
+    std::string sent_, packet_;
 };
 
 // What the server says of a file; its refusal is in `number`, or that is ok.
@@ -288,8 +288,8 @@ class RemoteFile {
     uint32_t ask_write(uint64_t offset, std::string_view octets) {
         std::string body = handle_;
         add_number(body, offset);
-        add_text(body, octets);
-        return session_.ask(write_data, body);
+        add_word(body, static_cast<uint32_t>(octets.size()));
+        return session_.ask(write_data, body, octets);
     }
 
     // Gives the status.

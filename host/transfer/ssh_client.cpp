@@ -20,6 +20,8 @@ namespace xfhost {
 namespace {
 
 constexpr size_t most_said = 16384;
+// What a pipe holds, unless it is told otherwise.
+constexpr size_t pipe_octets = 65536;
 
 Pipe make_pipe() {
     int ends[2];
@@ -129,7 +131,7 @@ SshClient::SshClient(const Settings &settings, const Login &login)
       transfer_seconds_(settings.transfer_seconds),
       deadline_(monotonic_ms() + login_seconds_ * int64_t{1000}),
       to_(make_pipe()), from_(make_pipe()), log_(make_pipe()),
-      let_in_(make_pipe()), password_(make_pipe()) {
+      let_in_(make_pipe()), password_(make_pipe()), ahead_(pipe_octets) {
     make_nonblocking(password_.in);
     if (!write_whole(password_.in.get(), login.password))
         throw Failed(Outcome::login, "a password that cannot be sent");
@@ -308,17 +310,26 @@ void SshClient::send(std::string_view octets) {
     }
 }
 
+// Answers are small, and many come at once.
 void SshClient::receive(char *octets, size_t count) {
     while (count > 0) {
-        wait(from_.out.get(), POLLIN);
-        ssize_t got = read(from_.out.get(), octets, count);
-        if (got < 0 && (errno == EAGAIN || errno == EINTR))
-            continue;
-        if (got <= 0)
-            ended();
-        octets += got;
-        count -= static_cast<size_t>(got);
+        while (unread_.empty())
+            read_ahead();
+        const size_t taken = unread_.copy(octets, count);
+        unread_.remove_prefix(taken);
+        octets += taken;
+        count -= taken;
     }
+}
+
+void SshClient::read_ahead() {
+    wait(from_.out.get(), POLLIN);
+    const ssize_t got = read(from_.out.get(), ahead_.data(), ahead_.size());
+    if (got < 0 && (errno == EAGAIN || errno == EINTR))
+        return;
+    if (got <= 0)
+        ended();
+    unread_ = {ahead_.data(), static_cast<size_t>(got)};
 }
 
 } // namespace xfhost

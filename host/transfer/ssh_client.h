@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <sys/types.h>
@@ -44,6 +45,7 @@ class SshClient : public Link {
     void set_environment() const;
     int time_left() const;
     void wait(int fd, short events);
+    void read_ahead();
     void read_log();
     void was_let_in();
     [[noreturn]] void ended();
@@ -53,6 +55,8 @@ class SshClient : public Link {
     // `let_in_` has an octet once the login is over; the client takes the
     // password from `password_`, where it is once.
     Pipe to_, from_, log_, let_in_, password_;
+    std::vector<char> ahead_;
+    std::string_view unread_; // of it
     Fd signals_;
     pid_t pid_ = -1;
     bool is_let_in_ = false;
