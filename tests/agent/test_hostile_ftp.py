@@ -14,7 +14,7 @@ from snmp import (BAD_FILE_NAME, NO_MEMORY, TIMEOUT, UNKNOWN, download,
                   upload)
 from tools import mounted, wait_for
 from transfer_client import Client, peak_kib
-from transfer_servers import needs_mounts
+from transfer_servers import covers_tmp, needs_mounts
 
 ADDRESS, OTHER_ADDRESS = "127.0.0.3", "127.0.0.9"
 USER, PASSWORD = "copier", "pass-w0rd-of-mine"
@@ -427,7 +427,7 @@ def test_the_password_is_overwritten(server, tmp_path):
         assert client.wait(20) == 1
 
 
-@needs_mounts
+@covers_tmp
 @pytest.mark.parametrize("options", ["ro", "size=4k,nr_inodes=1"])
 def test_tmp_is_not_needed(server, tmp_path, options):
     server.offer("x.cfg", OFFERED)

@@ -18,7 +18,7 @@ from test_hostile_ssh import clients_of
 from tools import mounted, wait_for
 from transfer_client import (BIN, DONE, NO_SPACE, OTHER, TIMEOUT, Client,
                              peak_kib, processes_in)
-from transfer_servers import needs_mounts
+from transfer_servers import covers_tmp, needs_mounts
 
 pytestmark = pytest.mark.skipif(not os.access("/usr/bin/ssh", os.X_OK),
                                 reason="not installed: ssh")
@@ -142,7 +142,7 @@ def test_nothing_of_the_users_home_is_read(client, server, tmp_path, protocol):
 
 # ---- Disks -------------------------------------------------------------------
 
-@needs_mounts
+@covers_tmp
 @pytest.mark.parametrize("options", ["ro", "size=4k,nr_inodes=1"])
 def test_nothing_needs_the_temporary_folder(server, protocol, options):
     with tempfile.TemporaryDirectory(dir="/var/tmp") as folder:

@@ -44,6 +44,13 @@ def why_no_mounts():
     return None if can_run(["unshare", "-m"]) else "no mount namespaces here"
 
 
+def why_tmp_stays():
+    """Why nothing can be mounted over /tmp; None if that can be done."""
+    here = pathlib.Path(__file__).resolve()
+    return "the tree is below /tmp" if here.is_relative_to("/tmp") \
+        else why_no_mounts()
+
+
 def why_not():
     """Why these servers cannot run here; None if they can."""
     missing = [each for each in NEEDED if not os.access(each, os.X_OK)]
@@ -67,6 +74,8 @@ needs_servers = pytest.mark.skipif(why_not() is not None,
                                    reason=str(why_not()))
 needs_mounts = pytest.mark.skipif(why_no_mounts() is not None,
                                   reason=str(why_no_mounts()))
+covers_tmp = pytest.mark.skipif(why_tmp_stays() is not None,
+                                reason=str(why_tmp_stays()))
 
 
 def free_tcp_port():
