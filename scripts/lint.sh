@@ -8,7 +8,8 @@ install_packages
 for package in clang-format clang-tidy cppcheck; do
     installed $package || install_without_starting $package >/dev/null
 done
-cmake -S "$top" -B "$top/build" >/dev/null
+# Of its own: others may build at the same time.
+cmake -S "$top" -B "$top/build-lint" >/dev/null
 
 check_with_cppcheck() { # OPTION-FILE FOLDER...
     local options file=$1
@@ -25,4 +26,4 @@ find "${folders[@]}" -name '*.[ch]' -o -name '*.cpp' |
 check_with_cppcheck .cppcheck infra host platform xfcopy
 check_with_cppcheck tests/.cppcheck tests
 find infra host xfcopy tests bench -name '*.cpp' -print0 |
-    xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build 2>/dev/null
+    xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build-lint 2>/dev/null

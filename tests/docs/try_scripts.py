@@ -33,7 +33,7 @@ def run(command, folder=TOP, status=0):
 
 def is_step_of_ci(command):
     name = command.removeprefix("scripts/")
-    return re.search(rf'^(exec )?"\$scripts/{re.escape(name)}"$', CI, re.M)
+    return re.search(rf'"\$scripts/{re.escape(name)}"( |$)', CI, re.M)
 
 
 def scripts_of(block):
