@@ -124,11 +124,13 @@ class Bed:
 
 
 class CountingBed(Bed):
-    """Its agent runs under callgrind: a cost is in instructions."""
+    """Its agent runs under callgrind: a cost is in instructions, from the arrival
+    of a request to its end. So what the agent does each second is not in it."""
 
     def __init__(self, folder, **settings):
         self.folder = pathlib.Path(folder)
         super().__init__(folder, ["valgrind", "-q", "--tool=callgrind",
+                                  "--toggle-collect=snmp_read2",
                                   "--callgrind-out-file="
                                   f"{self.folder / 'count'}"], **settings)
 

@@ -115,9 +115,9 @@ def instruction_table(rows):
         f"Instructions of the agent over the floor, {rows:,} rows",
         ["one request", "floor", "ours", "table_container", "table_tdata",
          "ours / container", "ours / tdata"],
-        "Counted by callgrind: the same from run to run but for what the "
-        "agent does each second, some hundred instructions here. A refused "
-        "activation is counted over the floor of a SET.")
+        "Counted by callgrind, from the arrival of a request to its end: the "
+        "same from run to run. A refused activation is counted over the floor "
+        "of a SET.")
     with tempfile.TemporaryDirectory() as folder, \
             bed.CountingBed(folder) as where:
         prepare(where, rows)

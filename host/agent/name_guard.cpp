@@ -52,9 +52,7 @@ int pass_by_one(netsnmp_mib_handler *handler,
 
 int guard(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
           netsnmp_agent_request_info *info, netsnmp_request_info *requests) {
-    bool stores =
-        info->mode == MODE_SET_RESERVE2 || info->mode == MODE_SET_FREE;
-    if (stores && shell_sees_names())
+    if (info->mode == MODE_SET_RESERVE2 || info->mode == MODE_SET_FREE)
         return pass_by_one(handler, column, info, requests);
     return netsnmp_call_next_handler(handler, column, info, requests);
 }
@@ -62,6 +60,8 @@ int guard(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
 } // namespace
 
 bool guard_names(netsnmp_handler_registration *column) {
+    if (!shell_sees_names())
+        return true;
     for (netsnmp_mib_handler *each = column->handler; each; each = each->next)
         if (each->access_method == guard)
             return true;
