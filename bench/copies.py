@@ -1,12 +1,13 @@
 """## Copies
 
-From the SET that starts a copy to the GET that shows its end, which the station
-sends when the notification of the end has come, beside the bare client with the
-same file and, for TFTP, the same block size, and beside what an operator would
+Timed from the SET that starts a copy to the GET that shows its end; the station
+asks when the notification of the end has come. Beside it stand the bare client
+with the same file and, for TFTP, the same block size, and what an operator would
 write: a script that has the shell show the configuration and starts the client,
 or the client and then the shell that applies. The agent and all clients run on
-one processor, servers and the station on another. Configurations that are
-downloaded are comments but for their first line."""
+one processor, servers and the station on another; the agent's run directory is
+in memory, as /run is. Configurations that are downloaded are comments but for
+their first line."""
 
 import concurrent.futures
 import contextlib
@@ -30,6 +31,7 @@ KIB, MIB = 1 << 10, 1 << 20
 PROTOCOLS = {"TFTP": 1, "FTP": 2, "SCP": 4, "SFTP": 5}
 SERVER = "127.0.0.2"
 QSH = str(lab.BUILD / "root/brim/bin/qsh")
+PROCESSORS = sorted(os.sched_getaffinity(0))
 
 
 def content(size):
@@ -69,18 +71,19 @@ class Switch:
     """An agent with a station and clients."""
 
     def __init__(self, folder, configuration="", **settings):
-        processors = sorted(os.sched_getaffinity(0))
-        os.sched_setaffinity(0, {processors[-1]})
+        os.sched_setaffinity(0, {PROCESSORS[-1]})
         folder.mkdir()
         self.folder = folder
         self.ends = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.ends.bind(("127.0.0.1", 0))
         self.ends.settimeout(300)
         host, port = self.ends.getsockname()
+        self.memory = tempfile.TemporaryDirectory(dir="/dev/shm")
         self.agent = lab.Agent(
             folder, f"{configuration}trap2sink {host}:{port} private\n",
-            wrapper=("taskset", "-c", str(processors[0])),
-            **{"login_seconds": 60, "tftp_total_seconds": 300, **settings})
+            wrapper=("taskset", "-c", str(PROCESSORS[0])),
+            **{"login_seconds": 60, "tftp_total_seconds": 300,
+               "run_directory": self.memory.name, **settings})
         self.agent.start()
         self.station = Station(self.agent.port)
         environment = self.agent.environment()
@@ -91,7 +94,7 @@ class Switch:
         askpass.write_text("#!/bin/sh\nprintf '%s\\n' "
                            f"{shlex.quote(transfer_servers.PASSWORD)}\n")
         askpass.chmod(0o700)
-        self.clients = Clients(processors[0], environment)
+        self.clients = Clients(PROCESSORS[0], environment)
         self.file = folder / "file"
 
     def configure(self, size):
@@ -129,6 +132,7 @@ class Switch:
     def stop(self):
         self.agent.stop()
         self.ends.close()
+        self.memory.cleanup()
         self.clients.pool.shutdown()
 
 
