@@ -370,9 +370,11 @@ TEST_F(CopyTableTest, stateQueryThatFindsNoneLeavesTheLastRowVisited) {
 
     store_state(3, XF_STATE_FAILED);
     store_state(9, XF_STATE_SUCCESSFUL);
-    EXPECT_EQ(XF_ERR_FAILED,
-              get_config_entry_with_status(XF_STATE_RUNNING, &buffer));
-    EXPECT_EQ("", difference(*stored(9), buffer));
+    for (const int32_t state : {2, 0x33 /* none that there is */}) {
+        buffer = zero;
+        EXPECT_EQ(XF_ERR_FAILED, get_config_entry_with_status(state, &buffer));
+        EXPECT_EQ("", difference(*stored(9), buffer));
+    }
 }
 
 TEST_F(CopyTableTest, stateQueryFollowsRowsThatChangeAndGo) {
