@@ -49,14 +49,24 @@ void check_row(const xfCopyEntry &row) {
                "row %d: address type %d", index, row.xfCopyServerAddressType);
 }
 
+void check_counts(const uint32_t (&counts)[XF_STATE_FAILED + 1]) {
+    for (int state = XF_STATE_WAITING; state <= XF_STATE_FAILED; state++)
+        FUZZ_CHECK(module_state.rows_in_state[state].count == counts[state],
+                   "%u rows in state %d, counted as %u", counts[state], state,
+                   module_state.rows_in_state[state].count);
+}
+
 void check_copy_table() {
     int32_t previous = INT32_MIN;
+    uint32_t counts[XF_STATE_FAILED + 1] = {};
     for (const xfCopyEntry *row : rows()) {
         FUZZ_CHECK(row->xfCopyIndex > previous, "row %d stands behind row %d",
                    row->xfCopyIndex, previous);
         previous = row->xfCopyIndex;
         check_row(*row);
+        counts[row->xfCopyState]++;
     }
+    check_counts(counts);
     // The container is there as long as it has rows; the alarm goes with it.
     FUZZ_CHECK((module_state.copy_table != nullptr) ==
                    (ordset_size(module_state.copy_table) != 0),

@@ -16,8 +16,8 @@ std::set<int32_t> undo_indexes();
 bool row_exists(int32_t index);
 unsigned running_rows();
 
-// Every table in order, every row as a row may be, the alarm there with the
-// first row, no error row without its copy row.
+// Every table in order, every row as a row may be and counted in its state, the
+// alarm there with the first row, no error row without its copy row.
 void check_tables();
 
 // Registers the module with the agent libraries of this process, once.

@@ -88,9 +88,11 @@ TEST_F(AgeOutTest, runningRowThatIsToBeDestroyedGoes) {
     store_row(7, XF_STATE_RUNNING, XF_ROW_DESTROY);
     run_at(created + 305);
     EXPECT_TRUE(stored(7).has_value());
+    EXPECT_EQ(1, copy_inprogress());
     run_at(created + 306);
     EXPECT_FALSE(stored(7).has_value());
     EXPECT_EQ(0u, p.count("ipcbus_send")); /* no abort here */
+    EXPECT_EQ(0, copy_inprogress());
 }
 
 TEST_F(AgeOutTest, rowsFromTheFutureAreKept) {

@@ -525,7 +525,9 @@ TEST_P(ColumnSetTest, reserve2WithoutTheRowIsNoSuchName) {
     EXPECT_EQ(SNMP_ERR_NOSUCHNAME, set_phase(accepted, RESERVE2));
     EXPECT_EQ(column.enters_reserve2 + column.row_is_missing, story());
     EXPECT_EQ(std::vector<int32_t>{row_index + 1}, stored_indexes());
+    p.forget();
     EXPECT_EQ(SNMP_ERR_NOERROR, set_phase(accepted, FREE));
+    EXPECT_EQ(Story{}, story()) << "nothing was saved";
     EXPECT_EQ("", difference(full_row(row_index + 1, XF_ROW_NOT_READY),
                              *stored(row_index + 1)));
 }

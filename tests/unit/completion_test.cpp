@@ -400,8 +400,20 @@ const Story save_succeeded = {
     drop_saved,
 };
 
+/* The same up to the row's store, when a notification is asked for. */
+const Story success_told = {
+    info("handle_notifications: COPY SUCCESSFULL trap enabled 1\n"),
+    "set_mgmt_conf_last_change_time_extended(2)",
+    "set_mgmt_conf_last_change_time_extended(3)",
+};
+
 const Story save_failed = {
     info("handle_notifications: COPY failed\n"),
+    drop_saved,
+};
+
+const Story not_stored = {
+    error("ERROR  handle_notifications : Set to entry (index= 5) failed \n"),
     drop_saved,
 };
 
@@ -461,12 +473,8 @@ TEST_F(SaveEnd, payloadDoesNotMatter) {
 TEST_F(SaveEnd, successIsNotifiedThroughTheCaller) {
     row.xfCopyNotificationOnCompletion = XF_TRUE;
     store(row);
-    EXPECT_EQ(
-        join({{info("handle_notifications: COPY SUCCESSFULL trap enabled 1\n"),
-               "set_mgmt_conf_last_change_time_extended(2)",
-               "set_mgmt_conf_last_change_time_extended(3)", drop_saved},
-              built("5", "3", "1")}),
-        handle(save_ended, std::nullopt, 0));
+    EXPECT_EQ(join({success_told, {drop_saved}, built("5", "3", "1")}),
+              handle(save_ended, std::nullopt, 0));
     EXPECT_EQ(1, notify);
     EXPECT_EQ(7u, p.varbinds_of(varbinds).size());
     EXPECT_EQ(p.varbinds.at(0), varbinds);
@@ -550,13 +558,20 @@ TEST_F(SaveEnd, rowThatCannotBeStoredIsTracedTheRestGoesOn) {
     row.xfCopyNotificationOnCompletion = XF_TRUE;
     store(row);
     p.fail_ordset_find_at = 1;
-    EXPECT_EQ(
-        join({{info("handle_notifications: COPY failed\n"),
-               error("ERROR  handle_notifications : Set to entry (index= 5) "
-                     "failed \n"),
-               drop_saved},
-              built("5", "4", "9")}),
-        handle(save_ended, std::nullopt, 1));
+    EXPECT_EQ(join({{info("handle_notifications: COPY failed\n")},
+                    not_stored,
+                    built("5", "4", "9")}),
+              handle(save_ended, std::nullopt, 1));
+    EXPECT_EQ(1, notify);
+    expect_stored(row);
+}
+
+TEST_F(SaveEnd, successIsToldBeforeTheRowIsStored) {
+    row.xfCopyNotificationOnCompletion = XF_TRUE;
+    store(row);
+    p.fail_ordset_find_at = 1;
+    EXPECT_EQ(join({success_told, not_stored, built("5", "3", "1")}),
+              handle(save_ended, std::nullopt, 0));
     EXPECT_EQ(1, notify);
     expect_stored(row);
 }

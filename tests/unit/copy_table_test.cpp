@@ -44,9 +44,17 @@ class CopyTableTest : public ModuleTest {
                           xfCopyErrorEntry_comp_func, 1);
         ASSERT_EQ(0, addXfCopyErrorEntry(nullptr, &row));
     }
+    /* Index of the first row that runs, which is `visited`; 0 if none does. */
+    int32_t running() {
+        const bool found =
+            get_config_entry_with_status(XF_STATE_RUNNING, &visited) == 0;
+        EXPECT_EQ(found ? 1 : 0, copy_inprogress());
+        return found ? visited.xfCopyIndex : 0;
+    }
     Story steps() {
         return p.events(Kind::Call | Kind::Set);
     }
+    struct xfCopyEntry visited = {};
 };
 
 } // namespace
@@ -362,19 +370,14 @@ TEST_F(CopyTableTest, stateQueryThatFindsNoneLeavesTheLastRowVisited) {
 
     store_state(3, XF_STATE_FAILED);
     store_state(9, XF_STATE_SUCCESSFUL);
-    EXPECT_EQ(XF_ERR_FAILED,
-              get_config_entry_with_status(XF_STATE_RUNNING, &buffer));
-    EXPECT_EQ("", difference(*stored(9), buffer));
+    for (const int32_t state : {2, 0x33 /* none that there is */}) {
+        buffer = zero;
+        EXPECT_EQ(XF_ERR_FAILED, get_config_entry_with_status(state, &buffer));
+        EXPECT_EQ("", difference(*stored(9), buffer));
+    }
 }
 
 TEST_F(CopyTableTest, stateQueryFollowsRowsThatChangeAndGo) {
-    struct xfCopyEntry buffer;
-    const auto running = [&] {
-        const bool found =
-            get_config_entry_with_status(XF_STATE_RUNNING, &buffer) == 0;
-        EXPECT_EQ(found ? 1 : 0, copy_inprogress());
-        return found ? buffer.xfCopyIndex : 0;
-    };
     for (const int32_t index : {3, 5, 7, 9})
         store_state(index, XF_STATE_RUNNING);
     EXPECT_EQ(3, running());
@@ -386,11 +389,59 @@ TEST_F(CopyTableTest, stateQueryFollowsRowsThatChangeAndGo) {
     EXPECT_EQ(5, running());
     row.xfCopyState = 0x33; /* none that there is */
     EXPECT_EQ(0, setXfCopyEntry(&row, 0));
-    EXPECT_EQ(0, get_config_entry_with_status(0x33, &buffer));
-    EXPECT_EQ(9, buffer.xfCopyIndex);
+    EXPECT_EQ(0, get_config_entry_with_status(0x33, &visited));
+    EXPECT_EQ(9, visited.xfCopyIndex);
     EXPECT_EQ(0, remove(5));
     EXPECT_EQ(0, running());
-    EXPECT_EQ(9, buffer.xfCopyIndex); /* the last row visited */
+    EXPECT_EQ(9, visited.xfCopyIndex); /* the last row visited */
+}
+
+/* It is not the one that came into its state last. */
+TEST_F(CopyTableTest, stateQueryFindsTheOnlyRowThatIsLeft) {
+    for (const int32_t index : {5, 3}) { /* nothing is behind the newest */
+        store_state(index, XF_STATE_RUNNING);
+        store_state(9, XF_STATE_RUNNING);
+        EXPECT_EQ(0, remove(9));
+        EXPECT_EQ(index, running());
+        EXPECT_EQ(0, remove(index));
+    }
+    for (const int32_t index : {3, 9, 5}) /* a row in another state is */
+        store_state(index, XF_STATE_RUNNING);
+    struct xfCopyEntry row = make_row(9);
+    row.xfCopyState = XF_STATE_SUCCESSFUL;
+    EXPECT_EQ(0, setXfCopyEntry(&row, 0));
+    EXPECT_EQ(0, remove(5));
+    EXPECT_EQ(3, running());
+}
+
+TEST_F(CopyTableTest, stateQueryFindsARowOfAnyIndex) {
+    for (const int32_t index : {INT32_MIN, -1, 0, 1, INT32_MAX}) {
+        store_state(index, XF_STATE_RUNNING);
+        EXPECT_EQ(index, running());
+        EXPECT_EQ(index, visited.xfCopyIndex);
+        EXPECT_EQ(0, remove(index));
+    }
+}
+
+TEST_F(CopyTableTest, rowThatIsRefusedIsNotCounted) {
+    struct xfCopyEntry *const entry = create(5);
+    entry->xfCopyState = XF_STATE_RUNNING;
+    p.fail_ordset_add_at = 1;
+    EXPECT_EQ(XF_ERR_FAILED, addXfCopyEntry(entry));
+    EXPECT_EQ(0, running());
+    store(make_row(5));
+    EXPECT_EQ(XF_ERR_FAILED, addXfCopyEntry(entry));
+    EXPECT_EQ(0, running());
+    xfCopyEntry_free(entry);
+}
+
+/* The module does not do that: its users may. */
+TEST_F(CopyTableTest, rowWhoseStateChangedInPlaceHoldsNoLaterCopyUp) {
+    struct xfCopyEntry *const entry = create(5);
+    EXPECT_EQ(0, addXfCopyEntry(entry));
+    entry->xfCopyState = XF_STATE_RUNNING;
+    EXPECT_EQ(0, remove(5));
+    EXPECT_EQ(0, running());
 }
 
 /* What a state has no row of is known, and where its only row is. */

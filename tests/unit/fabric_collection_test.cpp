@@ -15,6 +15,10 @@ struct ip_addr ipv4(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
     return {INET_ADDRESS_IPV4, {a, b, c, d}};
 }
 
+constexpr struct ip_addr management_ipv6 = {
+    INET_ADDRESS_IPV6,
+    {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9}};
+
 /* The collection's texts carry its name. */
 std::string named(std::string_view text) {
     return "collect_fabric_error_rows" + std::string(text);
@@ -38,11 +42,19 @@ class FabricCollection : public ModuleTest {
         EXPECT_EQ(0, setXfCopyEntry(&row, 1)) << "whatever came of it";
         return story();
     }
+    /* The last error row has no address, and this for its type. */
+    static void expect_no_address(int32_t type) {
+        ASSERT_FALSE(stored_error_rows().empty());
+        const struct xfCopyErrorEntry error_row = stored_error_rows().back();
+        EXPECT_STREQ("", error_row.deviceAddressText);
+        EXPECT_EQ(type, error_row.xfCopyErrorDeviceAddressType);
+    }
     static GroveRecord remote(const std::string &wwn, const std::string &text) {
         return {wwn, 0, ipv4(192, 0, 2, 7), text};
     }
-    static GroveRecord local(const std::string &wwn, const std::string &text) {
-        return {wwn, 1, ipv4(0, 0, 0, 0), text};
+    static GroveRecord local(const std::string &wwn, const std::string &text,
+                             int32_t address_type = INET_ADDRESS_IPV4) {
+        return {wwn, 1, {address_type, {}}, text};
     }
     /* Before the first record, and the call that gets it. */
     static Story begun() {
@@ -383,8 +395,7 @@ TEST_F(FabricCollection, addressThatCannotBeConvertedStaysEmpty) {
                         traced_a,
                         {next(wwn_a), cleaned}}),
                   collect());
-        EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
-        EXPECT_EQ(1, stored_error_rows().back().xfCopyErrorDeviceAddressType);
+        expect_no_address(INET_ADDRESS_IPV4);
     }
 }
 
@@ -405,10 +416,7 @@ TEST_F(FabricCollection, onlyALocalFlagOf1IsTheLocalSwitch) {
  */
 
 TEST_F(FabricCollection, localSwitchGetsTheFirstManagementAddressAndItsType) {
-    p.interface_addresses = {
-        {{INET_ADDRESS_IPV6,
-          {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9}},
-         {INET_ADDRESS_IPV4, {10, 0, 0, 9}}}};
+    p.interface_addresses = {{management_ipv6, ipv4(10, 0, 0, 9)}};
     p.grove_records = {local(wwn_a, "no space")};
     EXPECT_EQ(join({begun(),
                     {info(named(": device ip addr: 2001:db8::9, device ip "
@@ -457,14 +465,14 @@ TEST_F(FabricCollection, localSwitchWhoseAddressesCannotBeHad) {
             p.interface_addresses = {{ipv4(10, 0, 0, 9)}};
         else
             p.interface_addresses.reset();
-        p.grove_records = {local(wwn_a, "no space")};
+        p.grove_records = {local(wwn_a, "no space", INET_ADDRESS_IPV6)};
         EXPECT_EQ(
             join({begun(),
                   {logged(": Failed to get ip address of local switch\n")},
                   traced_a,
                   {next(wwn_a), cleaned}}),
             collect());
-        EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
+        expect_no_address(INET_ADDRESS_IPV6);
         EXPECT_EQ(with_list ? 2u : 1u, p.count("free"));
     }
 }
@@ -477,7 +485,7 @@ TEST_F(FabricCollection, localSwitchWithoutAddresses) {
             p.interface_addresses = std::vector<struct ip_addr>{};
         else
             p.interface_addresses.reset();
-        p.grove_records = {local(wwn_a, "no space")};
+        p.grove_records = {local(wwn_a, "no space", INET_ADDRESS_IPV6)};
         EXPECT_EQ(
             join({begun(),
                   {error(named(": no inet ip address for local switch\n")),
@@ -485,13 +493,26 @@ TEST_F(FabricCollection, localSwitchWithoutAddresses) {
                   traced_a,
                   {next(wwn_a), cleaned}}),
             collect());
-        EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
+        expect_no_address(INET_ADDRESS_IPV6);
         EXPECT_EQ(with_list ? 2u : 1u, p.count("free"));
     }
 }
 
+/* Interface 0 is asked for its addresses then. */
+TEST_F(FabricCollection, managementPortThatIsNotThereDoesNotMatter) {
+    p.mgmt_port_results.then(-1);
+    p.grove_records = {local(wwn_a, "no space")};
+    collect();
+    ASSERT_EQ(1u, p.count("ipconf_get_if_inet_addrs"));
+    EXPECT_EQ("ipconf_get_if_inet_addrs(response_q, 0x0)",
+              p.calls_of("ipconf_get_if_inet_addrs")[0].text);
+    EXPECT_STREQ("10.0.0.9", stored_error_rows().back().deviceAddressText);
+}
+
+/* Its type is known all the same. */
 TEST_F(FabricCollection, localAddressThatCannotBeConverted) {
     p.addr_to_str_results.then(22);
+    p.interface_addresses = {{management_ipv6}};
     p.grove_records = {local(wwn_a, "no space")};
     EXPECT_EQ(join({begun(),
                     {error(named(": ip_addr_to_str() failed with error: 22\n")),
@@ -499,7 +520,7 @@ TEST_F(FabricCollection, localAddressThatCannotBeConverted) {
                     traced_a,
                     {next(wwn_a), cleaned}}),
               collect());
-    EXPECT_STREQ("", stored_error_rows().back().deviceAddressText);
+    expect_no_address(INET_ADDRESS_IPV6);
     EXPECT_EQ(2u, p.count("free"));
 }
 

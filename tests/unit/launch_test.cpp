@@ -5,6 +5,7 @@
 #include "set_driver.h"
 
 #include <cstring>
+#include <tuple>
 
 using namespace scripted;
 
@@ -172,8 +173,10 @@ TEST_F(LaunchTest, networkCopyIsStoredRunningThenForked) {
 }
 
 TEST_F(LaunchTest, localHostIsRefusedAndTheStoredRowStaysAsItWas) {
-    for (const char *const server : {"127.0.0.1", "0.0.0.0"}) {
-        struct xfCopyEntry row = stored_row(4, 1);
+    for (const auto &[server, source, dest] :
+         {std::tuple("127.0.0.1", 4, 1), std::tuple("0.0.0.0", 4, 1),
+          std::tuple("127.0.0.1", 1, 4), std::tuple("0.0.0.0", 1, 4)}) {
+        struct xfCopyEntry row = stored_row(source, dest);
         const struct xfCopyEntry before = row;
         assign(row.xfCopyServerAddressRev1, server);
         p.forget();

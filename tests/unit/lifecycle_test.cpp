@@ -166,14 +166,18 @@ TEST_F(LifecycleTest, rowsAndAlarmStayAcrossAReload) {
         init_config_copy_mib();
     }
     store(make_row(3));
-    store(make_row(9));
+    struct xfCopyEntry running = make_row(9, XF_ROW_ACTIVE);
+    running.xfCopyState = XF_STATE_RUNNING;
+    store(running);
     ASSERT_EQ(77u, ageouttimer);
     deinit_config_copy_mib();
     EXPECT_EQ((std::vector<int32_t>{3, 9}), stored_indexes());
+    EXPECT_EQ(1, copy_inprogress());
     EXPECT_EQ(77u, ageouttimer);
     EXPECT_EQ(0u, p.count("snmp_alarm_unregister"));
     init_config_copy_mib();
     EXPECT_EQ((std::vector<int32_t>{3, 9}), stored_indexes());
+    EXPECT_EQ(1, copy_inprogress());
     EXPECT_EQ(0u, p.count("snmp_alarm_register"));
     EXPECT_EQ(SNMP_ERR_NOERROR, set_request({integer(14, 3, 6)}));
     EXPECT_EQ(std::vector<int32_t>{9}, stored_indexes());

@@ -34,6 +34,9 @@ const std::string entering_reserve1 = log(
     std::string(handler) + "(#):DEBUG: " + handler + " :  Entering RESERVE1\n");
 const std::string alarm_registered =
     "snmp_alarm_register(101, SA_REPEAT, cfgentry_age_timer_handler, NULL)";
+const Story copy_is_in_progress = {
+    error(std::string(": ") + handler + " : Another Copy is in progress\n"),
+    "log_set_error(0x40490049, 584)"};
 
 class RowStatusTest : public ModuleTest {
   protected:
@@ -167,21 +170,17 @@ TEST_F(RowStatusTest, createAndGoOnAnExistingRowIsInconsistent) {
 }
 
 TEST_F(RowStatusTest, aSecondCopyIsRefused) {
-    const Story refused = {
-        error(std::string(": ") + handler + " : Another Copy is in progress\n"),
-        "log_set_error(0x40490049, 584)"};
-
     run_another_row();
     for (const long value : {1L, 4L}) {
         p.forget();
         EXPECT_EQ(SNMP_ERR_GENERR, phase(RESERVE1, value)) << value;
-        EXPECT_EQ(refused, story());
+        EXPECT_EQ(copy_is_in_progress, story());
         expect_no_row();
     }
     store(row_with(XF_ROW_NOT_READY));
     p.forget();
     EXPECT_EQ(SNMP_ERR_GENERR, phase(RESERVE1, 1));
-    EXPECT_EQ(refused, story());
+    EXPECT_EQ(copy_is_in_progress, story());
     expect_row(row_with(XF_ROW_NOT_READY));
     EXPECT_EQ(std::vector<int32_t>{}, undo_indexes());
 }
@@ -198,6 +197,15 @@ TEST_F(RowStatusTest, aRunningChildIsACopyInProgressToo) {
     EXPECT_EQ(SNMP_ERR_GENERR, phase(RESERVE1, 4));
     EXPECT_EQ(SNMP_ERR_GENERR, phase(RESERVE1, 1));
     expect_no_row();
+}
+
+TEST_F(RowStatusTest, aSecondCopyIsRefusedBeforeItsIndexIsLookedAt) {
+    run_a_child();
+    for (const long value : {1L, 4L}) {
+        p.forget();
+        EXPECT_EQ(SNMP_ERR_GENERR, phase(RESERVE1, value, 0)) << value;
+        EXPECT_EQ(copy_is_in_progress, story());
+    }
 }
 
 TEST_F(RowStatusTest, rowsAreMadeAndDestroyedWhileACopyRuns) {
@@ -799,6 +807,26 @@ TEST_F(RowStatusTest, undoOfDestroyIsNoErrorWhenTheRowIsLost) {
     expect_row(complete_row(XF_ROW_ACTIVE));
     EXPECT_EQ(std::vector<int32_t>{}, undo_indexes());
     EXPECT_EQ(1u, p.count("free"));
+}
+
+TEST_F(RowStatusTest, undoMakesACopyRunOrNotAsItsRecordDid) {
+    struct xfCopyEntry row = complete_row(XF_ROW_ACTIVE);
+    row.xfCopyState = XF_STATE_RUNNING;
+
+    keep_undo_record(row);
+    EXPECT_EQ(0, copy_inprogress());
+    EXPECT_EQ(SNMP_ERR_GENERR, phase(UNDO, 6));
+    EXPECT_EQ(1, copy_inprogress());
+
+    {
+        const Quiet quiet;
+        deleteXfCopyEntry(&row);
+    }
+    keep_undo_record(row_with(XF_ROW_NOT_READY));
+    store(row);
+    EXPECT_EQ(1, copy_inprogress());
+    EXPECT_EQ(SNMP_ERR_NOERROR, phase(UNDO, 1));
+    EXPECT_EQ(0, copy_inprogress());
 }
 
 TEST_F(RowStatusTest, undoOfACreationDeletesTheRow) {

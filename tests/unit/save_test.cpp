@@ -315,6 +315,17 @@ TEST_F(Save, waitEndsWhenMoreThan899SecondsAreOver) {
     EXPECT_TRUE(request_is_kept());
 }
 
+TEST_F(Save, waitThatIsOverBeforeItsFirstReceiveReceivesNothing) {
+    p.cycles.then(1).then(1 + 900 * second);
+
+    EXPECT_EQ(0, save());
+    EXPECT_EQ(join({sent, {no_response("0")}}), story());
+    EXPECT_EQ(0u, start_cpu_cycles);
+    expect_row(XF_STATE_RUNNING, false, before.xfCopyFailCause);
+    expect_stored(before);
+    EXPECT_TRUE(request_is_kept());
+}
+
 TEST_F(Save, secondsAreComparedIn32Bits) {
     constexpr uint64_t wrap = uint64_t{1} << 32;
 

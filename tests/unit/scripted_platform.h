@@ -297,6 +297,7 @@ class Platform {
     std::optional<std::vector<struct ip_addr>> interface_addresses =
         std::vector<struct ip_addr>{{1, {10, 0, 0, 9}}};
     Results<int> interface_results = 0;
+    Results<int> mgmt_port_results = 0; /* not 0: there is no such port */
 
     /* Called inside the function of that name, before it returns. */
     std::map<std::string, std::function<void()>> hooks;
@@ -308,6 +309,7 @@ class Platform {
     std::vector<std::unique_ptr<struct ipcbus_queue>> queues;
     std::vector<std::unique_ptr<struct ipcbus_message>> messages;
     std::vector<netsnmp_variable_list *> varbinds;
+    std::optional<int> local_file; /* descriptor of the file that is open */
     struct ipcbus_queue response_queue = {"response_q", 0, 0, 0};
 };
 

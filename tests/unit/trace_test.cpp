@@ -68,6 +68,12 @@ TEST_F(TraceTest, textIsAsPrintfWritesIt) {
     expect("name: 0x0000AB12 of text, 100%");
 }
 
+TEST_F(TraceTest, textThatIsNotThereIsShownAsPrintfShowsIt) {
+    const char *missing = nullptr;
+    TRACE_INFO("%s: no %s\n", __func__, missing);
+    EXPECT_EQ("TestBody: no (null)\n", only_event().octets);
+}
+
 TEST_F(TraceTest, textThatCannotBeFormattedIsDropped) {
     trace_history(XF_TRACE_INFO, "%lc", static_cast<wint_t>(0xD800));
     EXPECT_EQ(0u, p.count("trc_hist_event"));
@@ -131,6 +137,30 @@ TEST_F(TraceTest, longTextIsCutAt511AndItsSizeFollows) {
         const size_t kept = length < 511 ? length : 511;
         EXPECT_EQ(std::string(kept, 't'), only_event().octets);
         EXPECT_EQ(kept + 5, only_event().size);
+    }
+}
+
+/* Whatever stands where the room ends. */
+TEST_F(TraceTest, textIsCutAsPrintfCutsIt) {
+    const auto expect_cut = [&](const char *format, const auto... values) {
+        char expected[512];
+        snprintf(expected, sizeof(expected), format, values...);
+        trace_history(XF_TRACE_INFO, format, values...);
+        EXPECT_EQ(expected, only_event().octets);
+        EXPECT_EQ(516u, only_event().size);
+        p.forget();
+    };
+    const std::string all_but_two(509, 't');
+    const std::string full(511, 't');
+    const std::string too_long(600, 't');
+    for (const int value : {12345, -12345}) {
+        expect_cut("%s%d\n", all_but_two.c_str(), value);
+        expect_cut("%s%ld\n", all_but_two.c_str(), long{value});
+    }
+    expect_cut("%s: and more\n", all_but_two.c_str());
+    for (const std::string &text : {full, too_long}) {
+        expect_cut("%s: and more\n", text.c_str());
+        expect_cut("%s: 0x%08X\n", text.c_str(), 0xAB12u);
     }
 }
 

@@ -90,7 +90,9 @@ FILE *intercept_fopen(const char *name, const char *mode) {
     hook("fopen");
     if (no_memory("fopen") || !p.file_opens.take())
         return nullptr;
-    return tmpfile();
+    FILE *const file = tmpfile();
+    p.local_file = fileno(file);
+    return file;
 }
 
 int intercept_fclose(FILE *file) {
@@ -99,6 +101,7 @@ int intercept_fclose(FILE *file) {
         ADD_FAILURE() << "the debug log is never closed";
         return 0;
     }
+    platform().local_file.reset();
     return fclose(file);
 }
 

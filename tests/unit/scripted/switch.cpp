@@ -40,9 +40,12 @@ int ip_addr_from_str(const char *text, struct ip_addr *address) {
 }
 
 int if_index_mgmt_sup_port_init(uint32_t *if_index, int module, int port) {
+    const int result = platform().mgmt_port_results.take();
+
     asked(__func__, print("%s(%d, %d)", __func__, module, port));
-    *if_index = 0x05000000;
-    return 0;
+    if (result == 0)
+        *if_index = 0x05000000;
+    return result;
 }
 
 int ipconf_get_if_inet_addrs(ipcbus_handle queue, uint32_t if_index,

@@ -43,9 +43,10 @@ const char *tftp_strerror(int code) {
 
 int execute_program_and_wait_redirect(int in, int out_fd, int err_fd,
                                       const char *path, ...) {
-    std::string text =
-        print("%s(%d, %s, %d, %s", __func__, in, out_fd == -1 ? "-1" : "fd",
-              err_fd, text_or_null(path).c_str());
+    const std::string output =
+        out_fd == platform().local_file ? "fd" : std::to_string(out_fd);
+    std::string text = print("%s(%d, %s, %d, %s", __func__, in, output.c_str(),
+                             err_fd, text_or_null(path).c_str());
     std::vector<std::string> strings = {path};
     va_list arguments;
 

@@ -261,7 +261,12 @@ void discount_row(const struct xfCopyEntry *row) {
     struct config_copy_state::state_rows *const rows =
         rows_of_state(row->xfCopyState);
 
-    if (rows != nullptr)
+    /*
+     * A caller that has added a row may have changed its state in place since,
+     * and it was counted in another one: a count that wrapped would refuse
+     * every later copy.
+     */
+    if (rows != nullptr && rows->count != 0)
         rows->count--;
 }
 
@@ -352,9 +357,9 @@ static const struct xfCopyEntry *
 start_of_search(const struct config_copy_state::state_rows *rows) {
     struct xfCopyEntry key;
 
-    if (rows == nullptr || rows->count != 1)
+    if (rows == nullptr || rows->count != 1 || rows->newest == INT32_MIN)
         return row_at(1);
-    /* Most likely it is the only one; no row has an index below 1. */
+    /* Most likely it is the only one. */
     key.xfCopyIndex = rows->newest - 1;
     return row_behind(&key);
 }
