@@ -137,8 +137,6 @@ class Switch:
 
 
 class Tftp:
-    name = "TFTP"
-
     def __init__(self, stack, folder, block):
         self.name = f"TFTP, blocks of {block:,}"
         self.switch = Switch(folder / f"switch-{block}",

@@ -9,6 +9,7 @@
 // error rows of a fabric, and what a request in progress remembers of rows.
 #include "platform/ordset.h"
 
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -39,10 +40,9 @@ template <typename Type> struct NodeAllocator : std::allocator<Type> {
     template <typename Other> NodeAllocator(const NodeAllocator<Other> &) {}
 };
 
-using Tree = __gnu_pbds::tree<void *, __gnu_pbds::null_type, StandsBefore,
-                              __gnu_pbds::rb_tree_tag,
-                              __gnu_pbds::tree_order_statistics_node_update,
-                              NodeAllocator<char>>;
+using Tree = __gnu_pbds::tree<
+    void *, __gnu_pbds::null_type, StandsBefore, __gnu_pbds::rb_tree_tag,
+    __gnu_pbds::tree_order_statistics_node_update, NodeAllocator<char>>;
 
 size_t most_objects() {
     const xfhost::Settings *s = xfhost::settings();

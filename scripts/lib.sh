@@ -10,7 +10,8 @@ packages=(
     python3 python3-pytest python3-paramiko git
     vsftpd openssh-client openssh-server iproute2 frr frr-snmp
     libsystemd-dev man-db mandoc pkg-config zsh ansible-core)
-daemons=(snmpd snmptrapd tftpd-hpa vsftpd ssh frr)
+# Those of them that bring services.
+daemons=(snmpd snmptrapd tftpd-hpa vsftpd openssh-server frr)
 
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2
@@ -30,6 +31,12 @@ installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
+# units_of PACKAGE: what systemd could start of it, which may have other names.
+units_of() {
+    dpkg -L "$1" | sed -nE 's,.*/systemd/system/([^/@]+\.(service|socket))$,\1,p
+        s,^/etc/init\.d/(.+),\1.service,p' | sort -u
+}
+
 # Debian starts and enables a daemon with its package. The scripts start
 # daemons themselves, on ports of their own: nobody else's start or restart.
 install_without_starting() (
@@ -41,13 +48,14 @@ install_without_starting() (
     fi
     as_root env DEBIAN_FRONTEND=noninteractive \
         apt-get install -qq -y --no-install-recommends "$@" || exit 1
-    if command -v systemctl >/dev/null; then
-        for name in "${daemons[@]}"; do
-            case " $* " in *" $name "*)
-                as_root systemctl disable "$name" || true ;;
-            esac
-        done
-    fi
+    command -v systemctl >/dev/null || exit 0
+    for name in "${daemons[@]}"; do
+        case " $* " in *" $name "*)
+            for unit in $(units_of "$name"); do
+                as_root systemctl disable "$unit" || true
+            done ;;
+        esac
+    done
 )
 
 # install_packages [NAME...]: those of `packages` if none is named.

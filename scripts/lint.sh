@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# clang-format, cppcheck and clang-tidy over the module, the host platform and
-# the tests, as .clang-format, .cppcheck and .clang-tidy here and in tests/ say.
-# Silent if there is nothing to say.
+# clang-format, cppcheck and clang-tidy over the module, the platform's headers,
+# the host platform, xfcopy, the tests and the benchmarks, as .clang-format,
+# .cppcheck and .clang-tidy here and in tests/ say. Silent if there is nothing to say.
 source "$(dirname "$0")/lib.sh"
 
 install_packages
@@ -23,7 +23,7 @@ cd "$top"
 folders=(infra host platform xfcopy tests bench)
 find "${folders[@]}" -name '*.[ch]' -o -name '*.cpp' |
     xargs clang-format --dry-run --Werror
-check_with_cppcheck .cppcheck infra host platform xfcopy
+check_with_cppcheck .cppcheck infra host platform xfcopy bench
 check_with_cppcheck tests/.cppcheck tests
 find infra host xfcopy tests bench -name '*.cpp' -print0 |
     xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build-lint 2>/dev/null

@@ -4,9 +4,9 @@ written, and compares them with the copies that are kept.
 usage: faults_table.py ROWS FAULTS FAILURES
 
 ROWS is a folder with a file for each test: area, fault, outcome and the test's
-name, with tabs between; behind them, if copies failed, reason and advice of
-each. A test that could not run has the area "skipped"; its rows are taken from
-the copies. The rows are used up. With XF_WRITE_FAULTS=1 in the environment the
+name, with tabs between; behind them, if a copy failed, its reason and advice. A
+test that could not run has the area "skipped"; its rows are taken from the
+copies. The rows are used up. With XF_WRITE_FAULTS=1 in the environment the
 copies are written instead.
 
 The words of a failure may depend on who was faster, so of the table of failures
@@ -65,9 +65,9 @@ def fault_rows(rows):
 
 
 def failure_rows(rows):
-    return [(area, why[at], fault, why[at + 1], test)
-            for area, fault, _, test, why in rows
-            for at in range(0, len(why), 2)]
+    """Each once, in their order: a test may do something several times."""
+    return list(dict.fromkeys((area, why[0], fault, why[1], test)
+                              for area, fault, _, test, why in rows if why))
 
 
 def kept(table, tests):
@@ -99,14 +99,15 @@ def printed(header, columns, rows):
     return text
 
 
-def whole(line):
-    return line
+def whole(table):
+    return table.splitlines(True)
 
 
-def what_fails(line):
-    """Of a row of failures, what it means and its test."""
-    cells = line.split(" | ")
-    return line if len(cells) < 4 else f"| {cells[1]} | {cells[3]}"
+def what_fails(table):
+    """Of each row of failures what it means and its test, once."""
+    cells = [line.split(" | ") for line in whole(table)]
+    return list(dict.fromkeys(
+        " | ".join(row if len(row) < 4 else (row[1], row[3])) for row in cells))
 
 
 def compare(copy, before, now, part):
@@ -114,8 +115,7 @@ def compare(copy, before, now, part):
     if os.environ.get("XF_WRITE_FAULTS") == "1":
         copy.write_text(now)
         return True
-    before, now = ([part(line) for line in text.splitlines(True)]
-                   for text in (before, now))
+    before, now = part(before), part(now)
     sys.stdout.writelines(difflib.unified_diff(before, now, str(copy), "now"))
     return before == now
 

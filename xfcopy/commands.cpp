@@ -1,5 +1,6 @@
 #include "xfcopy/commands.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "xfcopy/copy.h"
@@ -94,14 +95,25 @@ Outcome past_copy(History &history, const std::string &word, Report &report) {
 
 Outcome past_copies(History &history, const Options &options, Report &report) {
     Answer why;
-    if (!history.newest(why))
+    const auto newest = history.newest(why);
+    if (!newest)
         return no_history(why);
     if (options.words.size() > 1)
         return past_copy(history, options.words[1], report);
-    std::vector<PastCopy> copies;
-    const auto problem = history.all(copies);
-    report.past_copies(copies);
-    return problem ? answer_words(*problem) : Outcome{};
+    uint32_t count = *newest;
+    if (options.last)
+        count = std::min(count, static_cast<uint32_t>(*options.last));
+    bool none = true;
+    const auto problem = history.read(*newest - count + 1, *newest,
+                                      [&](const std::vector<PastCopy> &copies) {
+                                          none = false;
+                                          report.past_copies(copies);
+                                      });
+    if (problem)
+        return answer_words(*problem);
+    if (none)
+        report.past_copies({});
+    return {};
 }
 
 } // namespace
@@ -112,7 +124,7 @@ Status run_command(CopyTable &table, History &history, const Options &options,
     Outcome outcome;
     if (options.command == "list")
         outcome = list(table, report);
-    if (options.command == "history")
+    if (options.command == history_command)
         outcome = past_copies(history, options, report);
     for (const RowCommand &each : row_commands)
         if (options.command == each.name)

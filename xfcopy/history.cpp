@@ -10,8 +10,12 @@ namespace {
 
 // So many of the newest copies are looked at for one's own.
 constexpr uint32_t most_looked_at = 16;
-// No honest agent keeps as many.
+// So many are asked for with one request, unless they do not get through.
+constexpr uint32_t copies_at_once = 10;
+// No honest agent keeps as many, or takes so many of what it has just named
+// away before it is asked for them.
 constexpr size_t most_copies = 1'000'000;
+constexpr int most_taken_away = 100;
 constexpr long interrupted_state = 5;
 
 enum Column : oid {
@@ -22,6 +26,7 @@ enum Column : oid {
     octets_column = 20,
     last_column = 24
 };
+constexpr size_t columns = last_column - row_column + 1;
 
 struct NumberColumn {
     oid column;
@@ -85,10 +90,21 @@ void take_value(PastCopy &copy, oid column, const Value &value) {
         copy.octets = static_cast<uint64_t>(value.number);
 }
 
-Answer not_there() {
-    Answer answer;
-    answer.kind = Answer::values;
-    return answer;
+// A smaller request may have an answer: one packet may get through where the
+// pieces of a larger one do not.
+bool may_be_too_large(const Answer &answer) {
+    return (answer.kind == Answer::refused &&
+            answer.error == SNMP_ERR_TOOBIG) ||
+           (answer.kind == Answer::lost && answer.error == SNMPERR_TIMEOUT);
+}
+
+PastCopy copy_of(uint32_t number, const Value *values) {
+    PastCopy copy;
+    copy.number = number;
+    for (oid column = row_column; column <= last_column; ++column)
+        take_value(copy, column, values[column - row_column]);
+    copy.interrupted = copy.row.state == interrupted_state;
+    return copy;
 }
 
 } // namespace
@@ -137,47 +153,68 @@ std::optional<uint32_t> History::newest(Answer &why) {
     return static_cast<uint32_t>(why.found.front().number);
 }
 
-std::optional<PastCopy> History::look(uint32_t number, Answer &why) {
+// Those of `count` numbers that are there.
+std::vector<PastCopy> History::look_from(uint32_t first, uint32_t count,
+                                         Answer &why) {
     std::vector<Oid> names;
-    for (oid column = row_column; column <= last_column; ++column)
-        names.push_back(name(column, number));
+    for (uint32_t at = 0; at < count; ++at)
+        for (oid column = row_column; column <= last_column; ++column)
+            names.push_back(name(column, first + at));
     why = session_.get(names);
-    if (why.kind != Answer::values || !why.found.front().is_number())
-        return std::nullopt;
-    PastCopy copy;
-    copy.number = number;
-    for (oid column = row_column; column <= last_column; ++column)
-        take_value(copy, column, why.found[column - row_column]);
-    copy.interrupted = copy.row.state == interrupted_state;
-    return copy;
+    std::vector<PastCopy> copies;
+    for (uint32_t at = 0; why.kind == Answer::values && at < count; ++at) {
+        const Value *const values = &why.found[at * columns];
+        if (values->is_number())
+            copies.push_back(copy_of(first + at, values));
+    }
+    return copies;
 }
 
-std::optional<Answer> History::all(std::vector<PastCopy> &to) {
+std::optional<PastCopy> History::look(uint32_t number, Answer &why) {
+    auto copies = look_from(number, 1, why);
+    if (copies.empty())
+        return std::nullopt;
+    return std::move(copies.front());
+}
+
+// The same of `at_once` numbers, to `last` at most. If that is too many for one
+// request, it is 1 from then on.
+std::vector<PastCopy> History::look_ahead(uint32_t first, uint32_t last,
+                                          uint32_t &at_once, Answer &why) {
+    auto copies = look_from(first, std::min(at_once, last - first + 1), why);
+    if (at_once == 1 || !may_be_too_large(why))
+        return copies;
+    at_once = 1;
+    return look_from(first, 1, why);
+}
+
+std::optional<Answer> History::read(uint32_t first, uint32_t last,
+                                    const Take &take) {
     Oid column = entry_;
     column.push_back(state_of_copy_column);
-    uint32_t after = 0;
-    while (to.size() < most_copies) {
-        Answer answer =
-            session_.next(after == 0 ? column : name(column.back(), after));
-        if (answer.kind != Answer::values)
-            return answer;
-        const Value &found = answer.found.front();
-        const bool more =
-            found.is_number() && found.name.size() == column.size() + 1 &&
-            std::equal(column.begin(), column.end(), found.name.begin()) &&
-            found.name.back() > after &&
-            found.name.back() <= std::numeric_limits<uint32_t>::max();
-        if (!more)
-            return std::nullopt;
-        after = static_cast<uint32_t>(found.name.back());
+    uint32_t at_once = copies_at_once;
+    size_t taken = 0;
+    int taken_away = 0;
+    for (uint32_t before = first - 1; before < last;) {
         Answer why;
-        auto copy = look(after, why);
-        if (!copy && why.kind != Answer::values)
+        const auto next = next_index(session_, column, before,
+                                     std::numeric_limits<uint32_t>::max(), why);
+        if (!next)
             return why;
-        if (copy) // it may have made room for a newer one
-            to.push_back(std::move(*copy));
+        if (*next == 0 || *next > last)
+            return std::nullopt;
+        const auto copies = look_ahead(*next, last, at_once, why);
+        if (why.kind != Answer::values)
+            return why;
+        taken += copies.size();
+        taken_away += copies.empty() ? 1 : 0;
+        if (taken > most_copies || taken_away > most_taken_away)
+            return answer_that_makes_no_sense();
+        if (!copies.empty())
+            take(copies);
+        before = *next + std::min(at_once - 1, last - *next);
     }
-    return not_there();
+    return std::nullopt;
 }
 
 std::optional<uint32_t> History::find(int32_t row) {

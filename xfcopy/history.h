@@ -4,6 +4,7 @@
 #define XFCOPY_HISTORY_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,8 +49,11 @@ class History {
     // One copy. Nothing, with an answer that says why, if it is not there.
     std::optional<PastCopy> look(uint32_t number, Answer &why);
 
-    // All copies; an answer that says why if the agent did not tell all.
-    std::optional<Answer> all(std::vector<PastCopy> &to);
+    // The copies with the numbers from `first` to `last`, in their order: calls
+    // `take` with some of them, as they come. An answer that says why if the
+    // agent did not tell all.
+    using Take = std::function<void(const std::vector<PastCopy> &)>;
+    std::optional<Answer> read(uint32_t first, uint32_t last, const Take &take);
 
     // The number of the newest copy that this row asked for, if it is among
     // the newest ones.
@@ -60,6 +64,10 @@ class History {
 
   private:
     Oid name(oid column, uint32_t number) const;
+    std::vector<PastCopy> look_from(uint32_t first, uint32_t count,
+                                    Answer &why);
+    std::vector<PastCopy> look_ahead(uint32_t first, uint32_t last,
+                                     uint32_t &at_once, Answer &why);
 
     Session &session_;
     Oid newest_;

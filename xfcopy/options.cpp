@@ -20,7 +20,7 @@ constexpr Command commands[] = {
     {"show", "AGENT N", 2, 2},
     {"cancel", "AGENT N", 2, 2},
     {"errors", "AGENT N", 2, 2},
-    {"history", "AGENT [N]", 1, 2},
+    {history_command, "AGENT [N]", 1, 2},
 };
 
 template <auto Member> bool take_flag(Options &options, const std::string &) {
@@ -62,48 +62,53 @@ bool take_root(Options &options, const std::string &text) {
 }
 
 // `argument` is NULL for a flag. `expected` is what a refused argument is not.
+// `command` is the only one that has the option; NULL if all have it.
 struct LongOption {
     const char *name;
     const char *argument;
     const char *help;
     bool (*take)(Options &, const std::string &);
     const char *expected;
-    bool copies_only;
+    const char *command;
 };
 
 constexpr const char *whole_seconds = "a number of seconds";
 
 constexpr LongOption long_options[] = {
     {"vrf", "NAME", "the VRF to reach the server in", take_vrf,
-     "a name of 1 to 32 octets", true},
+     "a name of 1 to 32 octets", copy_command},
     {"notify", nullptr, "have the agent send a notification at the end",
-     take_flag<&Options::notify>, nullptr, true},
+     take_flag<&Options::notify>, nullptr, copy_command},
     {"no-wait", nullptr, "only start the copy; its row stays",
-     take_flag<&Options::no_wait>, nullptr, true},
+     take_flag<&Options::no_wait>, nullptr, copy_command},
     {"keep", nullptr, "leave the row at the end", take_flag<&Options::keep>,
-     nullptr, true},
+     nullptr, copy_command},
     {"timeout", "SECONDS", "how long to wait for the end",
-     take_number<&Options::timeout, 1>, whole_seconds, true},
+     take_number<&Options::timeout, 1>, whole_seconds, copy_command},
     {"wait-busy", "SECONDS", "how long to wait for another copy's end",
-     take_number<&Options::wait_busy, 0>, whole_seconds, true},
+     take_number<&Options::wait_busy, 0>, whole_seconds, copy_command},
     {"index", "N", "the number of the new row", take_number<&Options::index, 1>,
-     "a number from 1 to 2147483647", true},
+     "a number from 1 to 2147483647", copy_command},
     {"password-file", "FILE", "the password for the server is its first line",
-     take_password_file, "the name of a file", true},
+     take_password_file, "the name of a file", copy_command},
     {"password-fd", "N", "or comes from this file descriptor", take_password_fd,
-     "a file descriptor", true},
+     "a file descriptor", copy_command},
+    {"last", "N", "of the history, only the newest N copies",
+     take_number<&Options::last, 1>, "a number from 1 to 2147483647",
+     history_command},
     {"json", nullptr, "one JSON object for each event",
-     take_flag<&Options::json>, nullptr, false},
+     take_flag<&Options::json>, nullptr, nullptr},
     {"quiet", nullptr, "print errors only", take_flag<&Options::quiet>, nullptr,
-     false},
+     nullptr},
     {"root", "OID", "where the agent has the module", take_root<&Options::root>,
-     "an OID such as 1.3.6.1.4.1.32473.1.1", false},
+     "an OID such as 1.3.6.1.4.1.32473.1.1", nullptr},
     {"history-root", "OID", "where it has the history of copies",
      take_root<&Options::history_root>, "an OID such as 1.3.6.1.4.1.32473.1.2",
-     false},
-    {"help", nullptr, "print this", take_flag<&Options::help>, nullptr, false},
+     nullptr},
+    {"help", nullptr, "print this", take_flag<&Options::help>, nullptr,
+     nullptr},
     {"version", nullptr, "print the version", take_flag<&Options::version>,
-     nullptr, false},
+     nullptr, nullptr},
 };
 
 const LongOption *find_long(std::string_view name) {
@@ -151,9 +156,9 @@ class Parser {
         return "";
     }
 
-    // The first long option that only a copy has; empty if there is none.
-    const std::string &for_copies() const {
-        return for_copies_;
+    // The long options that were given.
+    const std::vector<const LongOption *> &given() const {
+        return given_;
     }
 
   private:
@@ -170,8 +175,7 @@ class Parser {
         const LongOption *const found = find_long(name);
         if (found == nullptr)
             return shown(option) + ": there is no such option";
-        if (found->copies_only && for_copies_.empty())
-            for_copies_ = option;
+        given_.push_back(found);
         std::string argument;
         if (equals != std::string_view::npos) {
             if (found->argument == nullptr)
@@ -213,11 +217,21 @@ class Parser {
 
     std::vector<char *> left_;
     Options &options_;
-    std::string for_copies_;
+    std::vector<const LongOption *> given_;
 };
 
+std::string check_command(const LongOption &option,
+                          const std::string &command) {
+    if (option.command == nullptr || option.command == command)
+        return "";
+    const bool copies = strcmp(option.command, copy_command) == 0;
+    return std::string("--") + option.name + " is for " +
+           (copies ? "copies" : option.command) + " only, not for " + command;
+}
+
 // The first word may be the name of a command.
-std::string take_command(Options &options, const std::string &for_copies) {
+std::string take_command(Options &options,
+                         const std::vector<const LongOption *> &given) {
     const Command *command =
         options.words.empty() ? nullptr : find_command(options.words.front());
     if (command != nullptr)
@@ -235,8 +249,10 @@ std::string take_command(Options &options, const std::string &for_copies) {
                command->arguments;
     if (options.words.front().empty() || options.words.front()[0] == '-')
         return "AGENT: it is no address";
-    if (options.command != copy_command && !for_copies.empty())
-        return for_copies + " is for copies only, not for " + options.command;
+    for (const LongOption *each : given)
+        if (std::string wrong = check_command(*each, options.command);
+            !wrong.empty())
+            return wrong;
     return "";
 }
 
@@ -245,6 +261,8 @@ std::string check(const Options &options) {
         return "--password-file and --password-fd exclude each other";
     if (options.no_wait && options.timeout)
         return "--no-wait and --timeout exclude each other";
+    if (options.last && options.words.size() > 1)
+        return "--last and a number exclude each other";
     return "";
 }
 
@@ -304,7 +322,7 @@ std::string parse_options(int count, char **arguments, Options &options) {
     std::string problem = parser.parse();
     if (!problem.empty() || options.help || options.version)
         return problem;
-    problem = take_command(options, parser.for_copies());
+    problem = take_command(options, parser.given());
     return problem.empty() ? check(options) : problem;
 }
 

@@ -24,6 +24,7 @@ struct Command {
 
 // The command that is meant if none is named.
 constexpr const char *copy_command = "copy";
+constexpr const char *history_command = "history";
 
 struct Options {
     std::string command = copy_command;
@@ -36,6 +37,7 @@ struct Options {
     std::optional<int32_t> index;
     std::optional<int> timeout;   // seconds
     std::optional<int> wait_busy; // seconds
+    std::optional<int> last;      // so many copies of the history
     bool notify = false;
     bool no_wait = false;
     bool keep = false;

@@ -27,6 +27,10 @@ size_t columns() {
     return 80;
 }
 
+void text_or_null(JsonObject &to, const char *key, const std::string &text) {
+    text.empty() ? to.null(key) : to.text(key, text);
+}
+
 std::string state_of(const Row &row) {
     if (row.state == waiting && row.status == not_ready)
         return "not ready";
@@ -43,11 +47,10 @@ std::string took_text(const Row &row) {
 }
 
 std::string details(const Row &row, const Outcome &why) {
-    std::vector<std::vector<std::string>> lines = {
-        {"row", std::to_string(row.index)},
-        {"state", state_of(row)},
-        {"from", shown(location_text(row.from()))},
-        {"to", shown(location_text(row.to()))}};
+    TableLines lines = {{"row", std::to_string(row.index)},
+                        {"state", state_of(row)},
+                        {"from", shown(location_text(row.from()))},
+                        {"to", shown(location_text(row.to()))}};
     if (!row.vrf.empty())
         lines.push_back({"VRF", shown(row.vrf)});
     lines.push_back({"notification", row.notify ? "yes" : "no"});
@@ -62,12 +65,11 @@ std::string details(const Row &row, const Outcome &why) {
 
 std::string details(const PastCopy &copy) {
     const Row &row = copy.row;
-    std::vector<std::vector<std::string>> lines = {
-        {"copy", std::to_string(copy.number)},
-        {"row", std::to_string(row.index)},
-        {"state", copy.state()},
-        {"from", shown(location_text(row.from()))},
-        {"to", shown(location_text(row.to()))}};
+    TableLines lines = {{"copy", std::to_string(copy.number)},
+                        {"row", std::to_string(row.index)},
+                        {"state", copy.state()},
+                        {"from", shown(location_text(row.from()))},
+                        {"to", shown(location_text(row.to()))}};
     const auto add = [&](const char *name, const std::string &text) {
         if (!text.empty())
             lines.push_back({name, shown(text)});
@@ -202,7 +204,7 @@ void Report::removed(int32_t index) {
         print("row " + std::to_string(index) + " removed\n");
 }
 
-void Report::print_json_row(const Row &row) {
+void Report::print_json_row(const Row &row, const Outcome &why) {
     JsonObject object = event("row");
     object.number("index", row.index)
         .text("state", state_of(row))
@@ -214,19 +216,20 @@ void Report::print_json_row(const Row &row) {
     took ? object.seconds("elapsed", *took) : object.null("elapsed");
     row.state == failed ? object.text("cause", cause_name(row.cause))
                         : object.null("cause");
+    text_or_null(object, "reason", why.text);
+    text_or_null(object, "advice", why.advice);
     print(object.line());
 }
 
 void Report::rows(const std::vector<Row> &rows) {
     if (json_) {
         for (const Row &each : rows)
-            print_json_row(each);
+            print_json_row(each, {});
         return;
     }
     if (rows.empty())
         return print(quiet_ ? "" : "there are no copies\n");
-    std::vector<std::vector<std::string>> lines = {
-        {"ROW", "STATE", "TOOK", "CAUSE", "FROM", "TO"}};
+    TableLines lines = {{"ROW", "STATE", "TOOK", "CAUSE", "FROM", "TO"}};
     for (const Row &each : rows)
         lines.push_back({std::to_string(each.index), state_of(each),
                          took_text(each), cause_of(each),
@@ -237,17 +240,13 @@ void Report::rows(const std::vector<Row> &rows) {
 
 void Report::row(const Row &row, const Outcome &why) {
     if (json_)
-        print_json_row(row);
+        print_json_row(row, why);
     else
         print(details(row, why));
 }
 
 void Report::print_json_past_copy(const PastCopy &copy) {
     const Row &row = copy.row;
-    const auto text_or_null = [](JsonObject &to, const char *key,
-                                 const std::string &text) {
-        text.empty() ? to.null(key) : to.text(key, text);
-    };
     JsonObject object = event("copy");
     object.number("number", copy.number)
         .number("index", row.index)
@@ -280,14 +279,16 @@ void Report::past_copies(const std::vector<PastCopy> &copies) {
     }
     if (copies.empty())
         return print(quiet_ ? "" : "there were no copies\n");
-    std::vector<std::vector<std::string>> lines = {
-        {"COPY", "ROW", "ASKED", "STATE", "FROM", "TO", "REASON"}};
+    TableLines lines;
+    if (past_widths_.empty())
+        lines.push_back(
+            {"COPY", "ROW", "ASKED", "STATE", "FROM", "TO", "REASON"});
     for (const PastCopy &each : copies)
         lines.push_back(
             {std::to_string(each.number), std::to_string(each.row.index),
              each.asked, each.state(), shown(location_text(each.row.from())),
              shown(location_text(each.row.to())), shown(each.reason)});
-    print(aligned(lines));
+    print(aligned(lines, past_widths_));
 }
 
 void Report::past_copy(const PastCopy &copy) {
@@ -298,8 +299,7 @@ void Report::past_copy(const PastCopy &copy) {
 }
 
 void Report::switches(const std::vector<FailedSwitch> &switches) {
-    std::vector<std::vector<std::string>> lines = {
-        {"SWITCH", "ADDRESS", "WWN", "WHAT IT SAID"}};
+    TableLines lines = {{"SWITCH", "ADDRESS", "WWN", "WHAT IT SAID"}};
     for (const FailedSwitch &each : switches) {
         const std::string address = address_text(each.address);
         if (json_)

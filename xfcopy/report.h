@@ -45,6 +45,8 @@ class Report {
     void rows(const std::vector<Row> &rows);
     // `why` its copy failed, if it did.
     void row(const Row &row, const Outcome &why);
+    // Some of the history; called again for those behind them. Nothing is that
+    // there were none.
     void past_copies(const std::vector<PastCopy> &copies);
     void past_copy(const PastCopy &copy);
     void switches(const std::vector<FailedSwitch> &switches);
@@ -57,7 +59,7 @@ class Report {
   private:
     void progress(const std::string &line, uint64_t elapsed);
     void print(const std::string &text);
-    void print_json_row(const Row &row);
+    void print_json_row(const Row &row, const Outcome &why);
     void print_json_past_copy(const PastCopy &copy);
     JsonObject event(const char *name) const;
 
@@ -67,6 +69,7 @@ class Report {
     bool line_shown_ = false;
     uint64_t next_line_ = 0; // when a plain line is due
     std::string last_state_;
+    std::vector<size_t> past_widths_; // of the columns of the history
     std::string agent_;
     std::string source_;
     std::string destination_;

@@ -72,6 +72,8 @@ Look look_of(const Answer &answer) {
     return status.type == SNMP_NOSUCHOBJECT ? Look::no_table : Look::missing;
 }
 
+} // namespace
+
 Answer answer_that_makes_no_sense() {
     Answer answer;
     answer.error = SNMPERR_BAD_PARSE;
@@ -79,7 +81,28 @@ Answer answer_that_makes_no_sense() {
     return answer;
 }
 
-} // namespace
+std::optional<uint32_t> next_index(Session &session, Oid column, uint32_t after,
+                                   uint32_t most, Answer &why) {
+    Oid name = column;
+    if (after != 0)
+        name.push_back(after);
+    Answer answer = session.next(name);
+    if (answer.kind != Answer::values) {
+        why = answer;
+        return std::nullopt;
+    }
+    const Value &found = answer.found.front();
+    if (!found.is_number() || !starts_with(found.name, column))
+        return 0;
+    const bool sensible = found.name.size() == column.size() + 1 &&
+                          found.name.back() > after &&
+                          found.name.back() <= most;
+    if (!sensible) {
+        why = answer_that_makes_no_sense();
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(found.name.back());
+}
 
 const char *state_name(long state) {
     static const char *const names[] = {"waiting", "running", "successful",
@@ -213,24 +236,12 @@ Looked CopyTable::look(int32_t index) {
 std::optional<int32_t> CopyTable::next(int32_t after, Answer &why) {
     Oid column = entry_;
     column.push_back(status_column);
-    Answer answer =
-        session_.next(after == 0 ? column : name(status_column, after));
-    if (answer.kind != Answer::values) {
-        why = answer;
+    const auto index =
+        next_index(session_, column, static_cast<uint32_t>(after),
+                   std::numeric_limits<int32_t>::max(), why);
+    if (!index)
         return std::nullopt;
-    }
-    const Value &found = answer.found.front();
-    if (!found.is_number() || !starts_with(found.name, column))
-        return 0;
-    const bool sensible =
-        found.name.size() == column.size() + 1 &&
-        found.name.back() > static_cast<oid>(after) &&
-        found.name.back() <= std::numeric_limits<int32_t>::max();
-    if (!sensible) {
-        why = answer_that_makes_no_sense();
-        return std::nullopt;
-    }
-    return static_cast<int32_t>(found.name.back());
+    return static_cast<int32_t>(*index);
 }
 
 std::optional<Answer> CopyTable::rows(std::vector<Row> &to) {

@@ -144,8 +144,12 @@ std::string fitted(std::string_view text, size_t columns) {
     return kept + std::string(dots);
 }
 
-std::string aligned(const std::vector<std::vector<std::string>> &lines) {
+std::string aligned(const TableLines &lines) {
     std::vector<size_t> widths;
+    return aligned(lines, widths);
+}
+
+std::string aligned(const TableLines &lines, std::vector<size_t> &widths) {
     for (const auto &line : lines)
         for (size_t i = 0; i < line.size(); ++i) {
             if (widths.size() <= i)

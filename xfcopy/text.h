@@ -33,8 +33,11 @@ size_t width(std::string_view text);
 std::string fitted(std::string_view text, size_t columns);
 
 // Lines of a table with aligned columns, two blanks between them; the cells
-// are made by `shown`. Each line ends with a newline.
-std::string aligned(const std::vector<std::vector<std::string>> &lines);
+// are made by `shown`. Each line ends with a newline. `widths` are those of the
+// columns so far, for a table that is printed in pieces.
+using TableLines = std::vector<std::vector<std::string>>;
+std::string aligned(const TableLines &lines);
+std::string aligned(const TableLines &lines, std::vector<size_t> &widths);
 
 // "5.2 s", from hundredths of a second.
 std::string seconds_text(uint64_t hundredths);

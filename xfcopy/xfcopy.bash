@@ -15,7 +15,7 @@ _xfcopy() {
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;
-    --vrf | --timeout | --wait-busy | --index | --password-fd | --*root)
+    --vrf | --timeout | --wait-busy | --index | --password-fd | --last | --*root)
         return
         ;;
     -l)
@@ -29,8 +29,8 @@ _xfcopy() {
     esac
     if [[ $current == -* ]]; then
         _xfcopy_candidates "--vrf --notify --no-wait --keep --timeout
-            --wait-busy --index --password-file --password-fd --json --quiet
-            --root --history-root --help --version"
+            --wait-busy --index --password-file --password-fd --last --json
+            --quiet --root --history-root --help --version"
         return
     fi
     # Bash takes the colon of a URL for the end of a word.

@@ -39,7 +39,6 @@ constexpr uint64_t saves_looked_at = 100;
 HistoryLog &history = *new HistoryLog;
 Syncer &syncer = *new Syncer;
 bool on = false;
-std::string directory;
 std::string report_directory; // not on the disk: it may be what is full
 
 // A row status that may start a copy, while the module acts on it.
@@ -71,14 +70,18 @@ std::string path_of_report(uint64_t number) {
     return report_directory + "/" + std::to_string(number) + ".report";
 }
 
+void log_error(int error) {
+    if (error != 0)
+        log_message(LOG_ERR, "history: %s", strerror(error));
+}
+
 void append(const HistoryEntry &entry) {
     if (!history.append(entry))
-        log_message(LOG_ERR, "history: %s", strerror(errno));
+        log_error(errno);
 }
 
 void sync() {
-    if (int error = syncer.take_error())
-        log_message(LOG_ERR, "history: %s", strerror(error));
+    log_error(syncer.take_error());
     syncer.ask(history.directory());
 }
 
@@ -136,7 +139,7 @@ uint64_t port_of(uint64_t protocol) {
     }
 }
 
-// The entry of a row that is being acted on.
+// The entry of a row that is being acted on: `activation` is set.
 HistoryEntry &begin(const CopyRow &row) {
     HistoryEntry entry = row.asked;
     if (entry.vrf.empty())
@@ -151,12 +154,13 @@ HistoryEntry &begin(const CopyRow &row) {
     return added;
 }
 
+// The row that is being acted on: `activation` is set.
 std::optional<CopyRow> activated_row() {
     return read_copy_row(*activation->column, *activation->status);
 }
 
 // The entry of a copy that the module is starting, which is when its row is
-// read: most requests start none. NULL if it has one.
+// read: a request that is refused costs nothing. NULL if it has one.
 HistoryEntry *begin_activated() {
     if (!activation || begun)
         return nullptr;
@@ -190,17 +194,13 @@ void mark_interrupted(HistoryEntry &entry) {
     append(entry);
 }
 
-bool load(uint32_t rows) {
-    std::vector<HistoryEntry> entries;
-    if (!history.open(open_private_directory(directory), rows, entries))
-        return false;
+void take_over(std::vector<HistoryEntry> &entries) {
     for (HistoryEntry &each : entries) {
         if (each.state == CopyState::running)
             mark_interrupted(each);
         history_table_add(each);
     }
     forget_reports();
-    return true;
 }
 
 // -- Copies --
@@ -345,14 +345,20 @@ int watch(netsnmp_mib_handler *handler, netsnmp_handler_registration *column,
 }
 
 void start(uint32_t rows) {
-    directory = settings()->state_directory + "/history";
+    const std::string directory = settings()->state_directory + "/history";
     report_directory = settings()->run_directory + "/reports";
+    std::vector<HistoryEntry> entries;
+    // Nobody is shown an empty history in the place of one that is not read.
+    if (!history.open(open_private_directory(directory), rows, entries)) {
+        log_message(LOG_ERR, "there is no history: %s", strerror(errno));
+        return;
+    }
     if (!history_table_start(rows, refresh))
         return;
-    on = load(rows);
-    if (!on || !sync_history(history.directory()))
-        log_message(LOG_ERR, "%shistory: %s", on ? "" : "there is no ",
-                    strerror(errno));
+    take_over(entries);
+    on = true;
+    if (!sync_history(history.directory()))
+        log_error(errno);
 }
 
 } // namespace
@@ -371,8 +377,11 @@ void history_start() {
 }
 
 void history_end() {
-    if (on)
-        sync_history(history.directory());
+    if (!on)
+        return;
+    log_error(syncer.take_error());
+    if (!sync_history(history.directory()))
+        log_error(errno);
 }
 
 void history_offer(const char *context) {

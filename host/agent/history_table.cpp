@@ -215,11 +215,28 @@ bool register_newest(const char *context) {
                nullptr, context) == MIB_REGISTERED_OK;
 }
 
+void unregister_newest(const char *context) {
+    oid name[OID_LENGTH(newest_name)];
+    std::copy(std::begin(newest_name), std::end(newest_name), name);
+    unregister_mib_context(name, OID_LENGTH(name), DEFAULT_MIB_PRIORITY, 0, 0,
+                           context);
+}
+
+// Both objects or none: it may be tried again.
+bool register_both(const char *context) {
+    if (!register_newest(context))
+        return false;
+    const bool both = register_table(context);
+    if (!both)
+        unregister_newest(context);
+    return both;
+}
+
 bool register_in(const char *context) {
-    if (!contexts.insert(context).second)
+    const auto [place, is_new] = contexts.insert(context);
+    if (!is_new || register_both(context))
         return true;
-    if (register_newest(context) && register_table(context))
-        return true;
+    contexts.erase(place);
     log_message(LOG_ERR, "the history cannot be registered in context \"%s\"",
                 context);
     return false;

@@ -18,7 +18,8 @@ namespace xfhost {
 bool history_table_start(uint32_t limit,
                          std::function<void(HistoryEntry &)> refresh);
 
-// The objects in a context, too, if they are not there yet.
+// The objects in a context, too, if they are not there yet. What cannot be
+// registered is logged, and tried again by the next call.
 void history_table_offer(const char *context);
 
 // Adds an entry with a number above all others; the oldest one makes room. The

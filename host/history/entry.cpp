@@ -44,22 +44,6 @@ constexpr Text texts[] = {{"asker", &HistoryEntry::asker},
                           {"file", &HistoryEntry::file},
                           {"user", &HistoryEntry::user}};
 
-struct ReportNumber {
-    std::string_view name;
-    uint64_t Report::*field;
-};
-constexpr ReportNumber report_numbers[] = {{"refused", &Report::refused},
-                                           {"first", &Report::first_refused}};
-
-struct ReportText {
-    std::string_view name;
-    std::string Report::*field;
-};
-constexpr ReportText report_texts[] = {{"reason", &Report::reason},
-                                       {"advice", &Report::advice},
-                                       {"sha256", &Report::sha256},
-                                       {"refusal", &Report::refusal}};
-
 // Octets that are not printable, and '%', as '%' and two hexadecimal digits.
 void add_escaped(std::string &line, std::string_view text) {
     constexpr char digits[] = "0123456789abcdef";

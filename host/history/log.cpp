@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <functional>
 #include <map>
+#include <optional>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -19,8 +20,10 @@ constexpr size_t longest_line = 16384;
 using Entries = std::map<uint64_t, HistoryEntry>;
 
 // Calls `take` with every line of a file; one that is too long is passed over.
-// Returns whether the file ends in the middle of a line.
-bool read_lines(int fd, const std::function<void(std::string_view)> &take) {
+// Returns whether the file ends in the middle of a line; nothing, with errno
+// set, if it could not be read to its end.
+std::optional<bool>
+read_lines(int fd, const std::function<void(std::string_view)> &take) {
     std::string text;
     char buffer[65536];
     bool too_long = false;
@@ -28,7 +31,9 @@ bool read_lines(int fd, const std::function<void(std::string_view)> &take) {
         ssize_t count = read(fd, buffer, sizeof buffer);
         if (count < 0 && errno == EINTR)
             continue;
-        if (count <= 0) {
+        if (count < 0)
+            return std::nullopt;
+        if (count == 0) {
             if (!too_long) // it may lack the newline alone
                 take(text);
             return too_long || !text.empty();
@@ -71,12 +76,16 @@ bool HistoryLog::open(Fd directory, uint32_t rows,
     if (!file_)
         return false;
     Entries found;
-    if (Fd old = open_private_file(directory_.get(), old_name, O_RDONLY))
-        read_lines(old.get(),
-                   [&](std::string_view line) { keep(found, line, rows_); });
+    const auto take = [&](std::string_view line) { keep(found, line, rows_); };
+    const Fd old = open_private_file(directory_.get(), old_name, O_RDONLY);
+    // Without its numbers some would be given twice.
+    if (old ? !read_lines(old.get(), take) : errno != ENOENT)
+        return false;
     const uint64_t before = found.empty() ? 0 : found.rbegin()->first;
-    cut_off_ = read_lines(
-        file_.get(), [&](std::string_view line) { keep(found, line, rows_); });
+    const auto cut_off = read_lines(file_.get(), take);
+    if (!cut_off)
+        return false;
+    cut_off_ = *cut_off;
     in_file_ = static_cast<uint32_t>(
         std::distance(found.upper_bound(before), found.end()));
     last_number_ = found.empty() ? 0 : found.rbegin()->first;
@@ -122,13 +131,16 @@ bool HistoryLog::append(const HistoryEntry &entry) {
 }
 
 bool sync_history(int directory) {
-    bool done = true;
+    int error = 0;
     for (const char *name : {file_name, old_name}) {
-        Fd fd(openat(directory, name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
-        if (fd)
-            done = fdatasync(fd.get()) == 0 && done;
+        const Fd fd(openat(directory, name, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (fd ? fdatasync(fd.get()) != 0 : errno != ENOENT)
+            error = errno;
     }
-    return fsync(directory) == 0 && done;
+    if (fsync(directory) != 0)
+        error = errno;
+    errno = error;
+    return error == 0;
 }
 
 } // namespace xfhost

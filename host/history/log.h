@@ -21,7 +21,7 @@ class HistoryLog {
   public:
     // Opens the history in a directory, which is then the log's, and reads the
     // newest entries, `rows` at most, in the order of their numbers. False with
-    // errno set.
+    // errno set, also if something of it cannot be read.
     bool open(Fd directory, uint32_t rows, std::vector<HistoryEntry> &entries);
 
     // The number of the next new entry.

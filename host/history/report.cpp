@@ -1,7 +1,6 @@
 #include "host/history/report.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -21,21 +20,6 @@ namespace {
 constexpr off_t kept_room = 4096;
 constexpr std::string_view hexadecimal = "0123456789abcdef";
 
-// The names of the texts and numbers in a record.
-struct Text {
-    std::string_view name;
-    std::string Report::*field;
-};
-constexpr std::array texts = {
-    Text{"reason", &Report::reason}, Text{"advice", &Report::advice},
-    Text{"sha256", &Report::sha256}, Text{"refusal", &Report::refusal}};
-struct Number {
-    std::string_view name;
-    uint64_t Report::*field;
-};
-constexpr std::array numbers = {Number{"refused", &Report::refused},
-                                Number{"first", &Report::first_refused}};
-
 void add(std::string &body, std::string_view name, const std::string &value) {
     if (!value.empty())
         body.append(body.empty() ? "" : "\t")
@@ -47,11 +31,11 @@ void add(std::string &body, std::string_view name, const std::string &value) {
 // A newline in front, too: what is there may have been cut off.
 std::string record_of(const Report &report) {
     std::string body;
-    for (const Text &each : texts)
+    for (const ReportText &each : report_texts)
         add(body, each.name, printable(report.*each.field));
     if (report.octets)
         add(body, "octets", std::to_string(*report.octets));
-    for (const Number &each : numbers)
+    for (const ReportNumber &each : report_numbers)
         if (report.*each.field != 0)
             add(body, each.name, std::to_string(report.*each.field));
     return body.empty() ? "" : "\n" + with_sum(body) + "\n";
@@ -67,10 +51,10 @@ void take_field(std::string_view field, Report &report) {
     const size_t end = std::min(field.find('='), field.size() - 1);
     const std::string_view name = field.substr(0, end);
     const std::string_view value = field.substr(end + 1);
-    for (const Text &each : texts)
+    for (const ReportText &each : report_texts)
         if (name == each.name)
             report.*each.field = printable(value);
-    for (const Number &each : numbers)
+    for (const ReportNumber &each : report_numbers)
         if (name == each.name)
             report.*each.field = number_of(value);
     if (name == "octets")

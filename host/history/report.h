@@ -35,6 +35,22 @@ struct Report {
     std::string refusal;            // why it was refused
 };
 
+// The names of its texts and numbers in a record, and in the history.
+struct ReportText {
+    std::string_view name;
+    std::string Report::*field;
+};
+inline constexpr ReportText report_texts[] = {{"reason", &Report::reason},
+                                              {"advice", &Report::advice},
+                                              {"sha256", &Report::sha256},
+                                              {"refusal", &Report::refusal}};
+struct ReportNumber {
+    std::string_view name;
+    uint64_t Report::*field;
+};
+inline constexpr ReportNumber report_numbers[] = {
+    {"refused", &Report::refused}, {"first", &Report::first_refused}};
+
 // Makes `path` an empty file for one copy, 0600, in a directory that is made
 // 0700 if it is missing. Some room is kept for it, so that a disk that is full
 // later can be told of. False with errno set.

@@ -55,8 +55,10 @@ class SshClient : public Link {
     // `let_in_` has an octet once the login is over; the client takes the
     // password from `password_`, where it is once.
     Pipe to_, from_, log_, let_in_, password_;
+    // What the server sent last, as much as one read had, and the part of it
+    // that nobody has received yet: it points into `ahead_`.
     std::vector<char> ahead_;
-    std::string_view unread_; // of it
+    std::string_view unread_;
     Fd signals_;
     pid_t pid_ = -1;
     bool is_let_in_ = false;

@@ -48,6 +48,8 @@ class Agent(Program):
         self.folder = folder
         # Every failure of a copy; without memory something may be missing.
         self.explains = not no_memory
+        # Reason and advice of the copy that ended last, if it failed.
+        self.why = ()
         self.home = folder / "home"  # where it runs
         self.state = folder / "state"
         self.run_directory = folder / "run"
@@ -202,8 +204,8 @@ class Agent(Program):
             now = self.station.get("xfCopyState", index)
             return now if now in (SUCCESSFUL, FAILED) else None
         end = wait_for(state, f"the end of copy {index}", seconds)
-        if end == FAILED and self.explains:
-            reasons.note_failure(self, index)
+        explained = end == FAILED and self.explains
+        self.why = reasons.note_failure(self, index) if explained else ()
         return end
 
     def succeeds(self, index, seconds=60):

@@ -18,7 +18,7 @@ ALWAYS_NEW = (
     (r"\b\d+ (octets|of \d+ octets)\b", "N octets"),
     (r"127\.\d+\.\d+\.\d+", "192.0.2.1"))
 
-noted = []  # reason and advice of each failed copy since the last row
+noted = []  # reason and advice of each copy that failed since the last row
 
 
 def entry(station):
@@ -45,13 +45,9 @@ def says_nothing(reason):
     return re.search(r"\bunknown( error| reason)?\W*$", reason.lower())
 
 
-def note(reason, advice):
-    noted.append((general(reason), general(advice)))
-
-
 def note_failure(agent, index):
     """Each copy that failed has a reason: it says what was being done, and
-    what to do about it."""
+    what to do about it. Returns both."""
     def known():
         found = entry(agent.station)
         return found if found and found[1] != IN_PROGRESS else None
@@ -63,4 +59,5 @@ def note_failure(agent, index):
     assert reason and not says_nothing(reason), reason
     assert advice, reason
     assert all(" " <= each <= "~" for each in reason + advice)
-    note(reason, advice)
+    noted.append((reason, advice))
+    return reason, advice

@@ -15,19 +15,19 @@ ROWS = pytest.StashKey()
 def fault(request):
     """Writes rows of docs/faults.md: fault(area, what was done, what came of
     it), after the test has seen it come. They count if the test passes. Behind
-    the row is why copies failed meanwhile, for docs/failures.md."""
+    the row is why a copy failed, for docs/failures.md: `why`, its reason and
+    advice or nothing, or else what the one that has failed since the row
+    before said."""
     rows = request.node.stash.setdefault(ROWS, [])
-    why = {}
     reasons.noted.clear()
 
-    def write(*row):
-        nonlocal why
-        # Several rows may be about one copy.
-        if reasons.noted or "failed" not in row[-1]:
-            why = dict.fromkeys(reasons.noted)  # each once, in their order
+    def write(area, what, outcome, why=None):
+        found = {tuple(map(reasons.general, each))
+                 for each in (reasons.noted if why is None else [why])}
         reasons.noted.clear()
-        rows.append((*row, name_of(request.node),
-                     *(text for each in why for text in each)))
+        assert len(found) <= 1, "a row for each copy, please, or its `why`"
+        rows.append((area, what, outcome, name_of(request.node),
+                     *(text for each in found for text in each)))
     return write
 
 

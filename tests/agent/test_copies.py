@@ -260,13 +260,13 @@ def test_server_that_takes_nothing(agent, station, make_tftp_server,
     server = make_tftp_server(options=[], user="root")
     old = server.offer("old.cfg", b"hostname old\n")
     agent.running_config(b"hostname new\n")
-    station.set(go(upload(1, "old.cfg")))
-    assert agent.fails(1) == BAD_FILE_NAME
-    station.set(go(upload(2, "new.cfg")))
-    assert agent.fails(2) == BAD_FILE_NAME
+    for index, kind in enumerate(["old", "new"], 1):
+        station.set(go(upload(index, f"{kind}.cfg")))
+        assert agent.fails(index) == BAD_FILE_NAME
+        fault("Servers", f"TFTP server that takes no file, {kind} one",
+              "row failed, badFileName")
     assert server.content("old.cfg") == old
     assert not (server.files / "new.cfg").exists()
-    fault("Servers", "TFTP server that takes no file", "row failed, badFileName")
 
 
 @pytest.mark.parametrize("code, cause", [

@@ -247,14 +247,14 @@ def test_full_staging_directory(mount_small, make_agent, make_double, fault):
     assert outcome == "row failed, unknown"
     assert "up.cfg" not in double.files
     agent.nothing_staged()
+    fault("Disk", "staging directory full, upload",
+          f"{outcome}, nothing sent, nothing left")
     agent.station.set(go(download(2, "down.cfg", double.address)))
     fetched = outcome_of(agent, 2)
     assert fetched == "row failed, noMem"
     assert agent.running_config() == big
     agent.nothing_staged()
     agent.running_config(b"hostname one\n")
-    fault("Disk", "staging directory full, upload",
-          f"{outcome}, nothing sent, nothing left")
     fault("Disk", "staging directory full, download",
           f"{fetched}, nothing left; {goes_on(agent, double)} with less")
 
@@ -342,16 +342,20 @@ def test_damaged_running_configuration(with_manager, make_double, fault,
     before = startup(agent)
     file = agent.state / "running-config"
     file.unlink() if damage is None else file.write_bytes(damage)
-    for copy, expected in (
-            (go(upload(2, "up.cfg", double.address)), "row failed, unknown"),
-            (save(2), "row failed, saveFailed"),
-            (go(download(2, "down.cfg", double.address)),
+    crash = f"running configuration {words} by a crash"
+    for what, copy, expected in (
+            ("upload", go(upload(2, "up.cfg", double.address)),
+             "row failed, unknown"),
+            ("save", save(2), "row failed, saveFailed"),
+            ("download", go(download(2, "down.cfg", double.address)),
              "row failed, unknown")):
         agent.station.set(copy)
         assert outcome_of(agent, 2) == expected
         forget(agent, 2)
         assert startup(agent) == before
         assert agent.running_config() == (damage or b"")
+        fault("Disk", f"{crash}, {what}",
+              f"{expected}, startup configuration unchanged")
     assert "up.cfg" not in double.files
     agent.nothing_staged()
     assert "running-config is damaged" in agent.log
@@ -361,9 +365,7 @@ def test_damaged_running_configuration(with_manager, make_double, fault,
     agent.station.set(go(download(3, "down.cfg", double.address)))
     agent.succeeds(3)
     assert agent.running_config().startswith(b"hostname two\n")
-    fault("Disk", f"running configuration {words} by a crash",
-          "upload, save and download failed, startup configuration unchanged; "
-          f"once accepted, {goes_on(agent, double)}")
+    fault("Disk", f"{crash}, accepted", goes_on(agent, double))
 
 
 def test_save_on_a_full_disk(mount_small, with_manager, fault):

@@ -10,8 +10,8 @@ import pytest
 
 import lab
 from faults import forget, startup_to_running, wait_for_copy_process
-from history import (FAILED, IN_PROGRESS, INTERRUPTED, SUCCESSFUL,
-                     TIMES, ended, entries, line_of, newest)
+from history import (FAILED, IN_PROGRESS, INTERRUPTED, NEWEST, SUCCESSFUL,
+                     TIMES, ended, entries, fill, line_of, newest)
 from saves import ALL_STARTUP, FABRIC_STARTUP, SAVE_FAILED, SAVE_REFUSED, save
 from snmp import (BAD_FILE_NAME, NETWORK, RUNNING, STARTUP, UNKNOWN, Failure,
                   download, go, row, upload)
@@ -196,7 +196,7 @@ def test_agent_that_dies(make_agent, make_double):
     assert found[2].reason == \
         "The agent ended before the copy did. It was slow."
     assert found[2].advice and found[2].octets == 77
-    assert found[2].ended >= found[2].started
+    assert found[2].ended >= found[2].started  # both in tenths of a second
     double.gate.set()
     wait_for(lambda: not list(agent.staging.iterdir()), "the copy process")
     assert os.listdir(agent.state / "history") == ["history"]
@@ -322,20 +322,8 @@ def test_another_agent_leaves_it_alone(make_agent, make_double):
     assert ended(agent.station).state == SUCCESSFUL
 
 
-def filled(agent, rows):
-    """As many copies as the history keeps, from earlier days."""
-    folder = agent.state / "history"
-    folder.mkdir(mode=0o700)
-    file = folder / "history"
-    file.write_text("".join(line_of(
-        f"number={number}\trow=7\tsource=4\tdestination=1\tprotocol=1\t"
-        f"asked=17000000000\tstate=3\tfile=sw1.cfg") for number in
-        range(1, rows + 1)))
-    file.chmod(0o600)
-
-
 def test_long_history_is_walked(make_agent):
-    agent = make_agent(prepare=lambda each: filled(each, 1000))
+    agent = make_agent(prepare=lambda each: fill(each, range(1, 1001)))
     start = time.monotonic()
     rows = entries(agent.alice, "snmpbulkwalk", "-Cr100")
     took = time.monotonic() - start
@@ -343,6 +331,44 @@ def test_long_history_is_walked(make_agent):
     assert {each.file for each in rows.values()} == {"sw1.cfg"}
     assert took < 20  # 23000 values; a search from the start for each is minutes
     assert newest(agent.station)[0] == 1000
+
+
+@pytest.mark.parametrize("name", ["history", "history.old"])
+def test_history_that_cannot_be_read(make_agent, name):
+    """It is not shown as an empty or a shorter one, nor gone on with."""
+    def spoil(agent):
+        fill(agent, range(1, 4))
+        folder = agent.state / "history"
+        (folder / "history").rename(folder / "aside")
+        (folder / "history").touch(mode=0o600)
+        (folder / name).unlink(missing_ok=True)
+        (folder / name).symlink_to("aside")
+    agent = make_agent(prepare=spoil)
+    assert "there is no history: Too many levels of symbolic links" in agent.log
+    assert "No Such Object" in agent.station.run(
+        "snmpget", "-Oqv", agent.station.peer, NEWEST)
+    assert entries(agent.station) == {}
+
+
+def test_disk_that_fails_at_the_end_is_told(make_agent, make_double):
+    agent = make_agent()
+    double = make_double(agent)
+    agent.running_config(b"hostname one\n")
+    double.gate.clear()
+    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    wait_for(lambda: double.requests, "the transfer")
+    file = agent.state / "history/history"
+    file.rename(file.with_name("aside"))
+    file.symlink_to("aside")  # which is not opened to be synced
+    double.gate.set()
+    assert ended(agent.station).state == SUCCESSFUL
+    file.with_name("aside").replace(file)
+    agent.idle()
+    assert "history: " not in agent.log
+    agent.stop()
+    assert agent.log.count("history: Too many levels of symbolic links") == 1
+    agent.start()
+    assert newest(agent.station)[0] == 1
 
 
 VIEWS = """\

@@ -49,7 +49,7 @@ def try_download(trial, act):
             if act.ends else trial.succeeds(columns, running=FETCHED)
     # Whatever the server takes it for, nothing is sent to it.
     assert not opcodes(server.heard) & {WRITE, DATA}
-    return f"TFTP download: server {act.words}", outcome
+    return f"TFTP download: server {act.words}", outcome, trial.why
 
 
 def try_upload(trial, act):
@@ -60,7 +60,7 @@ def try_upload(trial, act):
             if act.ends else trial.succeeds(columns)
     assert server.files == ({} if act.ends else {"up.cfg": trial.running})
     assert not opcodes(server.heard) & {READ, ACKNOWLEDGE}
-    return f"TFTP upload: server {act.words}", outcome
+    return f"TFTP upload: server {act.words}", outcome, trial.why
 
 
 @contextlib.contextmanager
@@ -81,7 +81,7 @@ def try_some(trial, acts, try_out):
             rows.append(try_out(trial, act))
         except AssertionError as failure:
             raise AssertionError(act.words) from failure
-    return rows + [("the agent of those before", trial.goes_on())]
+    return rows + [("the agent of those before", trial.goes_on(), ())]
 
 
 def try_side_by_side(trials, acts, try_out):
@@ -97,8 +97,8 @@ def try_side_by_side(trials, acts, try_out):
 def test_hostile_servers(make_trial, fault, acts, try_out):
     """Most of the time goes by in waiting: four agents do it side by side."""
     trials = [make_trial() for _ in range(AGENTS)]
-    for words, outcome in try_side_by_side(trials, acts, try_out):
-        fault("Hostile servers", words, outcome)
+    for row in try_side_by_side(trials, acts, try_out):
+        fault("Hostile servers", *row)
 
 
 @pytest.mark.parametrize("try_out, running", [
@@ -108,8 +108,8 @@ def test_large_blocks(make_trial, fault, try_out, running):
     """The client waits six seconds and says everything again after 1.5."""
     trials = [make_trial(running, tftp_packet_seconds=6, tftp_total_seconds=20,
                          download_octets=1_000_000) for _ in range(AGENTS)]
-    for words, outcome in try_side_by_side(trials, LARGE, try_out):
-        fault("Hostile servers", words, outcome)
+    for row in try_side_by_side(trials, LARGE, try_out):
+        fault("Hostile servers", *row)
 
 
 def test_shorter_file_after_large_blocks_were_lost(make_trial, fault):

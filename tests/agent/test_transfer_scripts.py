@@ -8,7 +8,6 @@ import time
 
 import pytest
 
-import reasons
 from tools import ipv6_loopback, mounted, wait_for
 from transfer_client import (BAD_NAME, CONNECTION, DONE, HOST_KEY, LOGIN,
                              NO_SPACE, OTHER, TIMEOUT, USAGE, Client,
@@ -34,10 +33,10 @@ def client(tmp_path, request, fault):
     yield made
     what, _, case = request.node.name.removeprefix("test_").partition("[")
     for program, code, report in made.failures:
-        reasons.note(report["reason"], report["advice"])
         fault("Exit codes of the transfer programs",
               f"`{program}` ends with {code}: {what.replace('_', ' ')}" +
-              f" ({case.rstrip(']')})" * bool(case), "")
+              f" ({case.rstrip(']')})" * bool(case), "",
+              why=(report["reason"], report["advice"]))
 
 
 @pytest.fixture

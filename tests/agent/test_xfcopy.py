@@ -51,6 +51,8 @@ def nothing_left(command):
     assert command.agent.station.rows() == []
 
 
+ROW_KEYS = ["event", "agent", "index", "state", "source", "destination", "vrf",
+            "notify", "elapsed", "cause", "reason", "advice"]
 HISTORY_KEYS = ["event", "agent", "number", "index", "state", "source",
                 "destination", "vrf", "port", "asker", "asked", "started",
                 "ended", "cause", "reason", "advice", "octets", "sha256",
@@ -548,7 +550,12 @@ def test_files_that_cannot_be_applied(failing, content, cause, words):
     shown = failing.run("show", "@", 3).out
     assert cause in shown and "advice" in shown
     assert cause in failing.run("list", "@").out
-    assert failing.run("show", "@", 3, "--json").events[0]["cause"] == cause
+    line = failing.run("show", "@", 3, "--json").events[0]
+    assert list(line) == ROW_KEYS and line["cause"] == cause
+    assert (line["reason"], line["advice"]) == (end["text"], end["advice"])
+    line = failing.run("list", "@", "--json").events[0]
+    assert (line["cause"], line["reason"], line["advice"]) == \
+        (cause, None, None)
 
 
 def test_save_without_a_manager(command):
@@ -694,8 +701,8 @@ def test_texts_of_a_row_are_only_shown(command, words):
     assert all(0x20 <= ord(c) < 0x7f or c == "\n" for c in result.out)
     assert "%1B%5B2J%9B%FF%22%5C" in result.out
     line, end = command.run(*words, "--json").events
-    assert list(line) == ["event", "agent", "index", "state", "source",
-                          "destination", "vrf", "notify", "elapsed", "cause"]
+    assert list(line) == ROW_KEYS
+    assert line["reason"] is None and line["advice"] is None
     assert line["state"] == "not ready"
     assert line["vrf"] == "a\x1b[2J\ufffd\ufffd\"\\\u202eb"
     assert end["status"] == DONE

@@ -21,6 +21,7 @@ from snmp import IN_PROGRESS, go, upload  # noqa: E402
 from tools import free_port  # noqa: E402
 
 CONTRIB = pathlib.Path(__file__).resolve().parents[2] / "contrib/ansible"
+CALLBACKS = pathlib.Path(__file__).parent / "callbacks"
 README = (CONTRIB / "README.md").read_text()
 
 DONE = [f"sw{number}" for number in range(1, 18)]
@@ -96,6 +97,7 @@ class Fleet:
 
     def ansible(self, *command):
         shutil.rmtree(self.folder / "results", ignore_errors=True)
+        (self.folder / "results").mkdir()
         environment = {
             "PATH": f"{BUILD / 'xfcopy'}:{os.environ['PATH']}",
             "HOME": str(self.folder), "LC_ALL": "C.UTF-8",
@@ -103,8 +105,8 @@ class Fleet:
             "ANSIBLE_COLLECTIONS_PATH": str(CONTRIB), "ANSIBLE_NOCOLOR": "1",
             "ANSIBLE_HOME": str(self.folder / "ansible"),
             "ANSIBLE_REMOTE_TEMP": str(self.folder / "ansible/tmp"),
-            "ANSIBLE_CALLBACKS_ENABLED": "tree",
-            "ANSIBLE_CALLBACK_TREE_DIR": str(self.folder / "results"),
+            "ANSIBLE_CALLBACK_PLUGINS": str(CALLBACKS),
+            "RESULTS": str(self.folder / "results"),
             "ASAN_OPTIONS": "detect_leaks=0"}
         done = subprocess.run(
             command, cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
@@ -121,9 +123,8 @@ class Fleet:
             assert json.dumps(password)[1:-1] not in told
 
     def results(self):
-        folder = self.folder / "results"
-        return {each.name: each for each in folder.iterdir()} \
-            if folder.exists() else {}
+        return {each.name: each
+                for each in (self.folder / "results").iterdir()}
 
     def play(self, *words, **variables):
         """The status of the play of README, and the result of each switch."""
@@ -181,6 +182,14 @@ def keep_busy(fleet):
     assert station.get("xfCopyState", 1) == IN_PROGRESS
 
 
+def says_what_came_of_each(done, results):
+    _, said = done.stdout.split("TASK [Say what came of it]")
+    for name, result in results.items():
+        words = json.dumps(f'{result["outcome"]}. {result.get("msg", "")}')
+        assert re.search(rf"ok: \[{name}\] => {{\s*\"msg\": {re.escape(words)}",
+                         said), name
+
+
 def test_one_play(fleet):
     keep_busy(fleet)
     done, results = fleet.play("-vvv")
@@ -196,11 +205,8 @@ def test_one_play(fleet):
         assert not results[name]["changed"]
         assert re.search(words, results[name]["msg"]), results[name]
         assert fleet.sent(name) is None
-    # The second play of README has them all.
-    assert set(results) == {*fleet.peers, "localhost"} and len(results) == 21
-    for name, result in results.items():
-        if name != "localhost":
-            assert f'"{name}: {result["outcome"]}. ' in done.stdout, name
+    assert set(results) == set(fleet.peers) and len(results) == 20
+    says_what_came_of_each(done, results)
     fleet.slow.close()
     fleet.agents[BUSY].fails(1)
 
@@ -214,13 +220,21 @@ def test_the_next_play_does_what_is_left(fleet):
     again = {"sw2", "sw3", BUSY}
     for name in {"sw1", *again} - {BUSY}:
         (fleet.server.files / f"{name}.cfg").unlink()
-    done, results = fleet.play("--limit", f"sw1,{','.join(again)},localhost")
+    done, results = fleet.play("--limit", f"sw1,{','.join(again)}")
     assert done.returncode == 0
     assert results["sw1"]["outcome"] == "fresh"
     assert not results["sw1"]["changed"] and fleet.sent("sw1") is None
     for name in again:
         assert results[name]["outcome"] == "done" and results[name]["changed"]
         assert fleet.sent(name) == f"hostname {name}\n".encode()
+
+
+def test_what_came_of_it_is_said_when_all_fail(fleet):
+    done, results = fleet.play("--limit", f"{DOWN},{REFUSING}")
+    assert done.returncode == 2
+    assert {name: each["outcome"] for name, each in results.items()} == \
+        {DOWN: "no-answer", REFUSING: "access"}
+    says_what_came_of_each(done, results)
 
 
 def test_without_options_snmp_conf_counts(fleet):

@@ -245,6 +245,37 @@ TEST_F(History, SomebodyElsesLinkIsNotFollowed) {
     EXPECT_FALSE(support::exists(support::directory() + "/elsewhere"));
 }
 
+// What only the old file has would be given another number.
+TEST_F(History, OldFileThatCannotBeReadIsNotLeftOut) {
+    open(2);
+    add_many(3);
+    std::filesystem::rename(old(), path + "/aside");
+    std::filesystem::create_symlink("aside", old());
+    EXPECT_FALSE(log.open(open_private_directory(path), 2, entries));
+    EXPECT_EQ(errno, ELOOP);
+    std::filesystem::rename(path + "/aside", old());
+    EXPECT_EQ(open(2), (Numbers{2, 3}));
+}
+
+TEST_F(History, FileThatCannotBeOpenedIsNotSynced) {
+    open(10);
+    add();
+    EXPECT_TRUE(sync_history(log.directory())); // there is no old file
+    pid_t child = fork();
+    if (child == 0) {
+        const int lowest_free = dup(log.directory());
+        close(lowest_free);
+        struct rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(lowest_free);
+        setrlimit(RLIMIT_NOFILE, &limit);
+        _exit(!sync_history(log.directory()) && errno == EMFILE ? 0 : 1);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 // A disk that is full for a moment, as a limit on the size of a file.
 TEST_F(History, FullDiskLosesOneEntry) {
     open(10);

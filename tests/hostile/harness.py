@@ -63,6 +63,7 @@ class Trial:
         self.running = running
         self.index = 0
         self.took = 0  # by the last copy, in seconds
+        self.why = ()  # it failed: reason and advice
         self.processes = processes_of(agent)
         self._good_copy()
         self.before = self._traces()
@@ -113,6 +114,7 @@ class Trial:
         self.agent.station.set(go(columns_of(self.index)))
         state = self.agent.ended(self.index, seconds)
         self.took = time.monotonic() - began
+        self.why = self.agent.why
         cause = self.agent.station.get("xfCopyFailCause", self.index)
         self.agent.idle()
         forget(self.agent, self.index)

@@ -58,6 +58,7 @@ TEST(Options, Commands) {
     EXPECT_EQ(Line({"history", "a"}).options.words, (Words{"a"}));
     EXPECT_EQ(Line({"history", "a", "1"}).options.words, (Words{"a", "1"}));
     EXPECT_NE(Line({"history", "a", "1", "2"}).problem, "");
+    EXPECT_EQ(Line({"history", "a", "--last", "7"}).options.last, 7);
     EXPECT_EQ(
         Line({"history", "a", "--history-root", "1.3.6"}).options.history_root,
         (Oid{1, 3, 6}));
@@ -122,6 +123,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{{"list", "a", "--root="}, "--root : it is not"},
         BadLine{{"list", "a", "--json=1"}, "--json takes no argument"},
         BadLine{{"list", "a", "--vrf=x"}, "--vrf is for copies only"},
+        BadLine{{"a", "running", "all", "--keep", "--last=3"},
+                "--last is for history only, not for copy"},
+        BadLine{{"history", "a", "--last", "0"}, "--last 0"},
+        BadLine{{"history", "a", "5", "--last", "2"}, "exclude"},
         BadLine{{"a", "running", "all", "--vrf="}, "--vrf"},
         BadLine{{"a", "running", "all", "--vrf", std::string(33, 'v')},
                 "1 to 32"},

@@ -84,7 +84,11 @@ TEST_F(Text, FittedTextHasRoom) {
 TEST_F(Text, ColumnsAreAligned) {
     EXPECT_EQ(aligned({{"A", "B"}, {"long", "x"}, {"\xe4\xb8\xad", "y"}}),
               "A     B\nlong  x\n\xe4\xb8\xad    y\n");
-    EXPECT_EQ(aligned({}), "");
+    EXPECT_EQ(aligned(TableLines{}), "");
+    std::vector<size_t> widths;
+    EXPECT_EQ(aligned({{"long", "B"}}, widths), "long  B\n");
+    EXPECT_EQ(aligned({{"A", "B"}}, widths), "A     B\n");
+    EXPECT_EQ(aligned({{"longer", "B"}}, widths), "longer  B\n");
 }
 
 TEST_F(Text, Seconds) {
