@@ -14,9 +14,9 @@ namespace xfhost {
 
 // Puts the guard in front of a file name column, if it is not there yet: a SET
 // of such a name is answered with wrongValue and the module never sees it. The
-// protocol does not matter, because it may be set later. Nothing is put there on
-// other chassis types, or where the setting shell_names allows such names. False
-// if there is no memory.
+// protocol does not matter, because it may be set later. Nothing is put there
+// on other chassis types, or where the setting shell_names allows such names.
+// False if there is no memory.
 bool guard_names(netsnmp_handler_registration *column);
 
 } // namespace xfhost
