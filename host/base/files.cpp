@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -156,15 +157,18 @@ std::string program_path(std::string_view path) {
 }
 
 Fd open_private_directory(const std::string &path) {
-    if (!make_parents(path) || !make_directory(AT_FDCWD, path.c_str()))
-        return Fd();
-    return accept_directory(Fd(open(path.c_str(), directory_flags)));
+    Fd fd(open(path.c_str(), directory_flags));
+    if (!fd && errno == ENOENT && make_parents(path))
+        return open_private_directory_at(AT_FDCWD, path.c_str());
+    return accept_directory(std::move(fd));
 }
 
+// It is made once, and opened often.
 Fd open_private_directory_at(int directory, const char *name) {
-    if (!make_directory(directory, name))
-        return Fd();
-    return accept_directory(Fd(openat(directory, name, directory_flags)));
+    Fd fd(openat(directory, name, directory_flags));
+    if (!fd && errno == ENOENT && make_directory(directory, name))
+        fd = Fd(openat(directory, name, directory_flags));
+    return accept_directory(std::move(fd));
 }
 
 Fd open_state_directory() {
