@@ -81,8 +81,8 @@ Answer answer_that_makes_no_sense() {
     return answer;
 }
 
-std::optional<uint32_t> next_index(Session &session, Oid column, uint32_t after,
-                                   uint32_t most, Answer &why) {
+std::optional<uint32_t> next_index(Session &session, const Oid &column,
+                                   uint32_t after, uint32_t most, Answer &why) {
     Oid name = column;
     if (after != 0)
         name.push_back(after);

@@ -103,8 +103,8 @@ Answer answer_that_makes_no_sense();
 // The index of the row behind `after`, 0 for the first one, in a table with one
 // index that has this column; 0 if there is none. `most` is the largest index.
 // Nothing, with an answer that says why, if the agent did not tell.
-std::optional<uint32_t> next_index(Session &session, Oid column, uint32_t after,
-                                   uint32_t most, Answer &why);
+std::optional<uint32_t> next_index(Session &session, const Oid &column,
+                                   uint32_t after, uint32_t most, Answer &why);
 
 // World wide name as text: octets in hexadecimal, colons between them.
 std::string wwn_text(const std::string &octets);

@@ -204,9 +204,13 @@ bool register_table(const char *context) {
     netsnmp_table_helper_add_index(table, ASN_UNSIGNED);
     table->min_column = first_column;
     table->max_column = last_column;
-    return netsnmp_container_table_register(
-               made, table, container, TABLE_CONTAINER_KEY_NETSNMP_INDEX) ==
-           MIB_REGISTERED_OK;
+    const bool done =
+        netsnmp_container_table_register(made, table, container,
+                                         TABLE_CONTAINER_KEY_NETSNMP_INDEX) ==
+        MIB_REGISTERED_OK;
+    if (!done) // all but this has been freed
+        netsnmp_table_registration_info_free(table);
+    return done;
 }
 
 bool register_newest(const char *context) {
