@@ -27,9 +27,8 @@ Failed of_host_key(std::string_view log) {
     if (log.find("HOST IDENTIFICATION HAS CHANGED") == log.npos)
         return failed.because("the server's host key is not known");
     return failed.because("the server's host key is another than the known one")
-        .advise("Find out why it has changed. Then, on the switch, take the "
-                "old key out of known_hosts and enrol the server again with "
-                "xfenrol.");
+        .advise("Find out why it has changed. Then, on the switch, enrol the "
+                "server again with xfenrol.");
 }
 
 std::string_view last_line(std::string_view log) {

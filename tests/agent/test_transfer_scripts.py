@@ -231,8 +231,13 @@ class TestHostKeys:
         client.trust(None, line)
         assert client.get(protocol, "x", "new") == HOST_KEY
         client.told("host key is another than the known one")
-        assert "old key out of known_hosts" in client.report["advice"]
+        assert client.report["advice"].endswith(
+            " Then, on the switch, enrol the server again with xfenrol.")
         assert (client.state / "known_hosts").read_text() == line
+        assert client.run("xfenrol", "127.0.0.2",
+                          usual[protocol].fingerprint) == 0
+        usual[protocol].offer("again", b"known")
+        assert client.get(protocol, "again", "new") == DONE
 
     def test_enrolled(self, client, usual, protocol):
         server = usual[protocol]
