@@ -90,7 +90,7 @@ def test_a_command_that_nobody_takes_is_noticed():
 def test_a_command_that_is_not_run_is_noticed():
     with pytest.raises(AssertionError, match=r"README.md:\d+: not run"):
         with chapter("README.md", "On a router") as told:
-            told.take("apt install")
+            told.take("apt build-dep")
 
 
 def test_what_stands_for_something_else_is_filled_in():

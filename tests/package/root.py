@@ -9,7 +9,8 @@ import subprocess
 USER = "Debian-snmp"
 # What dpkg, apt and systemd note, and what they were given.
 NOT_COMPARED = re.compile(
-    r"var/(log|cache)/(?!xfplatform)|var/lib/(dpkg|apt|systemd)/|root/|tmp/systemd-|"
+    r"var/(log|cache)/(?!xfplatform)|var/lib/(dpkg|apt)/|root/|tmp/systemd-|"
+    r"var/lib/systemd/(?!deb-systemd-)|"
     r"etc/ld\.so\.cache$|etc/(passwd|group|g?shadow)-$")
 # What is noted there that a package can leave behind.
 NOTED = {"alternatives": "update-alternatives --get-selections",

@@ -6,8 +6,8 @@ nothing is left running.
 
 usage: try_package.py ROOT PACKAGE NEXT-PACKAGE [--systemd]
 
-With --systemd, systemd itself is process 1 of the root; without, units.py does
-what the units say."""
+With --systemd, systemd itself is process 1 of the root, and the exit status 77 if
+it cannot be; without, units.py does what the units say."""
 
 import contextlib
 import os
@@ -27,9 +27,11 @@ for each in ("agent", "docs"):
 from attacks import XFVRF, try_xfvrf  # noqa: E402
 from booted import Booted, NotBooted  # noqa: E402
 from documents import Chapter, chapter, fill, lines_of  # noqa: E402
+from links import check_links  # noqa: E402
 from root import Root, USER, compare  # noqa: E402
-from snmp import (FAILED, IN_PROGRESS, RUNNING, STARTUP,  # noqa: E402
-                  SUCCESSFUL, Station, download, go, row, upload)
+from saves import save  # noqa: E402
+from snmp import (FAILED, IN_PROGRESS, SUCCESSFUL, Station,  # noqa: E402
+                  download, go, row, upload)
 from tools import Program, wait_for  # noqa: E402
 import transfer_servers  # noqa: E402
 from units import Manager  # noqa: E402
@@ -40,11 +42,14 @@ TFTP, FTP, SCP, SFTP = 1, 2, 4, 5
 VRF_CHASSIS = 29
 LIBRARY = "libxfplatform.so.1"
 ENABLED = "/etc/snmp/snmpd.conf.d/config-copy.conf"
+# A folder beside the packages, as a checkout is after a build.
+CHECKOUT = "/root/checkout"
 OVERRIDDEN = "/etc/systemd/system/xfprocd.service.d/frr.conf"
 CONFIGURATION = "hostname router\ncontact operations\nvlan 10\n  name users\n"
 ROUTES = b"ip route 10.1.0.0/24 blackhole\nip route 10.2.0.0/24 blackhole\n"
 # The most that `systemd-analyze security` may say of xfprocd, from 0 to 10.
 EXPOSURE = 2.0
+NOT_BOOTED = 77
 
 
 @contextlib.contextmanager
@@ -116,24 +121,24 @@ class Trial:
     def follow_readme(self, prepare):
         """`prepare` does what an operator has done before the units start."""
         with chapter("README.md", "On a router") as told:
-            told.take("dpkg-buildpackage")  # by scripts/check-package.sh
             lines = [line for block in told.take_all()
                      for line in lines_of(block)]
         assert 5 <= len(lines) <= 10, f"{len(lines)} lines"
-        for line in lines:
+        assert lines[1].startswith("dpkg-buildpackage")
+        for line in lines[2:]:  # those are run by scripts/check-package.sh
             if line.startswith("systemctl enable"):
                 self.verify_units()
                 prepare()
             line = self.filled(line)
             with step(line[:66]):
-                self.follow(line)
+                self.follow(line, CHECKOUT)
 
     def filled(self, text):
         return fill(text, USER=transfer_servers.USER,
                     PASSWORD="'" + transfer_servers.PASSWORD + "'",
                     FINGERPRINT=self.sshd.fingerprint.removeprefix("SHA256:"))
 
-    def follow(self, line):
+    def follow(self, line, folder="/root"):
         """A command of a document."""
         if line.startswith("systemctl "):
             self.manager.run(line.split()[1:])
@@ -142,7 +147,7 @@ class Trial:
             subprocess.run(["bash", "-c", line], check=True,
                            stdout=subprocess.PIPE)
         else:
-            self.root.run(line)
+            self.root.run(f"cd {folder}; {line}")
 
     def configure(self):
         """What an operator has of his own: a configuration and a setting."""
@@ -173,16 +178,23 @@ class Trial:
         exposure = re.search(r"Overall exposure level.*: ([\d.]+) ", shown)
         assert float(exposure[1]) <= EXPOSURE, exposure[0]
 
-    # --- docs/guide.md ------------------------------------------------------
+    # --- other packages -----------------------------------------------------
 
     def try_station(self):
         """Its package needs nothing of the agent's."""
         told = Chapter("docs/guide.md", "The station")
         self.root.run(told.take("apt install"))
-        for file in ("failures", "guide"):
-            assert self.root.run(f"ls /usr/share/doc/xfcopy/{file}.md*")
+        check_links(self.root, "xfcopy")
         assert "xfcopy 0." in self.root.run("xfcopy --version")
         self.root.run("apt purge xfcopy")
+
+    def try_maker(self):
+        """Nor does the one for makers."""
+        self.root.run("apt install ./libconfigcopymib-dev_*.deb")
+        check_links(self.root, "libconfigcopymib-dev")
+        assert self.root.path("/usr/include/libconfigcopymib/platform/trc.h"
+                              ).exists()
+        self.root.run("apt purge --autoremove libconfigcopymib-dev")
 
     # --- copies -------------------------------------------------------------
 
@@ -238,8 +250,7 @@ class Trial:
 
     def check_save(self):
         index = self.next_row()
-        self.station.set(go(row(index, xfCopySourceFileType=RUNNING,
-                                xfCopyDestFileType=STARTUP)))
+        self.station.set(save(index))
         self.succeeds(index)
         shown = self.root.as_agent("qsh -c 'show startup-config'")
         assert shown == self.running_config() != ""
@@ -291,6 +302,25 @@ class Trial:
         wait_for(lambda: procd.running() and procd.pid not in (0, before),
                  "another procd")
         self.check_save()
+
+    def check_rotation(self):
+        """The rules for logs: what was said is kept, what comes is heard."""
+        self.check_protocol(SFTP, self.sshd)
+        errors = self.root.path("/var/log/xfplatform/snmpd.err")
+        records = self.root.path("/var/lib/xfplatform/accounting.log")
+        said = {each: each.read_text() for each in (errors, records)}
+        assert all(said.values())
+        self.root.run("logrotate -f -s /root/rotated "
+                      "/etc/logrotate.d/snmpd-config-copy")
+        for each, text in said.items():
+            assert each.with_name(f"{each.name}.1").read_text() == text
+        assert errors.read_text() == "" and not records.exists()
+        self.check_protocol(SFTP, self.sshd)
+        assert "sftp" in errors.read_text().lower()
+        assert len(records.read_text().splitlines()) < \
+            len(said[records].splitlines())
+        assert self.root.run("stat -c '%U %a' /var/lib/xfplatform/"
+                             "accounting.log") == f"{USER} 600\n"
 
     # --- docs/operation.md --------------------------------------------------
 
@@ -473,8 +503,7 @@ class Trial:
         for name in (ENABLED, "/brim"):
             assert not os.path.lexists(self.root.path(name)), name
         if isinstance(self.manager, Booted):
-            assert agent.running() and agent.pid != before
-            assert not self.manager.unit("xfprocd").running()
+            self.check_without(agent, before)
         else:
             self.manager.run(["stop", "xfprocd"])
             self.manager.run(["restart", "snmpd"])
@@ -489,6 +518,13 @@ class Trial:
         self.check_protocol(SFTP, self.sshd)
         self.check_save()
 
+    def check_without(self, agent, before):
+        """systemd has started the agent anew, as Debian has it."""
+        assert agent.running() and agent.pid != before
+        assert not self.manager.unit("xfprocd").running()
+        errors = self.root.run(f"readlink /proc/{agent.pid}/fd/2")
+        assert "xfplatform" not in errors, errors
+
     def purge(self):
         """With the links that the operator has made."""
         self.root.run("ln -s /usr/libexec/libconfigcopymib/brim /brim")
@@ -502,8 +538,7 @@ class Trial:
         for folder in ("/run/xfplatform", "/var/log/xfplatform"):
             assert not self.root.path(folder).exists(), folder
         if isinstance(self.manager, Booted):
-            assert agent.running() and agent.pid != before
-            assert not self.manager.unit("xfprocd").running()
+            self.check_without(agent, before)
 
     # --- FRR ----------------------------------------------------------------
 
@@ -571,6 +606,8 @@ def try_copies(trial):
         trial.check_save()
     with step("directories and logs are private"):
         trial.check_private()
+    with step("links in the documents"):
+        check_links(trial.root, "snmpd-config-copy")
     with step("commands of docs/operation.md and the manual pages"):
         trial.follow_operation()
         trial.look_at_a_failure()
@@ -611,20 +648,27 @@ def main(folder, package, next_package, *options):
         with step("the agent as Debian has it"):
             trial.start_system(booted)
     except NotBooted:
-        return
+        sys.exit(NOT_BOOTED)
+    if not booted:
+        root.run("apt install logrotate")
     before = root.contents()
     with step("servers for SFTP, SCP, FTP and TFTP"):
         trial.start_servers()
-    station = pathlib.Path(package).parent.glob("xfcopy_*.deb")
-    for each in (package, next_package, *station):
+    for each in pathlib.Path(package).parent.glob("*.deb"):
         shutil.copy(each, root.path("/root/"))
-    with step("the station's package"):
-        trial.try_station()
+    root.path(CHECKOUT).mkdir()
+    if not booted:
+        with step("the packages of the station and of makers"):
+            trial.try_station()
+            trial.try_maker()
     trial.follow_readme(trial.configure)
     if not booted:
         with step(f"systemd-analyze security xfprocd, at most {EXPOSURE}"):
             trial.check_exposure()
     try_copies(trial)
+    if not booted:
+        with step("logrotate"):
+            trial.check_rotation()
     if booted:
         with step("the sandbox of xfprocd, and that it is started again"):
             trial.check_sandbox()
