@@ -57,8 +57,10 @@ struct Settings {
     std::string fabric_file; // empty: there is no fabric
     std::string fabric_key_file;
     std::string fabric_known_hosts;
-    std::string fabric_command =
-        "/brim/bin/qsh -c 'copy running-config startup-config'";
+    // The others are taken for switches with the programs where they are here.
+    std::string fabric_command{
+        std::string(installed_root) +
+        "/brim/bin/qsh -c 'copy running-config startup-config'"};
     std::string ssh_program = "/usr/bin/ssh";
     int fabric_connect_seconds = 5;
     int fabric_switch_seconds = 30;

@@ -194,6 +194,7 @@ class Fabric:
     def settings(self, **more):
         return {"fabric_file": self.file, "fabric_key_file": self.key,
                 "fabric_known_hosts": self.known_hosts,
+                "fabric_command": COMMAND,
                 "fabric_connect_seconds": 2, "fabric_switch_seconds": 4,
                 "management_interface": "lo", **more}
 

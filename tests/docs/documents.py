@@ -49,6 +49,7 @@ STANDS_FOR = {
     "SHARE": r"/usr/share/libconfigcopymib\b",
     "LIBRARY": r"/path/of/libxfplatform\.so\.1",
     "CRASH": r"\bcrash-\.\.\.",
+    "PUBLIC_KEY": r"\bssh-ed25519 PUBLIC-KEY fabric\b",
 }
 
 

@@ -118,6 +118,12 @@ TEST(Settings, BadValuesAreRefused) {
     EXPECT_EQ(s.run_directory, "/run/xfplatform");
 }
 
+TEST(Settings, AFabricOfTheSameInstallation) {
+    EXPECT_EQ(Settings().fabric_command,
+              Settings().root +
+                  "/brim/bin/qsh -c 'copy running-config startup-config'");
+}
+
 TEST(Settings, TheEnvironmentWins) {
     std::string file = config_file("tftp_port 1000\nchassis_type 22\n");
     Settings s;

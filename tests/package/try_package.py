@@ -27,9 +27,10 @@ for each in ("agent", "docs"):
 from attacks import XFVRF, try_xfvrf  # noqa: E402
 from booted import Booted, NotBooted  # noqa: E402
 from documents import Chapter, chapter, fill, lines_of  # noqa: E402
+import fabric  # noqa: E402
 from links import check_links  # noqa: E402
 from root import Root, USER, compare  # noqa: E402
-from saves import save  # noqa: E402
+from saves import FABRIC_STARTUP, save  # noqa: E402
 from snmp import (FAILED, IN_PROGRESS, SUCCESSFUL, Station,  # noqa: E402
                   download, go, row, upload)
 from tools import Program, wait_for  # noqa: E402
@@ -355,6 +356,40 @@ class Trial:
             self.follow(told.take("systemctl restart"))
         self.check_save()
 
+    # --- the fabric ---------------------------------------------------------
+
+    def check_fabric(self):
+        """Another switch is enrolled, and saves when this one is asked to."""
+        other = fabric.Switch(self.root.folder, self.folder / "switch.log")
+        try:
+            with chapter("docs/operation.md", "Fabric") as told:
+                self.enrol(other, told)
+            self.check_save_there(other, "hostname north\n")
+            # It runs what fabric_command says without a command of its own.
+            other.root.run("sed -i 's/,command=.*\" / /' .ssh/authorized_keys")
+            self.check_save_there(other, "hostname northern\n")
+        finally:
+            other.stop()
+        self.root.run("rm -r /etc/xffabric; "
+                      "sed -i /^fabric_/d /etc/xfhost.conf")
+
+    def enrol(self, other, told):
+        for command in (told.take("install"), told.take("ssh-keygen -q")):
+            self.root.run(f"set -e; {command}")
+        self.follow(told.take("systemctl restart"))
+        shown = other.root.run(told.take("ssh-keygen -lf /etc/ssh"))
+        fetched = self.root.run(f"set -e; {told.take('ssh-keyscan')}")
+        assert fetched.split()[1] == shown.split()[1]
+        key = self.root.path("/etc/xffabric/key.pub").read_text().strip()
+        other.root.run(fill(told.take("mkdir"), PUBLIC_KEY=key))
+
+    def check_save_there(self, other, configuration):
+        other.configure(configuration)
+        index = self.next_row()
+        self.station.set(save(index, FABRIC_STARTUP))
+        self.succeeds(index)
+        assert other.startup_config() == configuration
+
     # --- VRFs ---------------------------------------------------------------
 
     def check_vrf(self):
@@ -611,6 +646,8 @@ def try_copies(trial):
     with step("commands of docs/operation.md and the manual pages"):
         trial.follow_operation()
         trial.look_at_a_failure()
+    with step("a fabric: another switch is enrolled, and saves"):
+        trial.check_fabric()
 
 
 def try_changes(trial, next_package):
@@ -638,6 +675,8 @@ def try_frr(trial):
     trial.follow_readme(trial.configure_frr)
     with step("FRR: to the server and back, and saved in frr.conf"):
         trial.check_frr()
+    with step("FRR: a save in the fabric"):
+        trial.check_fabric()
 
 
 def main(folder, package, next_package, *options):
