@@ -14,8 +14,10 @@ import pytest
 import lab
 from faults import (forget, goes_on, outcome_of, saves_on, startup_to_running,
                     wait_for_copy_process, with_held_upload)
+from harness import descriptors_of
 from saves import RUNNING_TEXT, keep_startup, save, startup
-from snmp import CREATE_AND_WAIT, IN_PROGRESS, download, go, row, upload
+from snmp import (CREATE_AND_WAIT, IN_PROGRESS, download, go, name, row,
+                  upload)
 from tftp import TftpDouble
 from tools import can_run, wait_for
 
@@ -142,6 +144,21 @@ def lowest_free(pid):
     return next(number for number in range(1024) if number not in taken)
 
 
+def wait_for_sync(agent):
+    """Until the history has no more open than its directory and its file."""
+    wait_for(lambda: sum("/state/history" in each
+                         for each in descriptors_of(agent)) <= 2,
+             "the history to be on the disk")
+
+
+def patient_state(agent, index):
+    """While the history is synced with the last descriptor the agent refuses
+    everybody: a station asks again."""
+    return int(agent.station.run(
+        "snmpget", "-t", "1", "-r", "30", "-Oqv", agent.station.peer,
+        name("xfCopyState", index)))
+
+
 @pytest.mark.parametrize("spare", [1, 3])
 def test_few_descriptors_left(make_agent, make_double, fault, spare):
     """Without any, a stock agent answers nobody. A copy process has closed
@@ -152,13 +169,16 @@ def test_few_descriptors_left(make_agent, make_double, fault, spare):
     double = make_double(agent)
     agent.running_config(b"hostname one\n")
     goes_on(agent, double)
+    wait_for_sync(agent)
     files = agent.open_files()
     limit(agent, "nofile", lowest_free(agent.pid) + spare)
     agent.station.set(go(upload(1, "up.cfg", double.address)))
-    outcome = outcome_of(agent, 1)
-    assert outcome == "row successful"
+    wait_for(lambda: patient_state(agent, 1) != IN_PROGRESS, "the copy")
     agent.idle()
     limit(agent, "nofile")
+    outcome = outcome_of(agent, 1)
+    assert outcome == "row successful"
+    wait_for_sync(agent)
     assert agent.open_files() == files
     wait_for(lambda: os.listdir(agent.staging) == [], "the staged file to go")
     fault("Descriptors", f"agent with {spare} to spare (RLIMIT_NOFILE)",
