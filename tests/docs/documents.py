@@ -43,7 +43,7 @@ STANDS_FOR = {
     "USER": r"\bUSER\b",
     "PASSWORD": r"\bPASSWORD\b",
     "VRF": r"\bVRF\b",
-    "FOLDER": r"/tmp/xf\b",
+    "FOLDER": r"/tmp/xf-by-hand\b",
     "BUILD": r"\$PWD/build\b|(?<!\S)build(?=/)",
     "SECONDS": r"(?<=fuzz\.sh )60\b",
     "SHARE": r"/usr/share/libconfigcopymib\b",
