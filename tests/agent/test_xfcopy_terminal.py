@@ -75,7 +75,9 @@ def test_line_fits_the_window(held, double, columns):
     assert all(len(line) < columns for line in drawn)
     assert {len(line) for line in drawn} <= {0, columns - 1, len(
         f"0.0 s  running  running to {URL}")}
-    assert any("..." in line for line in drawn) == (columns < 80)
+    # On a slow machine the octets are seen, too, for which 80 are too few.
+    assert any("..." in line for line in drawn if "octets" not in line) == \
+        (columns < 80)
     # The last one is taken away before the result is printed.
     before, _, after = terminal.text.rpartition("\r\x1b[K")
     assert before and f"copied running to {URL}" in after
