@@ -159,12 +159,18 @@ def test_what_is_not_started_has_no_row(make_agent, make_double):
     assert list(entries(station)) == [1, 2]
 
 
-def test_copy_process_that_dies(make_agent, make_double):
+def begin_held_copy(make_agent, make_double):
+    """An agent whose copy waits for its server, which goes on with its gate."""
     agent = make_agent()
     double = make_double(agent)
     agent.running_config(b"hostname one\n")
     double.gate.clear()
     agent.station.set(go(upload(1, "up.cfg", double.address)))
+    return agent, double
+
+
+def test_copy_process_that_dies(make_agent, make_double):
+    agent, double = begin_held_copy(make_agent, make_double)
     os.kill(wait_for_copy_process(agent), signal.SIGKILL)
     found = ended(agent.station)
     double.gate.set()
@@ -302,11 +308,7 @@ def test_save_that_outlives_the_agent(with_manager):
 
 
 def test_another_agent_leaves_it_alone(make_agent, make_double):
-    agent = make_agent()
-    double = make_double(agent)
-    agent.running_config(b"hostname one\n")
-    double.gate.clear()
-    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    agent, double = begin_held_copy(make_agent, make_double)
     before = files_of(agent)
     folder = agent.folder / "other"
     folder.mkdir()
@@ -351,11 +353,7 @@ def test_history_that_cannot_be_read(make_agent, name):
 
 
 def test_disk_that_fails_at_the_end_is_told(make_agent, make_double):
-    agent = make_agent()
-    double = make_double(agent)
-    agent.running_config(b"hostname one\n")
-    double.gate.clear()
-    agent.station.set(go(upload(1, "up.cfg", double.address)))
+    agent, double = begin_held_copy(make_agent, make_double)
     wait_for(lambda: double.requests, "the transfer")
     file = agent.state / "history/history"
     file.rename(file.with_name("aside"))
