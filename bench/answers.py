@@ -66,6 +66,12 @@ class Busy:
         assert len(collected) == self.switches
 
     def hang_up(self):
+        # An operator's agent keeps its users. This file has a createUser: keys
+        # are made of a megabyte of passwords, 10 ms each time it is read.
+        settings = self.agent.configuration
+        settings.write_text("".join(
+            line for line in settings.read_text().splitlines(True)
+            if not line.startswith("createUser ")))
         self.agent.hang_up()
 
     def age_out(self):
