@@ -10,6 +10,15 @@ if(XF_SANITIZE)
     target_link_options(xf_flags INTERFACE -fsanitize=address,undefined)
 endif()
 
+# For what drives the code under test: it is to be built quickly, which took most
+# of the time of a build.
+add_library(test_flags INTERFACE)
+target_compile_options(test_flags INTERFACE -O0 -g1)
+# xf_read_googletest_once(TARGET): and not for each of its files.
+function(xf_read_googletest_once target)
+    target_precompile_headers(${target} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endfunction()
+
 if(XF_COVERAGE)
     target_link_options(xf_flags INTERFACE --coverage)
 endif()

@@ -25,5 +25,12 @@ find "${folders[@]}" -name '*.[ch]' -o -name '*.cpp' |
     xargs clang-format --dry-run --Werror
 check_with_cppcheck .cppcheck infra host platform xfcopy bench
 check_with_cppcheck tests/.cppcheck tests
-find infra host xfcopy tests bench -name '*.cpp' -print0 |
-    xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build-lint 2>/dev/null
+
+tidy() { # OPTION...: the files that are its input, with a null behind each
+    xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet "$@" 2>/dev/null
+}
+find tests -name '*_test.cpp' -print0 |
+    xargs -0 scripts/lint/group_tests.py build-lint |
+    tidy -p build-lint/grouped --config-file=tests/.clang-tidy
+find infra host xfcopy tests bench -name '*.cpp' ! -name '*_test.cpp' -print0 |
+    tidy -p build-lint
