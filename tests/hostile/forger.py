@@ -120,7 +120,8 @@ class Sender:
 
 
 def open_ports(family, lowest):
-    """Addresses and ports of sockets that wait for anybody's datagrams."""
+    """Addresses and ports of sockets that wait for anybody's datagrams. Not those
+    at the servers' own addresses: in.tftpd can be deceived before it connects."""
     table = "udp" if family == socket.AF_INET else "udp6"
     loopback = "127.0.0.1" if family == socket.AF_INET else "::1"
     with open(f"/proc/net/{table}") as sockets:
@@ -129,9 +130,11 @@ def open_ports(family, lowest):
             words = [int(text[i:i + 8], 16) for i in range(0, len(text), 8)]
             address = socket.inet_ntop(family,
                                        struct.pack(f"={len(words)}I", *words))
-            if int(port, 16) >= lowest:
-                yield (loopback if address in ("0.0.0.0", "::") else address,
-                       int(port, 16))
+            if address in ("0.0.0.0", "::"):
+                address = loopback
+            if int(port, 16) >= lowest and (
+                    address == loopback or not address.startswith("127.")):
+                yield address, int(port, 16)
 
 
 def forge_locally(lowest):
