@@ -117,12 +117,21 @@ class Agent(Program):
 
     def answers(self):
         assert self.running(), "the agent ended"
+        if not self.listens():
+            return False
         try:
             self.station.run("snmpget", "-t", "1", self.station.peer,
                              ".1.3.6.1.2.1.1.3.0")
         except Failure:
             return False
         return True
+
+    def listens(self):
+        """Whether a request would reach it: an answer that cannot come would be
+        waited for."""
+        with open(f"/proc/{self.pid}/net/udp") as sockets:
+            return any(line.split()[1].endswith(f":{self.port:04X}")
+                       for line in list(sockets)[1:])
 
     def hang_up(self):
         """SIGHUP: the agent reads its configuration and loads the module

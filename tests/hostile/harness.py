@@ -139,9 +139,13 @@ class Trial:
                  "the processes of the copy to end")
         # The agent has a file of its own open now and then, and sweeps the
         # staging directory every five seconds if a process was slow to end.
+        left = {}
+
+        def nothing():
+            left.update(self._traces())
+            return left == self.before
         with contextlib.suppress(AssertionError):
-            wait_for(lambda: self._traces() == self.before, "that", 15)
-        left = self._traces()
+            wait_for(nothing, "that", 15)
         assert left == self.before, "\n".join(
             f"{each}: {left[each]}, before: {self.before[each]}"
             for each in left if left[each] != self.before[each])
