@@ -78,8 +78,8 @@ bool listens(int port) {
     return false;
 }
 
-// One that nobody listens on, below those that the system gives to clients; each
-// process begins at another.
+// One that nobody listens on, below those that the system gives to clients;
+// each process begins at another.
 int free_port() {
     int port = 19000 + getpid() % 990;
     while (listens(port))
