@@ -6,6 +6,7 @@ import shlex
 import signal
 import struct
 import subprocess
+import time
 
 import reasons
 from snmp import FAILED, SUCCESSFUL, Failure, Station, v3_user
@@ -231,7 +232,13 @@ class Agent(Program):
         wait_for(lambda: not children_of(self.pid), "copy processes to end")
 
     def open_files(self):
-        return len(os.listdir(f"/proc/{self.pid}/fd"))
+        """How many it keeps open: some are there for a moment only, as while the
+        history is synced."""
+        looks = []
+        for _ in range(10):
+            looks.append(len(os.listdir(f"/proc/{self.pid}/fd")))
+            time.sleep(0.03)
+        return min(looks)
 
     def resident_kib(self):
         with open(f"/proc/{self.pid}/status") as status:

@@ -406,11 +406,13 @@ def test_memory_is_bounded(server, tmp_path, step, octets):
 def test_a_client_that_is_killed_leaves_nothing(server, tmp_path):
     server.offer("x.cfg", OFFERED)
     server.steps = {"middle": silent}
-    for end in ("kill", "terminate"):
+    for number, end in enumerate(("kill", "terminate"), 1):
         run = Run(tmp_path, server)
         with run.start() as client:
-            time.sleep(0.5)
-            assert client.poll() is None and "RETR" in server.commands
+            wait_for(lambda: server.commands.count("RETR") == number,
+                     "the transfer")
+            time.sleep(0.2)
+            assert client.poll() is None
             getattr(client, end)()
         assert client.returncode == (-9 if end == "kill" else 8)
         assert run.staged() == {}

@@ -318,5 +318,5 @@ def test_what_vtysh_does_with_one_exit_too_many(router, told):
     assert router.frr_conf.read_text() == "! precious\n"
 
 
-def test_every_command_was_run(told):
+def test_every_command_was_run(machine, told):
     assert told.left == []
