@@ -61,6 +61,9 @@ build_packages() { # COMMAND...
         CCACHE_DIR=$(ccache --get-config cache_dir)
         export CCACHE_DIR CCACHE_BASEDIR=$source/tree
     fi
+    # An operator says yes to what `apt build-dep` asks.
+    echo 'APT::Get::Assume-Yes "true";' >"$cache/apt.conf"
+    export APT_CONFIG=$cache/apt.conf
     cd "$source/tree" && nice bash -ec "$(printf '%s\n' "$@")"
 }
 
