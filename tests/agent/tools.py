@@ -44,10 +44,22 @@ def wait_for(condition, what, seconds=20):
         time.sleep(min(max(0.01, waited / 10), 0.2))
 
 
-# Below the ports that the system gives to clients, which come and go; each
-# process of tests has a hundred of its own.
-_ports = itertools.cycle(range(20000 + os.getpid() % 120 * 100,
-                               20000 + os.getpid() % 120 * 100 + 100))
+def hundred_of_our_own():
+    """A hundred ports below those that the system gives to clients, which come
+    and go. A socket whose name says which is there as long as this process:
+    another one would ask an agent here that took a dead one's port there."""
+    for number in (each % 120 for each in range(os.getpid(), os.getpid() + 120)):
+        claim = socket.socket(socket.AF_UNIX)
+        try:
+            claim.bind(f"\0ports-of-tests-{number}")
+            return claim, range(20000 + number * 100, 20100 + number * 100)
+        except OSError:
+            claim.close()
+    raise AssertionError("no free ports: too many processes of tests")
+
+
+_claim, _own = hundred_of_our_own()
+_ports = itertools.cycle(_own)
 
 
 def free_port():
