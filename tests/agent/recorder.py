@@ -48,7 +48,8 @@ def pytest_runtest_makereport(item, call):
     if report.failed:
         item.stash[ROWS] = []
     elif report.skipped:
-        item.stash[ROWS] = [("skipped", str(call.excinfo.value), "", test)]
+        why = " ".join(str(call.excinfo.value).split())
+        item.stash[ROWS] = [("skipped", why, "", test)]
     rows = item.stash.get(ROWS, [])
     file = pathlib.Path(folder) / test.replace("/", "-")
     file.parent.mkdir(exist_ok=True)
