@@ -4,7 +4,8 @@
 //   long as it lives; the kernel closes it however the child ends. Without
 //   descriptors for a pipe the child is looked at every some milliseconds.
 // - The first thing that a child does is to say its process id, in a page that
-//   both have. None is said by a child that was never made.
+//   both have. None is said by a child that was never made, nor by one that was
+//   killed before: that one is found among the processes that end.
 // - A child that starts another program loses its end too (close on exec); it
 //   is the agent's own business and is left alone. The kernel knows the
 //   difference: the "forked but never executed" flag of the process.
@@ -12,15 +13,18 @@
 //   is looked at again after some milliseconds instead of blocking the agent.
 #include "host/agent/copy_child.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <memory>
 #include <new>
 #include <optional>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -73,8 +77,17 @@ int held_end = -1; // in a child: its write end, open as long as it lives
 bool in_child = false;
 bool owed_failure = false;
 
-// Flags word of /proc/<pid>/stat; nothing if there is no such process.
-std::optional<unsigned long> process_flags(pid_t pid) {
+// Flags of a process, as the kernel shows them.
+constexpr unsigned long ending = 0x4;
+constexpr unsigned long forked_not_executed = 0x40;
+
+struct ProcessStat {
+    pid_t parent = 0;
+    unsigned long flags = 0;
+};
+
+// From /proc/<pid>/stat; nothing if there is no such process.
+std::optional<ProcessStat> stat_of(pid_t pid) {
     char path[32], text[1024];
     snprintf(path, sizeof path, "/proc/%d/stat", pid);
     Fd fd(open(path, O_RDONLY | O_CLOEXEC));
@@ -82,20 +95,47 @@ std::optional<unsigned long> process_flags(pid_t pid) {
     if (length <= 0)
         return std::nullopt;
     text[length] = 0;
-    // The name before the last parenthesis may hold anything. The flags are
-    // the seventh word behind it.
+    // The name before the last parenthesis may hold anything. The parent is the
+    // second word behind it, the flags are the seventh.
+    ProcessStat found;
     const char *rest = strrchr(text, ')');
-    for (int word = 0; word < 7 && rest != nullptr; word++)
+    for (int word = 1; word <= 7 && rest != nullptr; word++) {
         rest = strchr(rest + 1, ' ');
+        if (word == 2 && rest != nullptr)
+            found.parent = static_cast<pid_t>(strtol(rest, nullptr, 10));
+    }
     if (rest == nullptr)
         return std::nullopt;
-    return strtoul(rest, nullptr, 10);
+    found.flags = strtoul(rest, nullptr, 10);
+    return found;
 }
 
 bool runs_other_program(pid_t pid) {
-    constexpr unsigned long forked_not_executed = 0x40;
-    auto flags = process_flags(pid);
-    return flags && (*flags & forked_not_executed) == 0;
+    auto found = stat_of(pid);
+    return found && (found->flags & forked_not_executed) == 0;
+}
+
+bool is_known(pid_t pid) {
+    return std::any_of(children.begin(), children.end(),
+                       [pid](const Child &child) { return child.pid == pid; });
+}
+
+// One that has ended, or is about to, before it could say its id. 0: none.
+pid_t silent_child() {
+    constexpr unsigned long dead = ending | forked_not_executed;
+    std::unique_ptr<DIR, int (*)(DIR *)> processes(opendir("/proc"), closedir);
+    while (processes) {
+        const dirent *entry = readdir(processes.get());
+        if (entry == nullptr)
+            break;
+        // 0 for what is no number.
+        auto pid = static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
+        auto found = pid > 0 ? stat_of(pid) : std::nullopt;
+        if (found && found->parent == getpid() &&
+            (found->flags & dead) == dead && !is_known(pid))
+            return pid;
+    }
+    return 0;
 }
 
 void pay_failure(unsigned, void *);
@@ -182,8 +222,10 @@ void learn_pid() {
 // is no pipe.
 void look_at(Children::iterator child) {
     learn_pid();
+    if (child->pid == 0 && ++child->looks == most_looks)
+        child->pid = silent_child();
     if (child->pid == 0) {
-        if (++child->looks < most_looks)
+        if (child->looks < most_looks)
             look_again_soon();
         else
             finish(child);
@@ -225,6 +267,8 @@ void pipe_readable(Children::iterator child) {
     loop_unwatch(child->pipe.get());
     child->pipe.reset();
     learn_pid();
+    if (child->pid == 0)
+        child->pid = silent_child();
     if (child->pid == 0)
         finish(child);
     else

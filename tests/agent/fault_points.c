@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -27,10 +28,6 @@
 #define MOST_ARGUMENTS 10
 
 static pid_t agent;
-
-__attribute__((constructor)) static void remember_agent(void) {
-    agent = getpid();
-}
 
 static void reach(const char *step, const char *moment) {
     const char *name = getenv("FAULT_POINT");
@@ -77,6 +74,17 @@ static void *platform_call(const char *name) {
 unsigned sleep(unsigned seconds) {
     usleep(seconds * 100000);
     return 0;
+}
+
+/* Before what the platform has a new process do: it is loaded later. */
+static void be_born(void) {
+    reach("birth", "before");
+}
+
+__attribute__((constructor)) static void remember_agent(void) {
+    agent = getpid();
+    if (pthread_atfork(NULL, NULL, be_born) != 0)
+        abort();
 }
 
 /* The first thing that a new process does is to close what is the agent's. */

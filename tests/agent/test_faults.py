@@ -27,6 +27,7 @@ KILLED = "row failed, unknown, nothing staged"
 REPORTED = "row successful"
 STEPS = {
     "upload": [
+        ("birth before", "before it has done anything", KILLED),
         ("start before", "as soon as it runs", KILLED),
         ("bind before", "before it binds its handle", KILLED),
         ("bind after", "after it has bound its handle", KILLED),
