@@ -44,7 +44,7 @@ def main():
         group = list(group)
         for first in range(0, len(group), TOGETHER):
             some = group[first:first + TOGETHER]
-            file = folder / f"{parent.name}_{first}.cpp"
+            file = folder / f"{len(written)}_{parent.name}.cpp"
             file.write_text("\n".join(grouped(some)) + "\n")
             command = commands[some[0]]
             written.append({

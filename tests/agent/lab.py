@@ -130,9 +130,7 @@ class Agent(Program):
     def listens(self):
         """Whether a request would reach it: an answer that cannot come would be
         waited for."""
-        with open(f"/proc/{self.pid}/net/udp") as sockets:
-            return any(line.split()[1].endswith(f":{self.port:04X}")
-                       for line in list(sockets)[1:])
+        return taken("0.0.0.0", self.port, self.pid)
 
     def hang_up(self):
         """SIGHUP: the agent reads its configuration and loads the module

@@ -48,7 +48,8 @@ def hundred_of_our_own():
     """A hundred ports below those that the system gives to clients, which come
     and go. A socket whose name says which is there as long as this process:
     another one would ask an agent here that took a dead one's port there."""
-    for number in (each % 120 for each in range(os.getpid(), os.getpid() + 120)):
+    for each in range(120):
+        number = (os.getpid() + each) % 120
         claim = socket.socket(socket.AF_UNIX)
         try:
             claim.bind(f"\0ports-of-tests-{number}")
@@ -80,16 +81,17 @@ def ipv6_loopback():
         return False
 
 
-def taken(address, port):
-    """Whether some UDP socket has the port of an address. Only looks: who
-    tries it out takes it from a server that is about to start."""
+def taken(address, port, network="self"):
+    """Whether some UDP socket has the port of an address, in the network of a
+    process. Only looks: who tries it out takes it from a server that is about
+    to start."""
     family, table, every = (socket.AF_INET6, "udp6", "::") \
         if ":" in address else (socket.AF_INET, "udp", "0.0.0.0")
 
     def shown(text):
         words = struct.iter_unpack("=I", socket.inet_pton(family, text))
         return "".join(f"{word:08X}" for word, in words) + f":{port:04X}"
-    with open(f"/proc/net/{table}") as sockets:
+    with open(f"/proc/{network}/net/{table}") as sockets:
         local = {line.split()[1] for line in sockets}
     if address == every:
         return any(each.endswith(f":{port:04X}") for each in local)
