@@ -27,7 +27,8 @@
 namespace xfhost {
 namespace {
 
-// The library looks at the time once a second; this is for when it does not.
+// The library looks at the time once a second; this is for when it does not: at
+// the end of a file, as long as something comes that is no whole line.
 constexpr int watchdog_seconds = 3;
 // How long a server may take to close a connection on which all was sent, and
 // to say why it has closed one before.
@@ -63,6 +64,11 @@ struct Session {
 // name.
 const char *part_path;
 
+// The control connection, while there is one, and whether the watchdog has ended
+// it.
+volatile sig_atomic_t control_fd = -1;
+volatile sig_atomic_t hung_up = 0;
+
 struct PartPath {
     explicit PartPath(const char *path) {
         part_path = path;
@@ -88,9 +94,23 @@ void end_by_signal(int number) {
     _exit(static_cast<int>(timed_out ? Outcome::timeout : Outcome::other));
 }
 
+// The library hears that the server has gone, and the copy ends with a reason.
+// If it does not hear it, the process is ended the next time.
+void hang_up(int number) {
+    const int error = errno;
+    signal(SIGALRM, end_by_signal);
+    if (control_fd < 0)
+        end_by_signal(number);
+    hung_up = 1;
+    shutdown(control_fd, SHUT_RDWR);
+    alarm(watchdog_seconds);
+    errno = error;
+}
+
 void catch_signals() {
-    for (int number : {SIGTERM, SIGINT, SIGHUP, SIGALRM})
+    for (int number : {SIGTERM, SIGINT, SIGHUP})
         signal(number, end_by_signal);
+    signal(SIGALRM, hang_up);
     signal(SIGPIPE, SIG_IGN);
 }
 
@@ -222,7 +242,7 @@ curl_socket_t open_socket(void *argument, curlsocktype,
         return CURL_SOCKET_BAD;
     }
     if (session->control < 0)
-        session->control = fd;
+        control_fd = session->control = fd;
     return fd;
 }
 
@@ -273,7 +293,7 @@ int close_socket(void *argument, curl_socket_t fd) {
     if (fd == session->control) {
         if (!session->stopped)
             hear_out(*session, fd);
-        session->control = -1;
+        control_fd = session->control = -1;
     } else if (session->copy.upload && session->replies.began())
         session->torn = session->torn || !settled(*session, fd);
     return close(fd);
@@ -322,20 +342,22 @@ std::string url_of(CURL *curl, const Session &session) {
 
 void set_session(Options &options, const Session &session) {
     const Login &who = session.copy.login;
-    const long login = session.settings.login_seconds;
-    const long all = login + session.settings.transfer_seconds;
+    const Settings &limits = session.settings;
+    const long all = long{limits.login_seconds} + limits.transfer_seconds;
     options.set(CURLOPT_PROTOCOLS_STR, "ftp");
     options.set(CURLOPT_PROXY, "");
     options.set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
     options.set(CURLOPT_FOLLOWLOCATION, 0L);
     options.set(CURLOPT_USE_SSL, long{CURLUSESSL_NONE});
     options.set(CURLOPT_NOSIGNAL, 1L);
-    options.set(CURLOPT_CONNECTTIMEOUT, login);
+    // The limits are kept here: libcurl counts a command behind the login as
+    // part of it, and does not say which limit was passed.
+    options.set(CURLOPT_CONNECTTIMEOUT, all);
+    options.set(CURLOPT_TIMEOUT, all);
+    options.set(CURLOPT_SERVER_RESPONSE_TIMEOUT, all);
     // There is one address. After this long, libcurl would try another one, and
     // now and then looks at a new connection no earlier.
     options.set(CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 1L);
-    options.set(CURLOPT_TIMEOUT, all);
-    options.set(CURLOPT_SERVER_RESPONSE_TIMEOUT, all);
     options.set(CURLOPT_FORBID_REUSE, 1L);
     options.set(CURLOPT_USERNAME, who.user.c_str());
     options.set(CURLOPT_PASSWORD,
@@ -490,6 +512,8 @@ void run(Session &session) {
     long os_error = 0;
     const CURLcode result = perform(session, os_error);
     const FtpReplies &replies = session.replies;
+    if (hung_up != 0)
+        late(session);
     if (!session.stopped && replies.sensible() && result == CURLE_OK &&
         is_whole(session))
         return;
