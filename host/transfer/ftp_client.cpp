@@ -64,8 +64,8 @@ struct Session {
 // name.
 const char *part_path;
 
-// The control connection, while there is one, and whether the watchdog has ended
-// it.
+// The control connection, while there is one, and whether the watchdog has
+// ended it.
 volatile sig_atomic_t control_fd = -1;
 volatile sig_atomic_t hung_up = 0;
 
