@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <new>
 #include <string>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,6 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/base/aside.h"
 #include "host/base/files.h"
 #include "host/base/log.h"
 
@@ -70,6 +72,9 @@ bool remove_one(int place, const char *name) {
     if (error)
         log_message(LOG_WARNING, "staging directory %s: %s", name,
                     error.message().c_str());
+    // What it took up is free once it is closed, for which a file system may
+    // have to wait for the disk; a station that asks meanwhile must not.
+    do_aside([held = std::move(directory)]() mutable { held.reset(); });
     return error != std::errc::too_many_files_open; // the next sweep has some
 }
 

@@ -1,10 +1,8 @@
 #include "host/history/syncer.h"
 
 #include <cerrno>
-#include <csignal>
-#include <exception>
-#include <thread>
 
+#include "host/base/aside.h"
 #include "host/history/log.h"
 
 namespace xfhost {
@@ -26,19 +24,10 @@ bool Syncer::ask(int directory) {
         now == State::asked_again)
         return true;
     state_ = State::busy;
-    // Signals are for the thread that turns the main loop.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
-    try {
-        std::thread([this] { work(); }).detach();
-    } catch (const std::exception &) { // no thread, or no memory
-        state_ = State::idle;
-        started = false;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return started;
+    if (do_aside([this] { work(); }))
+        return true;
+    state_ = State::idle;
+    return false;
 }
 
 } // namespace xfhost

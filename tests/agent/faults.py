@@ -47,7 +47,11 @@ def saves_on(agent, index=1000):
 
 
 def wait_for_copy_process(agent):
-    child, = wait_for(lambda: children_of(agent.pid), "the copy process")
+    """The id of the one that runs; one of before may be there for a moment."""
+    def alone():
+        found = children_of(agent.pid)
+        return found if len(found) == 1 else None
+    child, = wait_for(alone, "the copy process")
     return child
 
 

@@ -134,7 +134,7 @@ class SshTrial(Trial):
         super().__init__(agent, self.columns(PUT, SFTP), self.check_good)
         # The first copy that is applied makes files that stay.
         self._copy(self.columns(GET, SFTP), 60)
-        self.before = self._traces()
+        self.before = self._settled()
 
     def columns(self, direction, protocol):
         source, to = (NETWORK, RUNNING) if direction == GET else \
